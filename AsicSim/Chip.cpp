@@ -1,0 +1,152 @@
+#include "AsicSim/Chip.h"
+
+#include "Brio/EventLoop.h"
+#include "MeridCentral/ChipInfo.h"
+#include "Sidecar/Loader.h"
+
+namespace AsicSim {
+
+HwTable::HwTable(std::string name, Asic::UnitId unit, uint32_t rows)
+    : Asic::HwTable(std::move(name), unit), rows_(rows) {}
+
+const Asic::EntryBase* HwTable::row(Asic::Index index) const {
+   return index < rows_.size() ? rows_[index].get() : nullptr;
+}
+
+std::string HwTable::rowText(Asic::Index index) const {
+   const Asic::EntryBase* r = row(index);
+   return r ? r->stringValue() : std::string();
+}
+
+uint32_t HwTable::usedRows() const {
+   uint32_t n = 0;
+   for (auto& r : rows_)
+      if (r) ++n;
+   return n;
+}
+
+bool HwTable::rowIs(Asic::Index index, const Asic::EntryBase* value) {
+   if (index >= rows_.size()) return false;
+   auto& r = rows_[index];
+   const bool same = value ? (r && r->isEqEntry(*value)) : !r;
+   value ? ++stats_.writes : ++stats_.deletes;
+   if (same) return true;
+   ++stats_.changes;
+   r = value ? value->clone() : nullptr;
+   return true;
+}
+
+Util::Util(Chip* chip, std::string tableName) : chip_(chip), tableName_(std::move(tableName)) {
+   recordHwIndexOnWriteIs(chip->recordHwIndexOnWrite_);
+}
+
+Brio::Ptr<Asic::HwTable> Util::doMountHwTable(const Asic::SwTable& table) {
+   hwTable_ = chip_->table(tableName_, table.unitId());
+   if (!hwTable_) {
+      const uint32_t rows = table.chipInfo() ? table.chipInfo()->tableSize(tableName_)
+                                             : MeridCentral::ChipInfo::defaultTableSize;
+      hwTable_ = chip_->tableIs(tableName_, table.unitId(), rows);
+   }
+   return hwTable_;
+}
+
+Asic::HwRequestId Util::hwTableEntryIs(Asic::HwTable& hwTable, Asic::Index index,
+                                       const Asic::EntryBase* entry) {
+   return chip_->write(*this, static_cast<HwTable&>(hwTable), index, entry);
+}
+
+Asic::HwRequestId Util::hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) {
+   return chip_->erase(*this, static_cast<HwTable&>(hwTable), index);
+}
+
+Asic::Index Util::maxIndex() const {
+   return hwTable_ && hwTable_->numEntries() ? hwTable_->numEntries() - 1 : 0;
+}
+
+Chip::~Chip() = default;
+
+void Chip::install() {
+   installed_ = true;
+   Sidecar::Core::Loader::defaultImplementationIs(
+       prefixPath, [this](std::string_view suffix) -> Brio::Ptr<Brio::PtrInterface> {
+          return Brio::makePtr<Util>(this, std::string(suffix));
+       });
+}
+
+void Chip::uninstall() {
+   if (!installed_) return;
+   installed_ = false;
+   Sidecar::Core::Loader::defaultImplementationDel(prefixPath);
+}
+
+Brio::Ptr<HwTable> Chip::table(std::string_view name, Asic::UnitId unit) const {
+   auto it = tables_.find(std::pair{std::string(name), unit});
+   return it == tables_.end() ? nullptr : it->second;
+}
+
+Brio::Ptr<HwTable> Chip::tableIs(std::string_view name, Asic::UnitId unit, uint32_t rows) {
+   auto& t = tables_[{std::string(name), unit}];
+   if (!t)
+      t = Brio::makePtr<HwTable>(std::string(name), unit, rows);
+   else
+      t->numEntriesIs(rows);
+   return t;
+}
+
+std::vector<std::string> Chip::tableNames() const {
+   std::vector<std::string> names;
+   for (auto& [k, t] : tables_)
+      if (names.empty() || names.back() != k.first) names.push_back(k.first);
+   return names;
+}
+
+void Chip::tableSizeIs(std::string_view name, uint32_t rows, Asic::UnitId unit) {
+   tableIs(name, unit, rows);
+}
+
+void Chip::holdResponsesIs(bool hold) { holdResponses_ = hold; }
+
+void Chip::releaseResponse(uint32_t position) {
+   if (position >= held_.size()) return;
+   Response r = std::move(held_[position]);
+   held_.erase(held_.begin() + position);
+   Brio::EventLoop::instance().post([r] { deliver(r); });
+}
+
+void Chip::releaseAllResponses() {
+   while (!held_.empty()) releaseResponse(0);
+}
+
+void Chip::writeFailuresIs(std::string_view tableName, uint32_t count) {
+   writeFailures_.insert_or_assign(std::string(tableName), count);
+}
+
+Asic::HwRequestId Chip::write(Util& util, HwTable& table, Asic::Index index,
+                              const Asic::EntryBase* entry) {
+   bool fail = false;
+   if (auto it = writeFailures_.find(table.name()); it != writeFailures_.end() && it->second) {
+      --it->second;
+      fail = true;
+   }
+   if (!fail) fail = !table.rowIs(index, entry);
+   return respond(util, index, fail ? Asic::WriteStatus::failed : Asic::WriteStatus::ok);
+}
+
+Asic::HwRequestId Chip::erase(Util& util, HwTable& table, Asic::Index index) {
+   const bool ok = table.rowIs(index, nullptr);
+   return respond(util, index, ok ? Asic::WriteStatus::ok : Asic::WriteStatus::failed);
+}
+
+Asic::HwRequestId Chip::respond(Util& util, Asic::Index index, Asic::WriteStatus status) {
+   if (++nextRequest_ == 0) ++nextRequest_;  // 0 means "no response"
+   Response r{Brio::Ptr<Util>(&util), nextRequest_, index, status};
+   if (holdResponses_)
+      held_.push_back(std::move(r));
+   else
+      Brio::EventLoop::instance().post([r] { deliver(r); });
+   return r.id;
+}
+
+void Chip::deliver(const Response& r) { r.util->doNotifyWriteResponse(r.id, r.index, r.status); }
+
+}  // namespace AsicSim

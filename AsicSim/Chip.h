@@ -1,0 +1,127 @@
+#pragma once
+// A simulated switching chip: the default hardware plug-in of every table.
+//
+// Per hardware table it keeps rows sized from the chip information. Writes and
+// deletes land in the rows at once; their write responses are delivered later
+// by the agent's event loop, in order, unless a test holds them back.
+//
+// Test controls: hold responses and release them one at a time or out of
+// order, fail the next writes of a table, change a table's size, count
+// hardware writes, deletes and row changes per table. Rows belong to the chip,
+// not to the software tables, so they survive software tables being destroyed
+// and made again.
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Asic/EntryBase.h"
+#include "Asic/HwTable.h"
+#include "Asic/SwTableUtil.h"
+#include "Brio/Ptr.h"
+
+namespace AsicSim {
+
+class Chip;
+
+class HwTable final : public Asic::HwTable {
+public:
+   struct Stats {
+      uint32_t writes = 0;
+      uint32_t deletes = 0;
+      uint32_t changes = 0;  // writes and deletes that changed a row's content
+   };
+
+   HwTable(std::string name, Asic::UnitId unit, uint32_t rows);
+
+   uint32_t numEntries() const override { return uint32_t(rows_.size()); }
+   void numEntriesIs(uint32_t rows) { rows_.resize(rows); }
+
+   // The row's value, or null when the row is clear.
+   const Asic::EntryBase* row(Asic::Index index) const;
+   std::string rowText(Asic::Index index) const;
+   uint32_t usedRows() const;
+   const Stats& stats() const { return stats_; }
+
+   // False when the index is outside the table.
+   bool rowIs(Asic::Index index, const Asic::EntryBase* value);
+
+private:
+   std::vector<std::unique_ptr<Asic::EntryBase>> rows_;
+   Stats stats_;
+};
+
+class Util final : public Asic::SwTable::Util {
+public:
+   Util(Chip* chip, std::string tableName);
+
+   Brio::Ptr<Asic::HwTable> doMountHwTable(const Asic::SwTable& table) override;
+   Asic::HwRequestId hwTableEntryIs(Asic::HwTable& hwTable, Asic::Index index,
+                                    const Asic::EntryBase* entry) override;
+   Asic::HwRequestId hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) override;
+   Asic::Index maxIndex() const override;
+
+private:
+   Brio::Ptr<Chip> chip_;
+   std::string tableName_;
+   Brio::Ptr<HwTable> hwTable_;
+};
+
+class Chip final : public Brio::PtrInterface {
+public:
+   static constexpr std::string_view prefixPath = "AsicFeature";
+
+   // Makes this chip the plug-in that tables load from now on.
+   void install();
+   void uninstall();
+
+   // The hardware table of `name` on `unit`, or null when none is mounted yet.
+   Brio::Ptr<HwTable> table(std::string_view name, Asic::UnitId unit = 0) const;
+   Brio::Ptr<HwTable> tableIs(std::string_view name, Asic::UnitId unit, uint32_t rows);
+   std::vector<std::string> tableNames() const;
+   void tableSizeIs(std::string_view name, uint32_t rows, Asic::UnitId unit = 0);
+
+   // Responses.
+   bool holdResponses() const { return holdResponses_; }
+   void holdResponsesIs(bool hold);
+   uint32_t heldResponses() const { return uint32_t(held_.size()); }
+   // Hands the held response at `position` (0 is the oldest) to the event loop.
+   void releaseResponse(uint32_t position = 0);
+   void releaseAllResponses();
+
+   // The next `count` writes of the table fail: the row is left as it was and
+   // the response reports the failure.
+   void writeFailuresIs(std::string_view tableName, uint32_t count);
+   // Utils created from now on ask the engine to record written indices at once.
+   void recordHwIndexOnWriteIs(bool b) { recordHwIndexOnWrite_ = b; }
+
+   // Called by the plug-in's Util.
+   Asic::HwRequestId write(Util& util, HwTable& table, Asic::Index index,
+                           const Asic::EntryBase* entry);
+   Asic::HwRequestId erase(Util& util, HwTable& table, Asic::Index index);
+
+private:
+   friend class Util;
+   struct Response {
+      Brio::Ptr<Util> util;
+      Asic::HwRequestId id;
+      Asic::Index index;
+      Asic::WriteStatus status;
+   };
+   ~Chip() override;
+   Asic::HwRequestId respond(Util& util, Asic::Index index, Asic::WriteStatus status);
+   static void deliver(const Response& r);
+
+   std::map<std::pair<std::string, Asic::UnitId>, Brio::Ptr<HwTable>, std::less<>> tables_;
+   std::map<std::string, uint32_t, std::less<>> writeFailures_;
+   std::deque<Response> held_;
+   Asic::HwRequestId nextRequest_ = 0;
+   bool holdResponses_ = false;
+   bool recordHwIndexOnWrite_ = false;
+   bool installed_ = false;
+};
+
+}  // namespace AsicSim

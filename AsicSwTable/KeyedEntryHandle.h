@@ -1,0 +1,66 @@
+#pragma once
+// The entry handle of a table keyed by `Table::Key`: the framework handle plus
+// the key and the queue of values waiting behind the one in hardware. Its
+// reactors forward to the table engine, which is instantiated in the table
+// library only (see SwTableAccessor.h).
+#include <sstream>
+#include <string>
+
+#include "Asic/SwTable.h"
+#include "Brio/RQueue.h"
+
+namespace Asic {
+
+template <class Table>
+class KeyedEntryHandle final : public SwTable::EntryHandle {
+public:
+   using Key = typename Table::Key;
+   using Entry = typename Table::Entry;
+   static constexpr std::string_view typeName = Table::entryHandleTypeName;
+
+   KeyedEntryHandle(const Key& key, Table* table) : key_(key) { swTable_ = table; }
+
+   const Key& key() const { return key_; }
+   Table* table() const { return static_cast<Table*>(swTable()); }
+
+   Entry pendingEntry(uint32_t position) const { return pendingEntry_.at(position); }
+   bool pendingEntryHas(uint32_t position) const { return pendingEntry_.has(position); }
+   Entry pendingEntryFront() const { return pendingEntry_.front(); }
+   Entry pendingEntryBack() const { return pendingEntry_.back(); }
+   uint32_t pendingEntrys() const { return pendingEntry_.size(); }
+   void pendingEntryEnq(const Entry& e) {
+      const Brio::Position position{pendingEntry_.enq(e)};
+      publisher_.notify(pendingEntryAttr, Brio::KeyRef(position));
+   }
+   void pendingEntryDeq() {
+      if (pendingEntry_.empty()) return;
+      pendingEntry_.deq();
+      publisher_.notify(pendingEntryAttr);
+   }
+   void pendingEntryDelAll() {
+      if (pendingEntry_.empty()) return;
+      pendingEntry_.delAll();
+      publisher_.notify(pendingEntryAttr);
+   }
+   const Brio::RQueue<Entry>& pendingEntryQueue() const { return pendingEntry_; }
+
+   Orb::TypeId fwkType() const override { return Orb::typeId<KeyedEntryHandle>(); }
+   std::string keyText() const override {
+      std::ostringstream os;
+      os << key_;
+      return os.str();
+   }
+   void handleEntryState() override;
+   void handleResolvedEntryState() override;
+   Index hwIndexForDependentField() const override;
+
+protected:
+   void zeroReferencesIs(bool zero) override;
+
+private:
+   ~KeyedEntryHandle() override = default;
+   Key key_;
+   Brio::RQueue<Entry> pendingEntry_;
+};
+
+}  // namespace Asic

@@ -1,0 +1,50 @@
+#pragma once
+// The collections a key-keyed table owns. Each map hashes the key with the
+// process-wide seed XORed with a constant of its own, so one key falls into
+// different buckets in different maps.
+#include <cstdint>
+#include <unordered_map>
+
+#include "Asic/HwTable.h"
+#include "Brio/IsEq.h"
+#include "Brio/Ptr.h"
+#include "Orb/Hash.h"
+#include "Orb/Optional.h"
+
+namespace Asic {
+
+inline constexpr uint32_t entryHandleSeed = 0x3be3390e;
+inline constexpr uint32_t resolvedEntrySeed = 0x1c976be5;
+inline constexpr uint32_t unresolvedEntrySeed = 0x2d6a1f47;
+
+template <class Key, uint32_t Seed>
+struct SeededHash {
+   uint32_t seed = Orb::HashHelper::hashSeed32() ^ Seed;
+   std::size_t operator()(const Key& k) const { return k.hash(seed); }
+};
+
+template <class Key>
+struct KeyIsEq {
+   bool operator()(const Key& a, const Key& b) const { return Brio::Util::IsEq<Key>::isEq(a, b); }
+};
+
+template <class Key, class Value, uint32_t Seed>
+using KeyedMap = std::unordered_map<Key, Value, SeededHash<Key, Seed>, KeyIsEq<Key>>;
+
+template <class Key, class Entry, class Handle>
+struct KeyedTableData {
+   using EntryHandleMap = KeyedMap<Key, Brio::Ptr<Handle>, entryHandleSeed>;
+   using ResolvedEntryMap = KeyedMap<Key, Orb::Optional<Entry>, resolvedEntrySeed>;
+
+   struct InFlight {
+      Key key;
+      bool isDelete;
+   };
+
+   EntryHandleMap entryHandle;
+   ResolvedEntryMap resolvedEntry;
+   // Hardware operations whose responses are awaited, by request.
+   std::unordered_map<HwRequestId, InFlight> inFlight;
+};
+
+}  // namespace Asic

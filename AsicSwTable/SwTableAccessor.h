@@ -1,0 +1,592 @@
+#pragma once
+// The table engine: every generic algorithm of a software table, written once
+// and instantiated per table from the table's traits (nested `Key`, `Entry`,
+// `EntryHandle`, `Allocator`, the trace handle and the reserved index range).
+// Table member functions forward here in one line each. Only table sources
+// include this header, so the engine stays inside the table library.
+//
+// One key's life, as the engine moves it:
+//   write (entryWriteHelper) stores the value in `resolvedEntry` and calls
+//   handleEntry, which takes an index and writes the row; the write response
+//   sets the resolved-entry state, and handleResolvedEntryState copies it to the
+//   entry state. Removal withdraws the commitment; when the handle's last
+//   reference goes, cleanup empties the value (the "delete dance"): the row is
+//   cleared and its index released, and the delete's response drops the value
+//   node and the handle.
+#include <vector>
+
+#include "Asic/SwTable.h"
+#include "Asic/SwTableUtil.h"
+#include "Asic/WriteResponseSm.h"
+#include "AsicSwTable/KeyedEntryHandle.h"
+#include "Flit/Flit.h"
+#include "Orb/Assert.h"
+#include "Orb/Env.h"
+#include "Orb/Trace.h"
+
+namespace Asic {
+
+// Trace levels of the engine.
+inline constexpr uint32_t traceWrite = 5;
+inline constexpr uint32_t traceState = 6;
+inline constexpr uint32_t traceHardware = 8;
+
+template <class T>
+struct SwTable::Accessor {
+   using Key = typename T::Key;
+   using Entry = typename T::Entry;
+   using Handle = typename T::EntryHandle;
+   using HandlePtr = Brio::Ptr<Handle>;
+   using HandlePtrConst = Brio::Ptr<const SwTableBase::EntryHandle>;
+   using State = SwTableBase::EntryState;
+   using Type = SwTableBase::EntryHandle::EntryType;
+
+   static const Orb::TraceHandle& trace() { return T::traceHandle(); }
+   static std::string_view typeName() { return T::typeName; }
+
+   // ---- handles -----------------------------------------------------------
+
+   static HandlePtr entryHandle(const T& t, const Key& key) {
+      auto it = t.data_.entryHandle.find(key);
+      return it == t.data_.entryHandle.end() ? nullptr : it->second;
+   }
+
+   static HandlePtr entryHandleIs(T& t, const Key& key) {
+      auto& map = t.data_.entryHandle;
+      auto it = map.find(key);
+      if (it != map.end()) return it->second;
+      HandlePtr h(new Handle(key, &t));
+      map.emplace(key, h);
+      t.publisher_.notify(SwTable::entryHandleAttr, Brio::KeyRef(key));
+      return h;
+   }
+
+   // The map's pointer is counted again before it goes, so that removing it
+   // releases exactly the table's share.
+   static HandlePtr entryHandleDel(T& t, const Key& key) {
+      auto& map = t.data_.entryHandle;
+      auto it = map.find(key);
+      if (it == map.end()) return nullptr;
+      it->second->doAmendReferences();
+      HandlePtr h = std::move(it->second);
+      map.erase(it);
+      t.publisher_.notify(SwTable::entryHandleAttr, Brio::KeyRef(key));
+      return h;
+   }
+
+   static void entryHandleDelAll(T& t) {
+      std::vector<Key> keys;
+      keys.reserve(t.data_.entryHandle.size());
+      for (auto& [k, h] : t.data_.entryHandle) keys.push_back(k);
+      for (auto& k : keys) entryHandleDel(t, k);
+   }
+
+   // ---- resolved entries ----------------------------------------------------
+
+   static Orb::Optional<Entry> resolvedEntry(const T& t, const Key& key) {
+      auto it = t.data_.resolvedEntry.find(key);
+      return it == t.data_.resolvedEntry.end() ? Orb::Optional<Entry>() : it->second;
+   }
+
+   static void publishResolvedEntry(T& t, const Key& key) {
+      t.publisher_.notify(SwTable::resolvedEntryAttr, Brio::KeyRef(key));
+   }
+
+   static void resolvedEntryIs(T& t, const Key& key, const Orb::Optional<Entry>& e) {
+      t.data_.resolvedEntry.insert_or_assign(key, e);
+      handleEntry(t, key);
+      publishResolvedEntry(t, key);
+   }
+
+   static void resolvedEntryDel(T& t, const Key& key) {
+      const bool erased = t.data_.resolvedEntry.erase(key) != 0;
+      handleEntry(t, key);
+      if (erased) publishResolvedEntry(t, key);
+   }
+
+   // Forgets the values without touching hardware: rows stay for the next
+   // incarnation of the table to find.
+   static void resolvedEntryDelAll(T& t) {
+      std::vector<Key> keys;
+      keys.reserve(t.data_.resolvedEntry.size());
+      for (auto& [k, e] : t.data_.resolvedEntry) keys.push_back(k);
+      for (auto& k : keys) {
+         t.data_.resolvedEntry.erase(k);
+         publishResolvedEntry(t, k);
+      }
+   }
+
+   static Entry entry(const T& t, const Key& key) {
+      auto it = t.data_.resolvedEntry.find(key);
+      if (it == t.data_.resolvedEntry.end() || !it->second) return Entry();
+      return *it->second;
+   }
+
+   static bool entryHas(const T& t, const Key& key) {
+      auto it = t.data_.resolvedEntry.find(key);
+      return it != t.data_.resolvedEntry.end() && it->second;
+   }
+
+   static uint32_t entrys(const T& t) {
+      uint32_t n = 0;
+      for (auto& [k, e] : t.data_.resolvedEntry)
+         if (e) ++n;
+      return n;
+   }
+
+   static HandlePtrConst entryWeakRef(const T& t, const Key& key) { return entryHandle(t, key); }
+
+   // ---- write path ----------------------------------------------------------
+
+   static HandlePtrConst entryRef(T& t, const Key& key, const Entry& e) {
+      FLIT(trace(), traceWrite, "{}: {}", typeName(), "entryRef");
+      ORB_TRACE(trace(), traceWrite, "entryRef")
+          << " : Writing entry : " << e << ", at key : " << key;
+      return entryWriteHelper(t, key, e, AutoRemoveType::autoRemove);
+   }
+
+   static HandlePtrConst entryCommit(T& t, const Key& key, const Entry& e) {
+      FLIT(trace(), traceWrite, "{}: {}", typeName(), "entryCommit");
+      ORB_TRACE(trace(), traceWrite, "entryCommit")
+          << " : Writing entry : " << e << ", at key : " << key;
+      return entryWriteHelper(t, key, e, AutoRemoveType::needsExplicitRemove);
+   }
+
+   static void entryTypeForWrite(Handle& eh, AutoRemoveType mode) {
+      if (mode == AutoRemoveType::needsExplicitRemove) {
+         if (eh.entryType() == Type::referenceOnly) eh.doAmendReferences();
+         eh.entryTypeIs(Type::committed);
+      } else if (eh.entryType() == Type::none || eh.entryType() == Type::inDeletion) {
+         eh.entryTypeIs(Type::referenceOnly);
+         eh.dropTableReference();
+      }
+   }
+
+   static HandlePtrConst entryWriteHelper(T& t, const Key& key, const Entry& e,
+                                          AutoRemoveType mode) {
+      HandlePtr eh = entryHandleIs(t, key);
+      entryTypeForWrite(*eh, mode);
+      auto& map = t.data_.resolvedEntry;
+      auto it = map.find(key);
+      if (it != map.end()) {
+         if (it->second && Entry::isEq(*it->second, e)) return eh;
+         ORB_TRACE(trace(), traceWrite, "entryWriteHelper")
+             << " : Writing new entry : " << e << ", at key : " << key
+             << "; setting entryState to unresolved"
+             << " to ensure callback gets triggered by entryState change.";
+         eh->entryStateIs(State::unresolved);
+         // The state change may have run client code that rehashed the map.
+         map.insert_or_assign(key, e);
+      } else {
+         map.emplace(key, e);
+      }
+      handleEntry(t, key);
+      publishResolvedEntry(t, key);
+      return eh;
+   }
+
+   static HandlePtrConst entryWontProgram(T& t, const Key& key) {
+      HandlePtr eh = entryHandleIs(t, key);
+      if (eh->entryType() == Type::referenceOnly) eh->doAmendReferences();
+      eh->entryTypeIs(Type::committed);
+      eh->hwIndexIs(wontProgramIndex);
+      eh->entryStateIs(State::wontProgram);
+      return eh;
+   }
+
+   static HandlePtrConst entryWriteAtIndex(T& t, Index index, const Key& key, const Entry& e) {
+      if (t.data_.indexAllocator) t.data_.indexAllocator->requestIndexForKey(index, key);
+      return entryCommit(t, key, e);
+   }
+
+   // ---- allocator -----------------------------------------------------------
+
+   template <class A>
+   static void initAllocator(T& t) {
+      auto alloc = GenericIndexAllocatorStub::createSharedAllocator<A>(Orb::typeId<T>(), &t);
+      indexAllocatorIs(t, alloc);
+      alloc->setTableAttr(&t, SwTable::resolvedEntryAttr);
+      alloc->indexCountIs(t.numEntries());
+      t.doReserveIndicesAtTableInit();
+      ORB_TRACE(trace(), traceState, "initAllocator")
+          << "Creating shared allocator of type:" << Orb::typeId<A>().name();
+   }
+
+   static void indexAllocatorIs(T& t, Brio::Ptr<typename T::Allocator> a) {
+      if (a == t.data_.indexAllocator) return;
+      t.data_.indexAllocator = std::move(a);
+      t.publisher_.notify(SwTable::indexAllocatorAttr);
+   }
+
+   static void doReleaseHwIndex(T& t, const Key& key) {
+      auto& alloc = t.data_.indexAllocator;
+      if (!alloc) return;
+      auto allocatorKey = alloc->getKey(key);
+      if (alloc->canReleaseIndex(allocatorKey, &t)) alloc->releaseIndexFromTable(allocatorKey, &t);
+   }
+
+   // A key stands in the table for its allocator while it holds a value.
+   static bool allocatorKeyHeld(const T& t, uint32_t attrId, Orb::GenericValueRef key) {
+      if (attrId != SwTable::resolvedEntryAttr) return false;
+      const Key* k = key.template as<Key>();
+      if (!k) return false;
+      auto it = t.data_.resolvedEntry.find(*k);
+      return it != t.data_.resolvedEntry.end() && it->second;
+   }
+
+   // ---- programming ---------------------------------------------------------
+
+   static Util* liveUtil(const T& t) { return t.util() && t.hwTable() ? t.util().ptr() : nullptr; }
+
+   static void requestIs(T& t, Handle* h, const Key& key, HwRequestId id, bool isDelete) {
+      if (!id) return;
+      t.data_.inFlight.insert_or_assign(id, typename T::Data::InFlight{key, isDelete});
+      if (h) h->outstandingRequestIs(id);
+   }
+
+   static bool writeInFlight(const T& t, const Handle& h) {
+      if (!h.outstandingRequest()) return false;
+      auto it = t.data_.inFlight.find(h.outstandingRequest());
+      return it != t.data_.inFlight.end() && !it->second.isDelete;
+   }
+
+   static void handleEntry(T& t, const Key& key) {
+      ORB_TRACE(trace(), traceHardware, "handleEntry")
+          << " : key: " << key << ", tableState: " << t.tableState();
+      Util* util = liveUtil(t);
+      if (t.data_.resolvedEntry.find(key) == t.data_.resolvedEntry.end()) {
+         deleteRow(t, key, util);
+         return;
+      }
+      if (t.tableState() == TableState::programmingDeferred) return;
+      HandlePtr h = entryHandle(t, key);
+      if (!t.data_.resolvedEntry.find(key)->second) {
+         withdraw(t, key, h, util);
+         return;
+      }
+      if (h) {
+         h->entryStateIs(State::inProgress);
+         h->resolvedEntryStateIs(State::inProgress);
+      }
+      const Index index =
+          t.data_.indexAllocator ? t.data_.indexAllocator->newIndexForKey(key) : invalidIndex;
+      ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
+      // Reactors above may have changed the value; program what stands now.
+      auto it = t.data_.resolvedEntry.find(key);
+      if (util && index == invalidIndex) {
+         if (h) h->resolvedEntryStateIs(State::noHwIndex);
+      } else if (util && it != t.data_.resolvedEntry.end()) {
+         ORB_TRACE(trace(), traceHardware, "hwTableEntryIs") << " : key: " << key;
+         const EntryBase* value = it->second ? &*it->second : nullptr;
+         HwRequestId id = util->hwTableEntryIs(*t.hwTable(), index, value);
+         requestIs(t, h.ptr(), key, id, false);
+         if (h && util->recordHwIndexOnWrite()) h->hwIndexIs(index);
+      }
+      if (h) doCompleteEntryHandleForTesting(t, key, index);
+   }
+
+   // No value node: clear the row the key holds and give its index back.
+   static void deleteRow(T& t, const Key& key, Util* util) {
+      const Index index =
+          t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+      ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
+      if (!util) {
+         if (index != invalidIndex) doReleaseHwIndex(t, key);
+         return;
+      }
+      if (index == invalidIndex) {
+         ORB_TRACE(trace(), traceHardware, "handleEntry")
+             << " : No entry in HwTable for this key. Skip delete";
+         return;
+      }
+      ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : key: " << key;
+      HandlePtr h = entryHandle(t, key);
+      requestIs(t, h.ptr(), key, util->hwTableEntryDel(*t.hwTable(), index), true);
+      doReleaseHwIndex(t, key);
+   }
+
+   // An empty value node: the value was withdrawn by the delete dance. The
+   // row is cleared and its index released at once; the handle goes when the
+   // delete is acknowledged. A write still in flight is answered first, so the
+   // delete never overtakes it.
+   static void withdraw(T& t, const Key& key, const HandlePtr& h, Util* util) {
+      if (h) {
+         h->entryStateIs(State::inProgress);
+         h->resolvedEntryStateIs(State::inProgress);
+         if (writeInFlight(t, *h)) return;
+      }
+      const Index index =
+          t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+      ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
+      HwRequestId id = 0;
+      if (util && index != invalidIndex) {
+         ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : key: " << key;
+         id = util->hwTableEntryDel(*t.hwTable(), index);
+         requestIs(t, h.ptr(), key, id, true);
+      }
+      if (index != invalidIndex) doReleaseHwIndex(t, key);
+      if (!h) return;
+      if (id && !publishEntryHandleProgrammedState()) return;
+      // Nothing to wait for: no row, or responses are not awaited.
+      forgetRequest(t, *h);
+      h->resolvedEntryStateIs(State::success);
+   }
+
+   static void forgetRequest(T& t, Handle& h) {
+      if (HwRequestId id = h.outstandingRequest()) {
+         t.data_.inFlight.erase(id);
+         h.outstandingRequestIs(0);
+      }
+   }
+
+   static void doCompleteEntryHandleForTesting(T& t, const Key& key, Orb::Optional<Index> index) {
+      if (!publishEntryHandleProgrammedState()) return;
+      HandlePtr h = entryHandle(t, key);
+      ORB_ASSERT(h) << "no entry handle at key " << key;
+      forgetRequest(t, *h);
+      const Index i = index.value_or(invalidIndex);
+      h->hwIndexIs(i);
+      h->resolvedEntryStateIs(i == invalidIndex ? State::noHwIndex : State::success);
+   }
+
+   // The hardware confirmed (or refused) a request.
+   static void doHandleWriteResponse(T& t, HwRequestId id, Index index, WriteStatus status) {
+      auto it = t.data_.inFlight.find(id);
+      if (it == t.data_.inFlight.end()) return;
+      const Key key = it->second.key;
+      const bool isDelete = it->second.isDelete;
+      t.data_.inFlight.erase(it);
+      HandlePtr h = entryHandle(t, key);
+      // A newer request of the key supersedes this one.
+      if (!h || h->outstandingRequest() != id) return;
+      h->outstandingRequestIs(0);
+      auto node = t.data_.resolvedEntry.find(key);
+      if (!isDelete && node != t.data_.resolvedEntry.end() && !node->second) {
+         // Withdrawn while the write was in flight: now the row can go.
+         handleEntry(t, key);
+         return;
+      }
+      const bool ok = isDelete || status == WriteStatus::ok;
+      if (!isDelete && ok) h->hwIndexIs(index);
+      h->resolvedEntryStateIs(ok ? State::success : State::noHwIndex);
+   }
+
+   // ---- reactors ------------------------------------------------------------
+
+   static void handleEntryState(T& t, Handle& eh, const Key& key) {
+      const State state = eh.entryState();
+      ORB_TRACE(trace(), traceState, "handleEntryState")
+          << " entryhandle state: " << state << " at key : " << key;
+      FLIT(trace(), traceState, "{}: {} entryState: {}", typeName(), "handleEntryState", state);
+      auto* entryHandle = &eh;
+      switch (state) {
+         case State::unresolved:
+            return;
+         case State::inProgress:
+         case State::success:
+            break;
+         case State::wontProgram:
+            ORB_ASSERT(entryHandle->entryType() != EntryHandle::inDeletion());
+            return;
+         case State::failedNeededEntry:
+         case State::noHwIndex:
+            ORB_ASSERT(entryHandle->entryType() != EntryHandle::inDeletion());
+            break;
+         default:
+            ORB_ASSERT(0) << "entry state " << unsigned(state);
+            return;
+      }
+      if (eh.entryType() != Type::referenceOnly && eh.entryType() != Type::committed) return;
+      auto it = t.data_.resolvedEntry.find(key);
+      if (it == t.data_.resolvedEntry.end() || !it->second) return;
+      WriteResponseFn fn = it->second->writeResponseFn();
+      if (fn) fn(state);
+   }
+
+   static void handleResolvedEntryState(T& t, Handle& eh) {
+      const State resolvedEntryState = eh.resolvedEntryState();
+      if (resolvedEntryState == State::inProgress) return;
+      const State entryState = eh.entryState();
+      const Key& key = eh.key();
+      auto node = t.data_.resolvedEntry.find(key);
+      if (node == t.data_.resolvedEntry.end() || !node->second) {
+         ORB_ASSERT(resolvedEntryState == success());
+         eh.pendingEntryDelAll();
+         if (entryState != State::inProgress) return;
+         // The delete is acknowledged: the value node and then the handle go.
+         HandlePtr keep(&eh);
+         if (node != t.data_.resolvedEntry.end()) {
+            t.data_.resolvedEntry.erase(node);
+            publishResolvedEntry(t, key);
+         }
+         if (entryHandle(t, key) == keep) entryHandleDel(t, key);
+         return;
+      }
+      eh.pendingEntryDelAll();
+      if (entryState == State::inProgress) {
+         eh.entryStateIs(resolvedEntryState);
+         return;
+      }
+      if (entryState == State::unresolved || entryState == State::success ||
+          entryState == State::failedNeededEntry) {
+         // A refused write whose value a newer write has already replaced.
+         if (resolvedEntryState == State::noHwIndex) return;
+         ORB_ASSERT(resolvedEntryState == success());
+         return;
+      }
+      ORB_ASSERT(entryState == unresolved() || entryState == failedNeededEntry() ||
+                 entryState == success());
+   }
+
+   static Index hwIndexForDependentField(const T& t, const Handle& eh) {
+      return t.util() ? Util::getHwIndex(eh) : eh.hwIndex();
+   }
+
+   // ---- removal ---------------------------------------------------------------
+
+   static uint32_t refCnt(const Handle& h) { return h.references() & 0x1fffffff; }
+
+   static void entryRemove(T& t, const Key& key) {
+      HandlePtr eh = entryHandle(t, key);
+      // The pointer above is ours, not the caller's.
+      const int type = eh ? int(eh->entryType()) : -1;
+      const uint32_t n = eh ? refCnt(*eh) - 1 : 0;
+      FLIT(trace(), traceWrite, "{}: {} entryType: {}, refCnt: {}", typeName(), "entryRemove", type,
+           n);
+      ORB_TRACE(trace(), traceWrite, "entryRemove")
+          << ": key:" << key << ", entryType:" << type << ", refCnt:" << n;
+      if (!eh) {
+         ORB_TRACE(trace(), traceWrite, "entryRemove")
+             << " : Found no committed entry at key : " << key;
+         return;
+      }
+      switch (eh->entryType()) {
+         case Type::none:
+            entryHandleDel(t, key);
+            return;
+         case Type::committed:
+            ORB_TRACE(trace(), traceWrite, "entryRemove") << " : Removing entry at key : " << key;
+            t.doRemoveUnresolvedEntry(key);
+            eh->entryTypeIs(Type::referenceOnly);
+            eh->dropTableReference();
+            return;  // the clean-up starts when `eh` goes, if it was the last
+         default:
+            ORB_TRACE(trace(), traceWrite, "entryRemove")
+                << " : Found no committed entry at key : " << key;
+            return;
+      }
+   }
+
+   static void entryRemoveAll(T& t) {
+      std::vector<HandlePtr> held;
+      held.reserve(t.data_.entryHandle.size());
+      for (auto& [k, h] : t.data_.entryHandle) held.push_back(h);
+      for (auto& h : held) entryRemove(t, h->key());
+   }
+
+   // Runs when the handle's last reference goes, and again when its delete is
+   // acknowledged.
+   static void cleanup(T& t, Handle& handle) {
+      Handle* const eh = &handle;
+      eh->doAmendReferences();
+      const Key key = eh->key();
+      ORB_TRACE(trace(), traceWrite, "cleanup") << " : entryhandle cleanup, eh : " << eh
+                                                << ", key :" << key << ", refCnt:" << refCnt(*eh);
+      t.doRemoveUnresolvedEntry(key);
+      const bool inMap = entryHandle(t, key).ptr() == eh;
+      if (inMap) {
+         ORB_ASSERT(eh->entryType() == EntryHandle::referenceOnly()) << "unexpected entryType";
+      }
+      if (eh->entryType() == Type::inDeletion) {
+         ORB_TRACE(trace(), traceWrite, "cleanup") << " delete dance complete, key : " << key;
+         return;
+      }
+      if (!inMap) return;
+      auto node = t.data_.resolvedEntry.find(key);
+      const bool nothingInHardware =
+          eh->entryState() == State::noHwIndex ||
+          (node == t.data_.resolvedEntry.end() && !eh->outstandingRequest());
+      if (nothingInHardware) {
+         eh->swTableIs(nullptr);
+         entryHandleDel(t, key);
+         resolvedEntryDel(t, key);
+         return;
+      }
+      ORB_TRACE(trace(), traceWrite, "cleanup") << "begin delete dance, key :" << key;
+      eh->entryTypeIs(Type::inDeletion);
+      eh->entryStateIs(State::unresolved);
+      node = t.data_.resolvedEntry.find(key);
+      if (node != t.data_.resolvedEntry.end() && node->second) {
+         resolvedEntryIs(t, key, Orb::Optional<Entry>());
+         return;
+      }
+      ORB_ASSERT(eh->resolvedEntryState() == inProgress());
+      eh->entryStateIs(State::inProgress);
+   }
+
+   // Table-wide clean-up at shutdown. Rows stay in hardware.
+   static void cleanupTable(T& t) {
+      for (auto& [k, h] : t.data_.entryHandle) {
+         h->notifieeList().notify(SwTableBase::EntryHandle::swTableAttr);
+         h->doAmendReferences();
+      }
+      resolvedEntryDelAll(t);
+      t.data_.inFlight.clear();
+      if (auto& alloc = t.data_.indexAllocator) {
+         ORB_TRACE(trace(), traceState, "cleanup")
+             << "Trying to delete shared allocator for table:" << typeName();
+         GenericIndexAllocatorStub::freeSharedAllocator(alloc->allocatorType(), Orb::typeId<T>(),
+                                                        &t);
+         indexAllocatorIs(t, nullptr);
+      }
+   }
+
+   // Destruction: handles that clients still hold outlive the table unlinked.
+   static void destroy(T& t) {
+      t.tableStateIs(TableState::shuttingDown);
+      cleanupTable(t);
+      for (auto& [k, h] : t.data_.entryHandle) h->swTableIs(nullptr);
+      t.data_.entryHandle.clear();
+      t.detachHardware();
+   }
+
+   // ---- lookups ---------------------------------------------------------------
+
+   static Index hwIndexOnlyForCrossAgentCommunication(const T& t, const Key& key) {
+      HandlePtr h = entryHandle(t, key);
+      return h ? getHwIndexForDependentField(*h) : invalidIndex;
+   }
+
+   static Orb::Optional<Key> swKeyFromHwIndex(const T& t, Index index) {
+      if (!t.data_.indexAllocator) return {};
+      auto k = t.data_.indexAllocator->keyForIndex(index);
+      if (!k) return {};
+      if (const Key* key = k->template as<Key>()) return *key;
+      return {};
+   }
+};
+
+// The handle's reactors, instantiated with the engine.
+template <class Table>
+void KeyedEntryHandle<Table>::handleEntryState() {
+   if (Table* t = table()) SwTable::Accessor<Table>::handleEntryState(*t, *this, key_);
+}
+
+template <class Table>
+void KeyedEntryHandle<Table>::handleResolvedEntryState() {
+   if (Table* t = table()) SwTable::Accessor<Table>::handleResolvedEntryState(*t, *this);
+}
+
+template <class Table>
+Index KeyedEntryHandle<Table>::hwIndexForDependentField() const {
+   if (Table* t = table()) return SwTable::Accessor<Table>::hwIndexForDependentField(*t, *this);
+   return hwIndex();
+}
+
+template <class Table>
+void KeyedEntryHandle<Table>::zeroReferencesIs(bool zero) {
+   if (!zero) return;
+   if (Table* t = table()) SwTable::Accessor<Table>::cleanup(*t, *this);
+}
+
+}  // namespace Asic

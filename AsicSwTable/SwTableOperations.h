@@ -1,0 +1,159 @@
+#pragma once
+// The operations every key-keyed table offers, declared in the table class and
+// defined in its source file as one-line forwarders to the engine. The macros
+// keep the long, identical list in one place; the table header still shows
+// its own types and traits.
+#include <cstdint>
+
+#include "Asic/SwTable.h"
+#include "AsicSwTable/KeyedEntryHandle.h"
+#include "AsicSwTable/KeyedTableData.h"
+#include "AsicSwTable/SwTableUtilLoader.h"
+#include "Orb/Optional.h"
+#include "Orb/Trace.h"
+
+// Exports a table's public API from the table library, which hides the rest.
+#define ASIC_EXPORT __attribute__((visibility("default")))
+
+// Inside the class body of table T, after its nested Key, Entry, EntryHandle
+// and Allocator types.
+#define ASIC_KEYED_TABLE_OPERATIONS(T)                                                           \
+public:                                                                                          \
+   using EntryHandlePtrConst = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;                  \
+   using Data = Asic::KeyedTableData<Key, Entry, EntryHandle>;                                   \
+   using EntryHandleMap = typename Data::EntryHandleMap;                                         \
+   using ResolvedEntryMap = typename Data::ResolvedEntryMap;                                     \
+   static constexpr std::string_view entryHandleTypeName = #T "::EntryHandle";                   \
+                                                                                                 \
+   EntryHandlePtrConst entryRef(const Key& key, const Entry& entry);                             \
+   EntryHandlePtrConst entryCommit(const Key& key, const Entry& entry);                          \
+   EntryHandlePtrConst entryWontProgram(const Key& key);                                         \
+   EntryHandlePtrConst entryWriteAtIndex(Asic::Index index, const Key& key, const Entry& entry); \
+   EntryHandlePtrConst entryWeakRef(const Key& key) const;                                       \
+   void entryRemove(const Key& key);                                                             \
+   void entryRemoveAll();                                                                        \
+   Entry entry(const Key& key) const;                                                            \
+   bool entryHas(const Key& key) const;                                                          \
+   uint32_t entrys() const;                                                                      \
+   const ResolvedEntryMap& entryIteratorConst() const { return data_.resolvedEntry; }            \
+                                                                                                 \
+   Brio::Ptr<EntryHandle> entryHandle(const Key& key) const;                                     \
+   Brio::Ptr<EntryHandle> entryHandleIs(const Key& key);                                         \
+   Brio::Ptr<EntryHandle> entryHandleDel(const Key& key);                                        \
+   void entryHandleDelAll();                                                                     \
+   uint32_t entryHandles() const { return uint32_t(data_.entryHandle.size()); }                  \
+   const EntryHandleMap& entryHandleIteratorConst() const { return data_.entryHandle; }          \
+                                                                                                 \
+   Orb::Optional<Entry> resolvedEntry(const Key& key) const;                                     \
+   void resolvedEntryIs(const Key& key, const Orb::Optional<Entry>& entry);                      \
+   void resolvedEntryDel(const Key& key);                                                        \
+   void resolvedEntryDelAll();                                                                   \
+   uint32_t resolvedEntrys() const { return uint32_t(data_.resolvedEntry.size()); }              \
+                                                                                                 \
+   void handleEntry(const Key& key);                                                             \
+   void doCompleteEntryHandleForTesting(const Key& key, Orb::Optional<Asic::Index> index);       \
+   void cleanup();                                                                               \
+   void doReleaseHwIndex(const Key& key);                                                        \
+   Asic::Index hwIndexOnlyForCrossAgentCommunication(const Key& key) const;                      \
+   Orb::Optional<Key> swKeyFromHwIndex(Asic::Index index) const;                                 \
+   uint32_t requestsInFlight() const { return uint32_t(data_.inFlight.size()); }                 \
+                                                                                                 \
+   const Brio::Ptr<Allocator>& indexAllocator() const { return data_.indexAllocator; }           \
+   void indexAllocatorIs(Brio::Ptr<Allocator> allocator);                                        \
+                                                                                                 \
+   Orb::TypeId fwkType() const override { return Orb::typeId<T>(); }                             \
+   bool allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef key) const override;              \
+   void doHandleWriteResponse(Asic::HwRequestId id, Asic::Index index, Asic::WriteStatus status) \
+       override;                                                                                 \
+   static const Orb::TraceHandle& traceHandle();                                                 \
+                                                                                                 \
+protected:                                                                                       \
+   Brio::Ptr<Util> doLoadUtil() override;                                                        \
+   /* Tables without dependent fields have no unresolved entries to drop. */                     \
+   void doRemoveUnresolvedEntry(const Key&) {}                                                   \
+                                                                                                 \
+private:                                                                                         \
+   friend struct Asic::SwTable::Accessor<T>;                                                     \
+   friend class Asic::KeyedEntryHandle<T>;                                                       \
+   struct DataWithAllocator : Data {                                                             \
+      Brio::Ptr<Allocator> indexAllocator;                                                       \
+   };                                                                                            \
+   DataWithAllocator data_;                                                                      \
+                                                                                                 \
+public:
+
+// At global scope after the class: the handle is instantiated by the library only.
+#define ASIC_KEYED_TABLE_EXTERN(T) extern template class ASIC_EXPORT Asic::KeyedEntryHandle<T>
+
+// In the table's source file at global scope (T fully qualified), after
+// including AsicSwTable/SwTableAccessor.h.
+#define ASIC_KEYED_TABLE_FORWARDERS(T)                                                             \
+   T::EntryHandlePtrConst T::entryRef(const Key& k, const Entry& e) {                              \
+      return Asic::SwTable::Accessor<T>::entryRef(*this, k, e);                                    \
+   }                                                                                               \
+   T::EntryHandlePtrConst T::entryCommit(const Key& k, const Entry& e) {                           \
+      return Asic::SwTable::Accessor<T>::entryCommit(*this, k, e);                                 \
+   }                                                                                               \
+   T::EntryHandlePtrConst T::entryWontProgram(const Key& k) {                                      \
+      return Asic::SwTable::Accessor<T>::entryWontProgram(*this, k);                               \
+   }                                                                                               \
+   T::EntryHandlePtrConst T::entryWriteAtIndex(Asic::Index i, const Key& k, const Entry& e) {      \
+      return Asic::SwTable::Accessor<T>::entryWriteAtIndex(*this, i, k, e);                        \
+   }                                                                                               \
+   T::EntryHandlePtrConst T::entryWeakRef(const Key& k) const {                                    \
+      return Asic::SwTable::Accessor<T>::entryWeakRef(*this, k);                                   \
+   }                                                                                               \
+   void T::entryRemove(const Key& k) { Asic::SwTable::Accessor<T>::entryRemove(*this, k); }        \
+   void T::entryRemoveAll() { Asic::SwTable::Accessor<T>::entryRemoveAll(*this); }                 \
+   T::Entry T::entry(const Key& k) const { return Asic::SwTable::Accessor<T>::entry(*this, k); }   \
+   bool T::entryHas(const Key& k) const { return Asic::SwTable::Accessor<T>::entryHas(*this, k); } \
+   uint32_t T::entrys() const { return Asic::SwTable::Accessor<T>::entrys(*this); }                \
+   Brio::Ptr<T::EntryHandle> T::entryHandle(const Key& k) const {                                  \
+      return Asic::SwTable::Accessor<T>::entryHandle(*this, k);                                    \
+   }                                                                                               \
+   Brio::Ptr<T::EntryHandle> T::entryHandleIs(const Key& k) {                                      \
+      return Asic::SwTable::Accessor<T>::entryHandleIs(*this, k);                                  \
+   }                                                                                               \
+   Brio::Ptr<T::EntryHandle> T::entryHandleDel(const Key& k) {                                     \
+      return Asic::SwTable::Accessor<T>::entryHandleDel(*this, k);                                 \
+   }                                                                                               \
+   void T::entryHandleDelAll() { Asic::SwTable::Accessor<T>::entryHandleDelAll(*this); }           \
+   Orb::Optional<T::Entry> T::resolvedEntry(const Key& k) const {                                  \
+      return Asic::SwTable::Accessor<T>::resolvedEntry(*this, k);                                  \
+   }                                                                                               \
+   void T::resolvedEntryIs(const Key& k, const Orb::Optional<Entry>& e) {                          \
+      Asic::SwTable::Accessor<T>::resolvedEntryIs(*this, k, e);                                    \
+   }                                                                                               \
+   void T::resolvedEntryDel(const Key& k) {                                                        \
+      Asic::SwTable::Accessor<T>::resolvedEntryDel(*this, k);                                      \
+   }                                                                                               \
+   void T::resolvedEntryDelAll() { Asic::SwTable::Accessor<T>::resolvedEntryDelAll(*this); }       \
+   void T::handleEntry(const Key& k) { Asic::SwTable::Accessor<T>::handleEntry(*this, k); }        \
+   void T::doCompleteEntryHandleForTesting(const Key& k, Orb::Optional<Asic::Index> i) {           \
+      Asic::SwTable::Accessor<T>::doCompleteEntryHandleForTesting(*this, k, i);                    \
+   }                                                                                               \
+   void T::cleanup() { Asic::SwTable::Accessor<T>::cleanupTable(*this); }                          \
+   void T::doReleaseHwIndex(const Key& k) {                                                        \
+      Asic::SwTable::Accessor<T>::doReleaseHwIndex(*this, k);                                      \
+   }                                                                                               \
+   Asic::Index T::hwIndexOnlyForCrossAgentCommunication(const Key& k) const {                      \
+      return Asic::SwTable::Accessor<T>::hwIndexOnlyForCrossAgentCommunication(*this, k);          \
+   }                                                                                               \
+   Orb::Optional<T::Key> T::swKeyFromHwIndex(Asic::Index i) const {                                \
+      return Asic::SwTable::Accessor<T>::swKeyFromHwIndex(*this, i);                               \
+   }                                                                                               \
+   void T::indexAllocatorIs(Brio::Ptr<Allocator> a) {                                              \
+      Asic::SwTable::Accessor<T>::indexAllocatorIs(*this, std::move(a));                           \
+   }                                                                                               \
+   bool T::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef k) const {                       \
+      return Asic::SwTable::Accessor<T>::allocatorKeyHeld(*this, attrId, k);                       \
+   }                                                                                               \
+   void T::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index i, Asic::WriteStatus s) {       \
+      Asic::SwTable::Accessor<T>::doHandleWriteResponse(*this, id, i, s);                          \
+   }                                                                                               \
+   const Orb::TraceHandle& T::traceHandle() {                                                      \
+      static const Orb::TraceHandle handle{T::typeName};                                           \
+      return handle;                                                                               \
+   }                                                                                               \
+   Brio::Ptr<T::Util> T::doLoadUtil() { return UtilLoader::instance().util(); }                    \
+   template class Asic::KeyedEntryHandle<T>

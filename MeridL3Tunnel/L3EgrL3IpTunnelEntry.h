@@ -1,0 +1,133 @@
+#pragma once
+// The value of an egress IP tunnel entry: the outer header a packet gets when
+// it enters the tunnel. The IPv4 and IPv6 tables hold the same fields; `Name`
+// gives each its own type name.
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "Asic/EntryBase.h"
+#include "Orb/BitUInt.h"
+#include "Orb/CharRange.h"
+#include "Orb/Hash.h"
+#include "Orb/Strep.h"
+#include "Wire/IpGenAddr.h"
+
+namespace MeridL3Tunnel {
+
+template <class Name>
+class EgrL3IpTunnelEntry : public Asic::EntryImpl<EgrL3IpTunnelEntry<Name>> {
+public:
+   static constexpr std::string_view typeName = Name::typeName;
+
+   EgrL3IpTunnelEntry() = default;
+   EgrL3IpTunnelEntry(bool v4, bool v6, const Wire::IpGenAddr& src, uint8_t ttl,
+                      const Wire::IpGenAddr& dst, U5 strength)
+       : isIpInIpV4Tunnel_(v4),
+         isIpInIpV6Tunnel_(v6),
+         srcIpAddr_(src),
+         ttlValue_(ttl),
+         dstIpAddr_(dst),
+         strengthProfileIndex1_(strength) {}
+
+   // The text form; blanks must stand exactly as printed.
+   explicit EgrL3IpTunnelEntry(Orb::CharRange& r) {
+      r.needString(prefix());
+      r.needString("'isIpInIpV4Tunnel': ");
+      isIpInIpV4Tunnel_ = Orb::deserializeAttr<bool>(r, "isIpInIpV4Tunnel");
+      r.needString(", 'isIpInIpV6Tunnel': ");
+      isIpInIpV6Tunnel_ = Orb::deserializeAttr<bool>(r, "isIpInIpV6Tunnel");
+      r.needString(", 'srcIpAddr': ");
+      srcIpAddr_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "srcIpAddr");
+      r.needString(", 'ttlValue': ");
+      ttlValue_ = Orb::deserializeAttr<uint8_t>(r, "ttlValue");
+      r.needString(", 'dstIpAddr': ");
+      dstIpAddr_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "dstIpAddr");
+      r.needString(", 'strengthProfileIndex1': ");
+      try {
+         strengthProfileIndex1_ = U5(r);
+      } catch (const std::range_error&) {
+         Orb::rethrowFromDeserializeAttr("strengthProfileIndex1");
+      }
+      r.needString("})");
+   }
+
+   bool isIpInIpV4Tunnel() const { return isIpInIpV4Tunnel_; }
+   void isIpInIpV4TunnelIs(bool b) { isIpInIpV4Tunnel_ = b; }
+   bool isIpInIpV6Tunnel() const { return isIpInIpV6Tunnel_; }
+   void isIpInIpV6TunnelIs(bool b) { isIpInIpV6Tunnel_ = b; }
+   const Wire::IpGenAddr& srcIpAddr() const { return srcIpAddr_; }
+   void srcIpAddrIs(const Wire::IpGenAddr& a) { srcIpAddr_ = a; }
+   uint8_t ttlValue() const { return ttlValue_; }
+   void ttlValueIs(uint8_t t) { ttlValue_ = t; }
+   const Wire::IpGenAddr& dstIpAddr() const { return dstIpAddr_; }
+   void dstIpAddrIs(const Wire::IpGenAddr& a) { dstIpAddr_ = a; }
+   U5 strengthProfileIndex1() const { return strengthProfileIndex1_; }
+   void strengthProfileIndex1Is(U5 s) { strengthProfileIndex1_ = s; }
+
+   static bool isEq(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
+      return Asic::EntryBase::isEq(a, b) && a.isIpInIpV4Tunnel_ == b.isIpInIpV4Tunnel_ &&
+             a.isIpInIpV6Tunnel_ == b.isIpInIpV6Tunnel_ && a.ttlValue_ == b.ttlValue_ &&
+             a.srcIpAddr_ == b.srcIpAddr_ && a.dstIpAddr_ == b.dstIpAddr_ &&
+             a.strengthProfileIndex1_ == b.strengthProfileIndex1_;
+   }
+   friend bool operator==(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
+      return isEq(a, b);
+   }
+   friend bool operator<(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
+      const Asic::EntryBase& ab = a;
+      const Asic::EntryBase& bb = b;
+      if (ab < bb) return true;
+      if (bb < ab) return false;
+      if (a.isIpInIpV4Tunnel_ != b.isIpInIpV4Tunnel_)
+         return a.isIpInIpV4Tunnel_ < b.isIpInIpV4Tunnel_;
+      if (a.isIpInIpV6Tunnel_ != b.isIpInIpV6Tunnel_)
+         return a.isIpInIpV6Tunnel_ < b.isIpInIpV6Tunnel_;
+      if (!(a.srcIpAddr_ == b.srcIpAddr_)) return a.srcIpAddr_ < b.srcIpAddr_;
+      if (a.ttlValue_ != b.ttlValue_) return a.ttlValue_ < b.ttlValue_;
+      if (!(a.dstIpAddr_ == b.dstIpAddr_)) return a.dstIpAddr_ < b.dstIpAddr_;
+      return a.strengthProfileIndex1_ < b.strengthProfileIndex1_;
+   }
+   explicit operator bool() const { return !isEq(*this, EgrL3IpTunnelEntry()); }
+
+   uint32_t genericIfHash(uint32_t seed = 0) const {
+      Orb::Hash h(seed);
+      h.mix(uint32_t(isIpInIpV4Tunnel_) | uint32_t(isIpInIpV6Tunnel_) << 1 |
+            uint32_t(ttlValue_) << 8 | uint32_t(strengthProfileIndex1_.value()) << 16);
+      h.mix(srcIpAddr_.hash(seed)).mix(dstIpAddr_.hash(seed));
+      return h.result();
+   }
+
+   friend std::string valueToStrep(const EgrL3IpTunnelEntry& e) {
+      const std::string v4 = Orb::valueToStrep(e.isIpInIpV4Tunnel_);
+      const std::string v6 = Orb::valueToStrep(e.isIpInIpV6Tunnel_);
+      const std::string src = valueToStrep(e.srcIpAddr_);
+      const std::string ttl = std::to_string(e.ttlValue_);
+      const std::string dst = valueToStrep(e.dstIpAddr_);
+      const std::string strength = valueToStrep(e.strengthProfileIndex1_);
+      std::string out(prefix());
+      out.append("'isIpInIpV4Tunnel': ").append(v4);
+      out.append(", 'isIpInIpV6Tunnel': ").append(v6);
+      out.append(", 'srcIpAddr': ").append(src);
+      out.append(", 'ttlValue': ").append(ttl);
+      out.append(", 'dstIpAddr': ").append(dst);
+      out.append(", 'strengthProfileIndex1': ").append(strength);
+      out.append("})");
+      return out;
+   }
+   friend std::ostream& operator<<(std::ostream& os, const EgrL3IpTunnelEntry& e) {
+      return os << valueToStrep(e);
+   }
+
+private:
+   static std::string prefix() { return "Value('" + std::string(typeName) + "', ** {"; }
+
+   bool isIpInIpV4Tunnel_ = false;
+   bool isIpInIpV6Tunnel_ = false;
+   Wire::IpGenAddr srcIpAddr_;
+   uint8_t ttlValue_ = 0;
+   Wire::IpGenAddr dstIpAddr_;
+   U5 strengthProfileIndex1_;
+};
+
+}  // namespace MeridL3Tunnel

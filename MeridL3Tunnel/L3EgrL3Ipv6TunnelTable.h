@@ -1,0 +1,48 @@
+#pragma once
+// The software image of the hardware's IPv6 egress tunnel table: per tunnel
+// key, the outer header of the tunnel. Shares its index space with the IPv4
+// table through their common allocator type; index 0 is never used.
+#include "Asic/IndexAllocator.h"
+#include "Asic/IndexValue.h"
+#include "Asic/SwTable.h"
+#include "AsicSwTable/SwTableOperations.h"
+#include "MeridL3Tunnel/Export.h"
+#include "MeridL3Tunnel/L3EgrL3IpTunnelEntry.h"
+#include "MeridL3Tunnel/L3TunnelKey.h"
+
+namespace MeridL3Tunnel {
+
+class MERID_API L3EgrL3Ipv6TunnelTable final : public Asic::SwUnknownIndexTable {
+public:
+   static constexpr std::string_view typeName = "MeridL3Tunnel::L3EgrL3Ipv6TunnelTable";
+   struct EntryName {
+      static constexpr std::string_view typeName = "MeridL3Tunnel::L3EgrL3Ipv6TunnelTable::Entry";
+   };
+   struct IndexName {
+      static constexpr std::string_view typeName = "MeridL3Tunnel::L3EgrL3Ipv6TunnelTable::Index";
+   };
+
+   using Key = L3TunnelKey;
+   using Entry = EgrL3IpTunnelEntry<EntryName>;
+   using Index = Asic::IndexValue<IndexName>;
+   using EntryHandle = Asic::KeyedEntryHandle<L3EgrL3Ipv6TunnelTable>;
+   using Util = Asic::SwTable::Util;
+   using UtilLoader = Asic::SwTableUtilLoader<L3EgrL3Ipv6TunnelTable>;
+   using Allocator = MeridL3Common::L3EgrL3TunnelSharedAllocator;
+
+   L3EgrL3Ipv6TunnelTable();
+   ~L3EgrL3Ipv6TunnelTable() override;
+
+   // The shared allocator replaces a private one.
+   void doCreateAllocator() override {}
+   void doInitAllocator() override;
+   void doReserveIndicesAtTableInit();
+
+   ASIC_KEYED_TABLE_OPERATIONS(L3EgrL3Ipv6TunnelTable)
+};
+
+extern "C" MERID_API Brio::Ptr<L3EgrL3Ipv6TunnelTable> l3EgrL3Ipv6TunnelTableFactory();
+
+}  // namespace MeridL3Tunnel
+
+ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::L3EgrL3Ipv6TunnelTable);

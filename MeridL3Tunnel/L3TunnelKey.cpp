@@ -1,0 +1,27 @@
+#include "MeridL3Tunnel/L3TunnelKey.h"
+
+#include <ostream>
+
+#include "Orb/Hash.h"
+#include "Orb/Strep.h"
+
+namespace MeridL3Tunnel {
+
+// Text form: L3TunnelKey('10.0.0.1', '10.0.0.2')
+L3TunnelKey::L3TunnelKey(Orb::CharRange& r) {
+   r.needString("L3TunnelKey(");
+   src_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "srcIpAddr");
+   r.needString(", ");
+   dst_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "dstIpAddr");
+   r.needString(")");
+}
+
+uint32_t L3TunnelKey::hash(uint32_t seed) const { return dst_.hash(src_.hash(seed)); }
+
+std::ostream& operator<<(std::ostream& os, const L3TunnelKey& k) { return os << valueToStrep(k); }
+
+std::string valueToStrep(const L3TunnelKey& k) {
+   return "L3TunnelKey(" + valueToStrep(k.src_) + ", " + valueToStrep(k.dst_) + ")";
+}
+
+}  // namespace MeridL3Tunnel

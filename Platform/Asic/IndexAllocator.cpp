@@ -1,0 +1,349 @@
+#include "Asic/IndexAllocator.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
+
+namespace Asic {
+
+namespace {
+
+// Stands in for the project assert until it exists.
+[[noreturn]] void assertFailed(const char* expr) {
+   std::fprintf(stderr, "assertion \"%s\" failed\n", expr);
+   std::abort();
+}
+
+constexpr uint64_t allBits = ~uint64_t(0);
+
+uint64_t wordMask(uint32_t word, uint32_t first, uint32_t last) {
+   uint32_t lo = (word == first >> 6) ? (first & 63) : 0;
+   uint32_t hi = (word == last >> 6) ? (last & 63) : 63;
+   return (allBits >> (63 - hi)) & (allBits << lo);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// GenericIndexAllocator
+
+Index GenericIndexAllocator::newIndexForKey(Orb::GenericValueRef key) {
+   if (!key) return invalidIndex;
+   if (auto it = keyToIndex_.find(key); it != keyToIndex_.end()) return it->second;
+   Index index = freeIndexTake();
+   if (!isValidIndex(index)) return invalidIndex;
+   keyIndexIs(index, Orb::GenericValue(key));
+   return index;
+}
+
+bool GenericIndexAllocator::requestIndexForKey(Index index, Orb::GenericValueRef key) {
+   if (!key) return false;
+   auto it = keyToIndex_.find(key);
+   if (it != keyToIndex_.end() && it->second == index) return true;
+   if (held(index) || !freeIndexClaim(index)) return false;
+   if (it == keyToIndex_.end()) {
+      keyIndexIs(index, Orb::GenericValue(key));
+      return true;
+   }
+   Index old = std::exchange(it->second, index);
+   if (index >= indexToKey_.size()) indexToKey_.resize(size_t(index) + 1);
+   indexToKey_[index] = std::move(indexToKey_[old]);
+   freeIndexIs(old);
+   return true;
+}
+
+Index GenericIndexAllocator::indexForKey(Orb::GenericValueRef key) const {
+   auto it = keyToIndex_.find(key);
+   return it == keyToIndex_.end() ? invalidIndex : it->second;
+}
+
+std::optional<Orb::GenericValue> GenericIndexAllocator::keyForIndex(Index index) const {
+   if (!held(index)) return std::nullopt;
+   return indexToKey_[index];
+}
+
+bool GenericIndexAllocator::canReleaseIndex(const Orb::GenericValue& allocatorKey,
+                                            const IndexKeyHolder* table) const {
+   Orb::GenericValueRef key(allocatorKey);
+   for (const auto& [holder, attrId] : tableAttrs_) {
+      if (holder != table && holder->allocatorKeyHeld(attrId, key)) return false;
+   }
+   return true;
+}
+
+void GenericIndexAllocator::releaseIndexFromTable(const Orb::GenericValue& allocatorKey,
+                                                  const IndexKeyHolder* table) {
+   if (!table) assertFailed("table");
+   releaseIndex(allocatorKey);
+}
+
+void GenericIndexAllocator::releaseIndex(const Orb::GenericValue& allocatorKey) {
+   auto it = keyToIndex_.find(allocatorKey);
+   if (it == keyToIndex_.end()) return;
+   Index index = it->second;
+   keyToIndex_.erase(it);
+   keyIndexDel(index);
+}
+
+void GenericIndexAllocator::setTableAttr(const IndexKeyHolder* table, uint32_t attrId) {
+   if (!table) assertFailed("table");
+   auto entry = std::make_pair(table, attrId);
+   if (std::find(tableAttrs_.begin(), tableAttrs_.end(), entry) == tableAttrs_.end()) {
+      tableAttrs_.push_back(entry);
+   }
+}
+
+void GenericIndexAllocator::tableAttrDel(const IndexKeyHolder* table) {
+   std::erase_if(tableAttrs_, [table](const auto& e) { return e.first == table; });
+}
+
+void GenericIndexAllocator::indexCountIs(uint32_t n) {
+   if (n > maxIndexCount) assertFailed("n <= maxIndexCount");
+   if (n == indexCount_) return;
+   indexCount_ = n;
+   indexSpaceChanged();
+}
+
+void GenericIndexAllocator::keyIndexIs(Index index, Orb::GenericValue key) {
+   keyToIndex_.emplace(key, index);
+   if (index >= indexToKey_.size()) indexToKey_.resize(size_t(index) + 1);
+   indexToKey_[index] = std::move(key);
+}
+
+void GenericIndexAllocator::keyIndexDel(Index index) {
+   indexToKey_[index] = Orb::GenericValue();
+   freeIndexIs(index);
+}
+
+// ---------------------------------------------------------------------------
+// FreeIndexBitmap
+
+void FreeIndexBitmap::sizeIs(uint32_t n) {
+   size_ = n;
+   levels_.clear();
+   uint32_t words = std::max<uint32_t>(1, (n + 63) / 64);
+   levels_.emplace_back(words);
+   while (words > 1) {
+      words = (words + 63) / 64;
+      levels_.emplace_back(words);
+   }
+}
+
+void FreeIndexBitmap::set(uint32_t i) {
+   uint64_t& w = leaf()[i >> 6];
+   bool wasEmpty = w == 0;
+   w |= uint64_t(1) << (i & 63);
+   if (wasEmpty) setUp(i >> 6);
+}
+
+void FreeIndexBitmap::clear(uint32_t i) {
+   uint64_t& w = leaf()[i >> 6];
+   if (w == 0) return;
+   w &= ~(uint64_t(1) << (i & 63));
+   if (w == 0) clearUp(i >> 6);
+}
+
+void FreeIndexBitmap::clearRange(uint32_t first, uint32_t last) {
+   if (first > last || first >= size_) return;
+   last = std::min(last, size_ - 1);
+   for (uint32_t word = first >> 6; word <= last >> 6; ++word) {
+      uint64_t& w = leaf()[word];
+      if (w == 0) continue;
+      w &= ~wordMask(word, first, last);
+      if (w == 0) clearUp(word);
+   }
+}
+
+void FreeIndexBitmap::rangeRawIs(uint32_t first, uint32_t last, bool on) {
+   if (first > last || first >= size_) return;
+   last = std::min(last, size_ - 1);
+   for (uint32_t word = first >> 6; word <= last >> 6; ++word) {
+      uint64_t mask = wordMask(word, first, last);
+      if (on) {
+         leaf()[word] |= mask;
+      } else {
+         leaf()[word] &= ~mask;
+      }
+   }
+}
+
+void FreeIndexBitmap::rebuildSummaries() {
+   for (size_t l = 1; l < levels_.size(); ++l) {
+      std::vector<uint64_t>& up = levels_[l];
+      std::fill(up.begin(), up.end(), 0);
+      const std::vector<uint64_t>& down = levels_[l - 1];
+      for (uint32_t w = 0; w < down.size(); ++w) {
+         if (down[w]) up[w >> 6] |= uint64_t(1) << (w & 63);
+      }
+   }
+}
+
+void FreeIndexBitmap::setUp(uint32_t word) {
+   for (size_t l = 1; l < levels_.size(); ++l) {
+      uint64_t& w = levels_[l][word >> 6];
+      bool wasEmpty = w == 0;
+      w |= uint64_t(1) << (word & 63);
+      if (!wasEmpty) return;
+      word >>= 6;
+   }
+}
+
+void FreeIndexBitmap::clearUp(uint32_t word) {
+   for (size_t l = 1; l < levels_.size(); ++l) {
+      uint64_t& w = levels_[l][word >> 6];
+      w &= ~(uint64_t(1) << (word & 63));
+      if (w != 0) return;
+      word >>= 6;
+   }
+}
+
+uint32_t FreeIndexBitmap::first() const {
+   if (levels_.back()[0] == 0) return invalidIndex;
+   uint32_t i = 0;
+   for (size_t l = levels_.size(); l-- > 0;) {
+      i = (i << 6) | uint32_t(std::countr_zero(levels_[l][i]));
+   }
+   return i;
+}
+
+// ---------------------------------------------------------------------------
+// FirstFreeIndexAllocator
+
+void FirstFreeIndexAllocator::reserveIndices(Index first, Index last) {
+   if (first > last) return;
+   Index next = first;
+   Index heldLast = std::min(last, heldEnd() ? heldEnd() - 1 : 0);
+   for (Index i = first; heldEnd() && i <= heldLast; ++i) {
+      if (!held(i)) continue;
+      if (next < i) reservedRangeIs(next, i - 1);
+      next = i + 1;
+   }
+   if (next <= last) reservedRangeIs(next, last);
+   free_.clearRange(first, last);
+}
+
+bool FirstFreeIndexAllocator::reserved(Index index) const {
+   auto it = reserved_.upper_bound(index);
+   if (it == reserved_.begin()) return false;
+   return index <= std::prev(it)->second;
+}
+
+void FirstFreeIndexAllocator::reservedRangeIs(Index first, Index last) {
+   auto it = reserved_.upper_bound(first);
+   if (it != reserved_.begin()) {
+      auto before = std::prev(it);
+      if (uint64_t(before->second) + 1 >= first) {
+         first = before->first;
+         last = std::max(last, before->second);
+         reserved_.erase(before);
+      }
+   }
+   while (it != reserved_.end() && uint64_t(it->first) <= uint64_t(last) + 1) {
+      last = std::max(last, it->second);
+      it = reserved_.erase(it);
+   }
+   reserved_.emplace(first, last);
+}
+
+Index FirstFreeIndexAllocator::freeIndexTake() {
+   Index i = free_.first();
+   if (i != invalidIndex) free_.clear(i);
+   return i;
+}
+
+bool FirstFreeIndexAllocator::freeIndexClaim(Index index) {
+   if (!free_.test(index)) return false;
+   free_.clear(index);
+   return true;
+}
+
+void FirstFreeIndexAllocator::freeIndexIs(Index index) {
+   // Held indices are never reserved, so only the range decides.
+   if (index < free_.size()) free_.set(index);
+}
+
+void FirstFreeIndexAllocator::indexSpaceChanged() {
+   uint32_t n = indexCount();
+   free_.sizeIs(n);
+   if (n == 0) return;
+   free_.setRangeRaw(0, n - 1);
+   for (const auto& [first, last] : reserved_) {
+      if (first >= n) break;
+      free_.clearRangeRaw(first, last);
+   }
+   for (Index i = 0; i < std::min(n, heldEnd()); ++i) {
+      if (held(i)) free_.clearRaw(i);
+   }
+   free_.rebuildSummaries();
+}
+
+// ---------------------------------------------------------------------------
+// GenericIndexAllocatorStub
+
+namespace {
+
+struct Share {
+   Orb::TypeId tableType;
+   const IndexKeyHolder* table;
+};
+
+struct SharedEntry {
+   Brio::Ptr<GenericIndexAllocator> allocator;
+   std::vector<Share> shares;
+};
+
+// Never destroyed: tables of libraries unloaded at exit may still hold keys
+// whose code is gone by the time static destructors run.
+std::unordered_map<Orb::TypeId, SharedEntry>& registry() {
+   static auto* r = new std::unordered_map<Orb::TypeId, SharedEntry>();
+   return *r;
+}
+
+}  // namespace
+
+Brio::Ptr<GenericIndexAllocator> GenericIndexAllocatorStub::createSharedAllocator(
+    Orb::TypeId allocatorType, Orb::TypeId tableType, const IndexKeyHolder* table,
+    const Factory& factory) {
+   if (!table) assertFailed("table");
+   SharedEntry& entry = registry()[allocatorType];
+   if (!entry.allocator) {
+      entry.allocator = factory();
+      if (!entry.allocator || !(entry.allocator->allocatorType() == allocatorType)) {
+         registry().erase(allocatorType);
+         assertFailed("allocator->allocatorType() == allocatorType");
+      }
+   }
+   auto sharing = [table](const Share& s) { return s.table == table; };
+   if (std::find_if(entry.shares.begin(), entry.shares.end(), sharing) == entry.shares.end()) {
+      entry.shares.push_back({tableType, table});
+   }
+   return entry.allocator;
+}
+
+void GenericIndexAllocatorStub::freeSharedAllocator(Orb::TypeId allocatorType,
+                                                    Orb::TypeId tableType,
+                                                    const IndexKeyHolder* table) {
+   (void)tableType;  // a table is identified by its address; the type is for traces
+   if (!table) assertFailed("table");
+   auto it = registry().find(allocatorType);
+   if (it == registry().end()) return;
+   SharedEntry& entry = it->second;
+   auto removed = std::erase_if(entry.shares, [table](const Share& s) { return s.table == table; });
+   if (removed == 0) return;
+   entry.allocator->tableAttrDel(table);
+   if (entry.shares.empty()) registry().erase(it);
+}
+
+Brio::Ptr<GenericIndexAllocator> GenericIndexAllocatorStub::sharedAllocator(
+    Orb::TypeId allocatorType) {
+   auto it = registry().find(allocatorType);
+   return it == registry().end() ? nullptr : it->second.allocator;
+}
+
+uint32_t GenericIndexAllocatorStub::sharers(Orb::TypeId allocatorType) {
+   auto it = registry().find(allocatorType);
+   return it == registry().end() ? 0 : uint32_t(it->second.shares.size());
+}
+
+}  // namespace Asic

@@ -1,0 +1,56 @@
+#pragma once
+// The hardware-access object of a table: the plug-in that writes rows of one
+// hardware table. Tables own one each; the plug-in loader supplies it.
+#include <cstdint>
+#include <string_view>
+
+#include "Asic/EntryBase.h"
+#include "Asic/HwTable.h"
+#include "Asic/SwTable.h"
+
+#pragma GCC visibility push(default)
+namespace Asic {
+
+class SwTable::Util : public Brio::PtrInterface {
+public:
+   // Mounts (creating when the chip has none yet) the hardware table for `table`.
+   virtual Brio::Ptr<HwTable> doMountHwTable(const SwTable& table) = 0;
+   // Writes `entry` at `index`; a null entry clears the row. Returns the
+   // request whose response will confirm it.
+   virtual HwRequestId hwTableEntryIs(HwTable& hwTable, Index index, const EntryBase* entry) = 0;
+   virtual HwRequestId hwTableEntryDel(HwTable& hwTable, Index index) = 0;
+   virtual Index minIndex() const { return 0; }
+   virtual Index maxIndex() const { return invalidIndex; }
+
+   static Index getHwIndex(const SwTableBase::EntryHandle& h) {
+      return SwTableBase::getHwEntryIndex(h);
+   }
+
+   // Asks the engine to record a freshly written index in the handle at once,
+   // instead of on the write response.
+   bool recordHwIndexOnWrite() const { return recordHwIndexOnWrite_; }
+   void recordHwIndexOnWriteIs(bool b) { recordHwIndexOnWrite_ = b; }
+   // A needed entry counts as ready as soon as its hardware index is valid.
+   bool hwIndexValidSuffices() const { return hwIndexValidSuffices_; }
+   void hwIndexValidSufficesIs(bool b) { hwIndexValidSuffices_ = b; }
+
+   SwTable* swTable() const { return swTable_; }
+   void swTableIs(SwTable* t) { swTable_ = t; }
+
+   // The plug-in reports the response to a request; the table hears it through
+   // its write-response machine, if it has one.
+   void doNotifyWriteResponse(HwRequestId id, Index index, WriteStatus status);
+   uint32_t droppedResponses() const { return droppedResponses_; }
+
+protected:
+   ~Util() override = default;
+
+private:
+   SwTable* swTable_ = nullptr;
+   uint32_t droppedResponses_ = 0;
+   bool recordHwIndexOnWrite_ = false;
+   bool hwIndexValidSuffices_ = false;
+};
+
+}  // namespace Asic
+#pragma GCC visibility pop

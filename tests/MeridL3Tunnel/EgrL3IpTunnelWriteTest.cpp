@@ -1,0 +1,346 @@
+// The write path, programming and write responses of the egress tunnel tables,
+// run over both tables.
+#include <gtest/gtest.h>
+
+#include "Orb/Trace.h"
+#include "support/InvariantChecker.h"
+#include "support/SimFixture.h"
+
+namespace test {
+namespace {
+
+// Records every change a publisher announces.
+struct Recorder : Brio::Notifiee {
+   std::vector<Brio::AttrId> attrs;
+   std::vector<State> states;
+   const Asic::SwTableBase::EntryHandle* handle = nullptr;
+   void onAttribute(Brio::AttrId attr, Brio::KeyRef) override {
+      attrs.push_back(attr);
+      if (handle && attr == Asic::SwTableBase::EntryHandle::entryStateAttr)
+         states.push_back(handle->entryState());
+   }
+   void watch(const HandlePtr& h) {
+      handle = h.ptr();
+      notifierIs(&const_cast<Asic::SwTableBase::EntryHandle*>(h.ptr())->notifieeList());
+   }
+};
+
+template <class Table>
+class EgrL3IpTunnelWriteTest : public SimFixture {
+protected:
+   static constexpr bool isV6 = std::is_same_v<Table, L3EgrL3Ipv6TunnelTable>;
+   void SetUp() override {
+      SimFixture::SetUp();
+      makeTunnelTables();
+   }
+   Table& table() {
+      if constexpr (isV6)
+         return *v6;
+      else
+         return *v4;
+   }
+   std::string_view name() { return Table::typeName; }
+   L3TunnelKey key(uint32_t n) { return tunnelKey(n, isV6); }
+   typename Table::Entry entry(uint32_t n, uint8_t ttl = 64) {
+      return tunnelEntry<Table>(key(n), ttl);
+   }
+   void expectConsistent() {
+      auto v = InvariantChecker(*chip).table(*v4).table(*v6).violations();
+      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+   }
+};
+
+using TunnelTables = ::testing::Types<L3EgrL3Ipv4TunnelTable, L3EgrL3Ipv6TunnelTable>;
+TYPED_TEST_SUITE(EgrL3IpTunnelWriteTest, TunnelTables);
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, WriteIsProgrammedAndCompletesOnTheResponse) {
+   auto& t = this->table();
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   EXPECT_EQ(h->entryState(), State::inProgress);
+   EXPECT_EQ(h->resolvedEntryState(), State::inProgress);
+   EXPECT_EQ(h->hwIndex(), Asic::invalidIndex) << "index comes with the response";
+   EXPECT_EQ(this->stats(this->name()).writes, 1u) << "programmed within the write";
+   EXPECT_EQ(this->runLoop(), 1u);
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(h->hwIndex(), 1u);
+   EXPECT_EQ(this->hw(this->name())->rowText(1), this->entry(1).stringValue());
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, IdenticalRewriteIsFree) {
+   auto& t = this->table();
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   this->runLoop();
+   Recorder tableChanges, handleChanges;
+   tableChanges.notifierIs(&t.notifieeList());
+   handleChanges.watch(h);
+   auto again = t.entryCommit(this->key(1), this->entry(1));
+   auto viaRef = t.entryRef(this->key(1), this->entry(1));
+   EXPECT_EQ(again, h);
+   EXPECT_EQ(viaRef, h);
+   EXPECT_EQ(this->stats(this->name()).writes, 1u);
+   EXPECT_TRUE(tableChanges.attrs.empty());
+   EXPECT_TRUE(handleChanges.attrs.empty());
+   EXPECT_EQ(this->runLoop(), 0u);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, ChangedValueGoesThroughUnresolvedToSuccess) {
+   auto& t = this->table();
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   this->runLoop();
+   Recorder r;
+   r.watch(h);
+   std::vector<State> heard;
+   auto changed = this->entry(1, 128);
+   changed.writeResponseFnIs([&](State s) { heard.push_back(s); });
+   t.entryCommit(this->key(1), changed);
+   this->runLoop();
+   EXPECT_EQ(r.states, (std::vector<State>{State::unresolved, State::inProgress, State::success}));
+   EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::success}));
+   EXPECT_EQ(h->hwIndex(), 1u) << "a rewrite keeps the key's index";
+   EXPECT_EQ(this->hw(this->name())->rowText(1), changed.stringValue());
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, FirstValueOverAKeptHandleDoesNotResetTheState) {
+   auto& t = this->table();
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   this->runLoop();
+   t.resolvedEntryDel(this->key(1));  // the value goes, the handle stays
+   this->runLoop();
+   Recorder r;
+   r.watch(h);
+   t.entryCommit(this->key(1), this->entry(1));
+   ASSERT_FALSE(r.states.empty());
+   EXPECT_NE(r.states.front(), State::unresolved);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, FullTableGivesNoHwIndexAndTellsTheCallable) {
+   this->tables.clear();
+   this->chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 3);  // indices 1 and 2 only
+   this->chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 3);
+   this->makeTunnelTables(3);
+   auto& t = this->table();
+   auto a = t.entryRef(this->key(1), this->entry(1));
+   auto b = t.entryRef(this->key(2), this->entry(2));
+   std::vector<State> heard;
+   auto e = this->entry(3);
+   e.writeResponseFnIs([&](State s) { heard.push_back(s); });
+   auto c = t.entryRef(this->key(3), e);
+   EXPECT_EQ(c->entryState(), State::noHwIndex);
+   EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::noHwIndex}));
+   EXPECT_EQ(this->stats(this->name()).writes, 2u) << "no write without an index";
+   this->runLoop();
+   b.reset();  // frees index 2 once the delete is done
+   this->runLoop();
+   heard.clear();
+   auto retry = this->entry(3, 99);
+   retry.writeResponseFnIs([&](State s) { heard.push_back(s); });
+   t.entryRef(this->key(3), retry);
+   this->runLoop();
+   EXPECT_EQ(c->entryState(), State::success);
+   EXPECT_EQ(c->hwIndex(), 2u);
+   EXPECT_EQ(heard.back(), State::success);
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, WontProgramHoldsTheKeyWithoutHardware) {
+   auto& t = this->table();
+   auto ref = t.entryRef(this->key(1), this->entry(1));
+   this->runLoop();
+   const uint32_t before = ref->references();
+   auto h = t.entryWontProgram(this->key(1));
+   EXPECT_EQ(h, ref);
+   EXPECT_EQ(ref->references(), before + 2) << "one for the table, one for the caller";
+   EXPECT_EQ(h->entryType(), Type::committed);
+   EXPECT_EQ(h->hwIndex(), Asic::wontProgramIndex);
+   EXPECT_EQ(h->entryState(), State::wontProgram);
+   EXPECT_EQ(this->stats(this->name()).writes, 1u);
+
+   auto fresh = t.entryWontProgram(this->key(2));
+   EXPECT_FALSE(t.resolvedEntry(this->key(2)));
+   EXPECT_EQ(t.indexAllocator()->indexForKey(this->key(2)), Asic::invalidIndex);
+   fresh.reset();
+   t.entryRemove(this->key(2));
+   EXPECT_FALSE(t.entryHandle(this->key(2))) << "a never-programmed key goes at once";
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, WriteAtIndexLandsThere) {
+   auto& t = this->table();
+   auto h = t.entryWriteAtIndex(7, this->key(1), this->entry(1));
+   this->runLoop();
+   EXPECT_EQ(h->hwIndex(), 7u);
+   EXPECT_EQ(this->hw(this->name())->rowText(7), this->entry(1).stringValue());
+   EXPECT_EQ(t.entryRef(this->key(2), this->entry(2))->hwIndex(), Asic::invalidIndex);
+   this->runLoop();
+   EXPECT_EQ(t.entryHandle(this->key(2)), nullptr) << "the reference above was dropped";
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, ReferenceCountsOfRefAndCommit) {
+   auto& t = this->table();
+   auto h = t.entryRef(this->key(1), this->entry(1));
+   EXPECT_EQ(h->references(), 1u) << "a reference-only handle is the client's alone";
+   EXPECT_EQ(h->entryType(), Type::referenceOnly);
+   auto c1 = t.entryCommit(this->key(1), this->entry(1));
+   EXPECT_EQ(h->references(), 3u) << "the commitment adds the table's reference";
+   auto c2 = t.entryCommit(this->key(1), this->entry(1));
+   EXPECT_EQ(h->references(), 4u) << "a second commit takes no further table reference";
+   c1.reset();
+   c2.reset();
+   h.reset();
+   this->runLoop();
+   auto kept = t.entryHandle(this->key(1));
+   ASSERT_TRUE(kept) << "a committed entry outlives its clients";
+   EXPECT_EQ(kept->entryState(), State::success);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, LastReferenceDeletesTheRowAndReleasesTheIndex) {
+   auto& t = this->table();
+   auto h = t.entryRef(this->key(1), this->entry(1));
+   this->runLoop();
+   this->chip->holdResponsesIs(true);
+   h.reset();
+   auto kept = t.entryHandle(this->key(1));
+   ASSERT_TRUE(kept) << "the handle waits for the delete's response";
+   EXPECT_EQ(kept->entryType(), Type::inDeletion);
+   EXPECT_FALSE(this->hw(this->name())->row(1)) << "the row is cleared at once";
+   EXPECT_EQ(t.indexAllocator()->indexForKey(this->key(1)), Asic::invalidIndex);
+   kept.reset();
+   this->chip->holdResponsesIs(false);
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_FALSE(t.entryHandle(this->key(1)));
+   EXPECT_FALSE(t.resolvedEntry(this->key(1)));
+   EXPECT_EQ(t.resolvedEntrys(), 0u);
+   auto again = t.entryRef(this->key(2), this->entry(2));
+   this->runLoop();
+   EXPECT_EQ(again->hwIndex(), 1u) << "the freed index is reused";
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, ResponsesOutOfOrderAndFailures) {
+   auto& t = this->table();
+   this->chip->holdResponsesIs(true);
+   auto a = t.entryCommit(this->key(1), this->entry(1));
+   auto b = t.entryCommit(this->key(2), this->entry(2));
+   this->chip->writeFailuresIs(this->name(), 1);
+   auto c = t.entryCommit(this->key(3), this->entry(3));
+   EXPECT_FALSE(this->hw(this->name())->row(3)) << "a failed write leaves the row";
+   this->chip->releaseResponse(1);
+   this->runLoop();
+   EXPECT_EQ(a->entryState(), State::inProgress);
+   EXPECT_EQ(b->entryState(), State::success);
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_EQ(a->entryState(), State::success);
+   EXPECT_EQ(c->entryState(), State::noHwIndex);
+   // A later rewrite retries the refused value.
+   this->chip->holdResponsesIs(false);
+   t.entryCommit(this->key(3), this->entry(3, 1));
+   this->runLoop();
+   EXPECT_EQ(c->entryState(), State::success);
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, StaleResponseOfASupersededWriteIsIgnored) {
+   auto& t = this->table();
+   this->chip->holdResponsesIs(true);
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   t.entryCommit(this->key(1), this->entry(1, 2));
+   this->chip->releaseResponse(0);
+   this->runLoop();
+   EXPECT_EQ(h->entryState(), State::inProgress) << "the answer to the first value says nothing";
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, DeferredProgrammingStoresButDoesNotProgram) {
+   auto& t = this->table();
+   t.tableStateIs(Asic::SwTable::TableState::programmingDeferred);
+   auto h = t.entryCommit(this->key(1), this->entry(1));
+   EXPECT_TRUE(t.resolvedEntry(this->key(1)));
+   EXPECT_EQ(h->entryState(), State::unresolved);
+   EXPECT_EQ(this->stats(this->name()).writes, 0u);
+   t.tableStateIs(Asic::SwTable::TableState::active);
+   t.handleEntry(this->key(1));
+   this->runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, RemovalAndItsTraces) {
+   auto& t = this->table();
+   Orb::TraceCapture trace(std::string(this->name()) + "/9");
+   t.entryCommit(this->key(1), this->entry(1));
+   this->runLoop();
+   t.entryRemove(this->key(1));
+   t.entryRemove(this->key(1));
+   this->runLoop();
+   t.resolvedEntryDel(this->key(1));
+   const std::string n(this->name());
+   const auto& lines = trace.lines();
+   auto has = [&](const std::string& text) {
+      return std::find(lines.begin(), lines.end(), text) != lines.end();
+   };
+   std::ostringstream k;
+   k << this->key(1);
+   EXPECT_TRUE(has(n + ": entryCommit : Writing entry : " + this->entry(1).stringValue() +
+                   ", at key : " + k.str()));
+   EXPECT_TRUE(has(n + ": entryRemove : Removing entry at key : " + k.str()));
+   EXPECT_TRUE(has(n + ": entryRemove : Found no committed entry at key : " + k.str()));
+   EXPECT_TRUE(has(n + ": traceHwIndex Acquired hwIndex : 1"));
+   EXPECT_TRUE(has(n + ": cleanup begin delete dance, key :" + k.str()));
+   EXPECT_TRUE(has(n + ": cleanup delete dance complete, key : " + k.str()));
+   EXPECT_TRUE(has(n + ": handleEntry : No entry in HwTable for this key. Skip delete"));
+   EXPECT_FALSE(t.entryHandle(this->key(1)));
+   EXPECT_EQ(this->stats(this->name()).deletes, 1u);
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, DroppedWhileTheWriteIsInFlightWaitsForIt) {
+   auto& t = this->table();
+   this->chip->holdResponsesIs(true);
+   auto h = t.entryRef(this->key(1), this->entry(1));
+   h.reset();
+   EXPECT_EQ(this->stats(this->name()).deletes, 0u) << "no delete overtakes the write";
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_EQ(this->stats(this->name()).deletes, 1u);
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_FALSE(t.entryHandle(this->key(1)));
+   EXPECT_EQ(t.indexAllocator()->used(), 0u);
+   this->expectConsistent();
+}
+
+TYPED_TEST(EgrL3IpTunnelWriteTest, RevivedDuringTheDeleteDance) {
+   auto& t = this->table();
+   auto h = t.entryRef(this->key(1), this->entry(1));
+   this->runLoop();
+   this->chip->holdResponsesIs(true);
+   h.reset();
+   auto back = t.entryRef(this->key(1), this->entry(1));
+   EXPECT_EQ(back->entryType(), Type::referenceOnly);
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   this->chip->releaseAllResponses();
+   this->runLoop();
+   EXPECT_EQ(back->entryState(), State::success);
+   EXPECT_EQ(t.entryHandle(this->key(1)), back);
+   this->expectConsistent();
+}
+
+TEST_F(SimFixture, HandlesOutliveTheirTableUnlinked) {
+   makeTunnelTables();
+   auto h = v4->entryRef(tunnelKey(1), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(1)));
+   runLoop();
+   v4.reset();
+   tables.clear();
+   EXPECT_EQ(h->swTable(), nullptr);
+   EXPECT_TRUE(hw(L3EgrL3Ipv4TunnelTable::typeName)->row(1)) << "rows stay for a restart";
+   h.reset();
+   EXPECT_EQ(runLoop(), 0u);
+}
+
+}  // namespace
+}  // namespace test

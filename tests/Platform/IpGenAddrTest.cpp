@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+
+#include "Orb/Strep.h"
+#include "Wire/IpGenAddr.h"
+
+namespace {
+
+using Wire::AddressFamily;
+using Wire::IpGenAddr;
+
+TEST(IpGenAddr, parsesAndPrintsCanonically) {
+   struct Case {
+      const char* text;
+      AddressFamily family;
+      const char* canonical;
+   };
+   const Case cases[] = {
+       {"10.0.0.1", AddressFamily::ipv4, "10.0.0.1"},
+       {"0.0.0.0", AddressFamily::ipv4, "0.0.0.0"},
+       {"255.255.255.255", AddressFamily::ipv4, "255.255.255.255"},
+       {"", AddressFamily::unspecified, ""},
+       {"::", AddressFamily::ipv6, "::"},
+       {"::1", AddressFamily::ipv6, "::1"},
+       {"1::", AddressFamily::ipv6, "1::"},
+       {"2001:DB8:0:0:0:0:0:1", AddressFamily::ipv6, "2001:db8::1"},
+       {"2001:0db8:0000:0000:0001:0000:0000:0001", AddressFamily::ipv6, "2001:db8::1:0:0:1"},
+       {"2001:db8:0:1:1:1:1:1", AddressFamily::ipv6, "2001:db8:0:1:1:1:1:1"},
+       {"1:0:0:2:0:0:0:3", AddressFamily::ipv6, "1:0:0:2::3"},
+       {"1:2:3:4:5:6:7::", AddressFamily::ipv6, "1:2:3:4:5:6:7:0"},
+       {"::2:3:4:5:6:7:8", AddressFamily::ipv6, "0:2:3:4:5:6:7:8"},
+       {"0:0:1:0:0:0:0:0", AddressFamily::ipv6, "0:0:1::"},
+       {"::ffff:1.2.3.4", AddressFamily::ipv6, "::ffff:102:304"},
+       {"1:2:3:4:5:6:10.0.0.1", AddressFamily::ipv6, "1:2:3:4:5:6:a00:1"},
+   };
+   for (const Case& c : cases) {
+      SCOPED_TRACE(c.text);
+      const IpGenAddr a(c.text);
+      EXPECT_EQ(a.family(), c.family);
+      EXPECT_EQ(a.stringValue(), c.canonical);
+      EXPECT_EQ(IpGenAddr(a.stringValue()), a);
+      const std::string strep = Orb::valueToStrep(a);
+      EXPECT_EQ(strep, "'" + std::string(c.canonical) + "'");
+      EXPECT_EQ(Orb::strepToValue<IpGenAddr>(strep), a);
+   }
+   EXPECT_EQ(IpGenAddr("10.1.2.3"), IpGenAddr::ipv4(0x0a010203));
+   EXPECT_EQ(IpGenAddr("::1"), IpGenAddr::ipv6({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
+   EXPECT_EQ(IpGenAddr("0.0.0.0"), IpGenAddr::ipGenAddrZero(AddressFamily::ipv4));
+   EXPECT_EQ(IpGenAddr(), IpGenAddr::ipGenAddrZero(AddressFamily::unspecified));
+}
+
+TEST(IpGenAddr, rejectsMalformedText) {
+   for (const char* text : {"010.0.0.1",
+                            "256.0.0.1",
+                            "1.2.3",
+                            "1.2.3.4.5",
+                            "1.2.3.4 ",
+                            " 1.2.3.4",
+                            "1..2.3",
+                            "a.b.c.d",
+                            "1.2.3.-4",
+                            ":",
+                            ":::",
+                            "1:::2",
+                            "1::2::3",
+                            ":1::",
+                            "1:2:3:4:5:6:7",
+                            "1:2:3:4:5:6:7:8:9",
+                            "1::2:3:4:5:6:7:8",
+                            "12345::",
+                            "g::",
+                            "::1%eth0",
+                            "[::1]",
+                            "1.2.3.4::",
+                            "::1.2.3.4:5",
+                            "1:2:3:4:5:6:7:1.2.3.4"}) {
+      SCOPED_TRACE(text);
+      try {
+         IpGenAddr a(text);
+         ADD_FAILURE() << "parsed as " << a;
+      } catch (const std::invalid_argument& e) {
+         EXPECT_EQ(std::string(e.what()), "invalid IP address: '" + std::string(text) + "'");
+      }
+   }
+   try {
+      Orb::strepToValue<IpGenAddr>("'10.0.0.256'");
+      ADD_FAILURE();
+   } catch (const std::range_error& e) {
+      EXPECT_NE(std::string(e.what()).find("'10.0.0.256'"), std::string::npos) << e.what();
+   }
+   EXPECT_THROW(Orb::strepToValue<IpGenAddr>("10.0.0.1"), std::range_error);
+}
+
+TEST(IpGenAddr, orderingPutsFamilyFirst) {
+   const IpGenAddr ordered[] = {
+       IpGenAddr(),     IpGenAddr("0.0.0.0"), IpGenAddr("9.255.255.255"), IpGenAddr("10.0.0.0"),
+       IpGenAddr("::"), IpGenAddr("::1"),     IpGenAddr("ff00::")};
+   for (std::size_t i = 0; i + 1 < std::size(ordered); ++i) {
+      SCOPED_TRACE(i);
+      EXPECT_LT(ordered[i], ordered[i + 1]);
+      EXPECT_FALSE(ordered[i + 1] < ordered[i]);
+      EXPECT_NE(ordered[i], ordered[i + 1]);
+   }
+   std::ostringstream os;
+   os << IpGenAddr() << ' ' << IpGenAddr("10.0.0.2");
+   EXPECT_EQ(os.str(), "<unspecified> 10.0.0.2");
+}
+
+TEST(IpGenAddr, hashCoversFamilyExceptInByteHash) {
+   const uint32_t seed = 7;
+   const IpGenAddr v4zero = IpGenAddr::ipGenAddrZero(AddressFamily::ipv4);
+   const IpGenAddr v6zero = IpGenAddr::ipGenAddrZero(AddressFamily::ipv6);
+   EXPECT_NE(v4zero.hash(seed), v6zero.hash(seed));
+   EXPECT_EQ(IpGenAddr::hashIpv6Bytes(v4zero.bytes(), seed),
+             IpGenAddr::hashIpv6Bytes(v6zero.bytes(), seed));
+   EXPECT_EQ(IpGenAddr("10.0.0.1").hash(seed), IpGenAddr::ipv4(0x0a000001).hash(seed));
+   EXPECT_NE(IpGenAddr("10.0.0.1").hash(seed), IpGenAddr("10.0.0.1").hash(seed + 1));
+
+   // Neighbouring addresses must not collide; a mixer that drops bytes would.
+   std::set<uint32_t> seen;
+   for (uint32_t i = 0; i < 256; ++i) {
+      seen.insert(IpGenAddr::ipv4(0x0a000000 + i).hash(seed));
+      std::array<uint8_t, 16> b{};
+      b[i % 16] = uint8_t(1 + i / 16);
+      seen.insert(IpGenAddr::ipv6(b).hash(seed));
+   }
+   EXPECT_EQ(seen.size(), 512u);
+}
+
+}  // namespace

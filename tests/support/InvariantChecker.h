@@ -1,0 +1,114 @@
+#pragma once
+// Checks what must hold between the software tables, their allocators and the
+// simulated chip whenever the event loop is idle:
+//  - no two keys hold one index of an index space;
+//  - every programmed handle's row holds exactly its resolved entry, at the
+//    index the allocator gives its key;
+//  - every used row belongs to a key that holds its index (no orphan rows);
+//  - every index the allocator holds belongs to a key some table still has
+//    (no leaked index), and no reserved index is held.
+// Returns the violations found, one line each; empty when all hold.
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "AsicSim/Chip.h"
+
+namespace test {
+
+class InvariantChecker {
+public:
+   explicit InvariantChecker(const AsicSim::Chip& chip) : chip_(chip) {}
+
+   template <class Table>
+   InvariantChecker& table(const Table& t) {
+      checkHandles(t);
+      checkRows(t);
+      keysOf_[t.indexAllocator().ptr()];  // every allocator gets checked, even an empty one
+      for (auto& [key, node] : t.entryIteratorConst())
+         keysOf_[t.indexAllocator().ptr()].insert(text(key));
+      for (auto& [key, h] : t.entryHandleIteratorConst())
+         keysOf_[t.indexAllocator().ptr()].insert(text(key));
+      return *this;
+   }
+
+   std::vector<std::string> violations() {
+      for (auto& [alloc, keys] : keysOf_) {
+         if (!alloc) continue;
+         alloc->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& key) {
+            if (!keys.count(key.text()))
+               fail("index ", i, " is held by ", key.text(), ", which no table has (leaked)");
+         });
+      }
+      return std::move(violations_);
+   }
+
+private:
+   template <class K>
+   static std::string text(const K& k) {
+      std::ostringstream os;
+      os << k;
+      return os.str();
+   }
+
+   template <class... A>
+   void fail(const A&... pieces) {
+      std::ostringstream os;
+      (os << ... << pieces);
+      violations_.push_back(os.str());
+   }
+
+   template <class Table>
+   void checkHandles(const Table& t) {
+      auto hw = chip_.table(t.name());
+      auto& alloc = t.indexAllocator();
+      auto& owners = owners_[alloc.ptr()];
+      for (auto& [key, h] : t.entryHandleIteratorConst()) {
+         if (h->swTable() != &t) {
+            fail(t.name(), ": handle of ", key, " does not point at its table");
+         }
+         if (h->entryState() != Asic::SwTableBase::success() || h->outstandingRequest()) continue;
+         auto value = t.resolvedEntry(key);
+         if (!value) continue;
+         const Asic::Index i = h->hwIndex();
+         if (alloc && alloc->indexForKey(key) != i) {
+            fail(t.name(), ": ", key, " is programmed at ", i, " but its allocator says ",
+                 alloc->indexForKey(key));
+         }
+         if (alloc && alloc->reserved(i)) {
+            fail(t.name(), ": ", key, " is programmed at reserved index ", i);
+         }
+         auto [it, fresh] = owners.emplace(i, text(key));
+         if (!fresh && it->second != text(key)) {
+            fail("index ", i, " is held by ", it->second, " and ", key);
+         }
+         const Asic::EntryBase* row = hw ? hw->row(i) : nullptr;
+         if (hw && (!row || !row->isEqEntry(*value))) {
+            fail(t.name(), ": row ", i, " of ", key, " holds '",
+                 (row ? row->stringValue() : std::string("nothing")), "', not its resolved entry");
+         }
+      }
+   }
+
+   template <class Table>
+   void checkRows(const Table& t) {
+      auto hw = chip_.table(t.name());
+      auto& alloc = t.indexAllocator();
+      if (!hw || !alloc) return;
+      for (Asic::Index i = 0; i < hw->numEntries(); ++i) {
+         if (!hw->row(i)) continue;
+         if (!alloc->keyForIndex(i)) {
+            fail(t.name(), ": row ", i, " is used but no key holds its index");
+         }
+      }
+   }
+
+   const AsicSim::Chip& chip_;
+   std::map<const Asic::GenericIndexAllocator*, std::set<std::string>> keysOf_;
+   std::map<const Asic::GenericIndexAllocator*, std::map<Asic::Index, std::string>> owners_;
+   std::vector<std::string> violations_;
+};
+
+}  // namespace test

@@ -1,0 +1,98 @@
+#pragma once
+// A simulated chip with the egress tunnel tables set up on it, as the agent
+// would: chip info with small tables, tables created by their factories,
+// initialised and listening to write responses.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "AsicSim/Chip.h"
+#include "Brio/EventLoop.h"
+#include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
+#include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
+
+namespace test {
+
+using MeridL3Tunnel::L3EgrL3Ipv4TunnelTable;
+using MeridL3Tunnel::L3EgrL3Ipv6TunnelTable;
+using MeridL3Tunnel::L3TunnelKey;
+using State = Asic::SwTableBase::EntryState;
+using Type = Asic::SwTableBase::EntryHandle::EntryType;
+using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
+
+inline Wire::IpGenAddr addr(const char* text) { return Wire::IpGenAddr(text); }
+
+// Tunnel key number `n`: IPv4 for the IPv4 table's tests, IPv6 for the IPv6 one's.
+inline L3TunnelKey tunnelKey(uint32_t n, bool v6 = false) {
+   if (v6) {
+      std::array<uint8_t, 16> src{0x20, 0x01, 0x0d, 0xb8};
+      std::array<uint8_t, 16> dst = src;
+      dst[14] = uint8_t(n >> 8);
+      dst[15] = uint8_t(n);
+      src[15] = 1;
+      return {Wire::IpGenAddr::ipv6(src), Wire::IpGenAddr::ipv6(dst)};
+   }
+   return {Wire::IpGenAddr::ipv4(0x0a000001), Wire::IpGenAddr::ipv4(0x0b000000 + n)};
+}
+
+template <class Table>
+typename Table::Entry tunnelEntry(const L3TunnelKey& k, uint8_t ttl = 64, uint32_t strength = 17) {
+   const bool v6 = k.dstIpAddr().isV6();
+   return typename Table::Entry(!v6, v6, k.srcIpAddr(), ttl, k.dstIpAddr(), U5(strength));
+}
+
+class SimFixture : public ::testing::Test {
+protected:
+   static constexpr uint32_t defaultRows = 16;
+
+   void SetUp() override {
+      Brio::EventLoop::instance().clear();
+      chip = Brio::makePtr<AsicSim::Chip>();
+      chip->install();
+      chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
+      chipInfo->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, defaultRows);
+      chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, defaultRows);
+      ledger = Brio::makePtr<Ledger::EntityManager>();
+   }
+
+   void TearDown() override {
+      tables.clear();
+      v4.reset();
+      v6.reset();
+      Brio::EventLoop::instance().clear();
+      chip->uninstall();
+   }
+
+   // Creates both egress tunnel tables with `rows` rows each.
+   void makeTunnelTables(uint32_t rows = defaultRows) {
+      chipInfo->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, rows);
+      chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, rows);
+      v4 = MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory();
+      v6 = MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory();
+      init(*v4);
+      init(*v6);
+   }
+
+   void init(Asic::SwTable& t) {
+      t.doInit(0, ledger, chipInfo);
+      t.doInitComplete();
+      tables.push_back(&t);
+   }
+
+   uint32_t runLoop() { return Brio::EventLoop::instance().runUntilIdle(); }
+
+   Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name); }
+   AsicSim::HwTable::Stats stats(std::string_view name) const {
+      auto t = chip->table(name);
+      return t ? t->stats() : AsicSim::HwTable::Stats{};
+   }
+
+   Brio::Ptr<AsicSim::Chip> chip;
+   Brio::Ptr<MeridCentral::ChipInfo> chipInfo;
+   Brio::Ptr<Ledger::EntityManager> ledger;
+   Brio::Ptr<L3EgrL3Ipv4TunnelTable> v4;
+   Brio::Ptr<L3EgrL3Ipv6TunnelTable> v6;
+   std::vector<Asic::SwTable*> tables;
+};
+
+}  // namespace test

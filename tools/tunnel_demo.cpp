@@ -1,0 +1,88 @@
+// Programs a handful of IPv4 and IPv6 egress tunnels on the simulated chip and
+// prints what the software tables hold and what the chip's rows hold.
+#include <algorithm>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <vector>
+
+#include "AsicSim/Chip.h"
+#include "Brio/EventLoop.h"
+#include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
+#include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
+
+using namespace MeridL3Tunnel;
+
+namespace {
+
+template <class Table>
+void printTable(const Table& table, const AsicSim::Chip& chip) {
+   using Key = typename Table::Key;
+   std::vector<Key> keys;
+   for (auto& [key, handle] : table.entryHandleIteratorConst()) keys.push_back(key);
+   std::sort(keys.begin(), keys.end());
+   std::cout << table.name() << "  (" << table.entrys() << " entries, "
+             << table.indexAllocator()->used() << "/" << table.numEntries()
+             << " indices in the shared space)\n";
+   std::cout << "  " << std::left << std::setw(46) << "key" << std::setw(8) << "index"
+             << std::setw(12) << "state"
+             << "type\n";
+   for (auto& key : keys) {
+      auto h = table.entryHandle(key);
+      std::ostringstream k;
+      k << key;
+      std::cout << "  " << std::setw(46) << k.str() << std::setw(8) << h->hwIndex() << std::setw(12)
+                << h->entryState() << h->entryType() << "\n";
+   }
+   auto hw = chip.table(table.name());
+   std::cout << "  hardware rows of " << table.name() << ":\n";
+   for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+      if (hw->row(i)) std::cout << "    [" << i << "] " << hw->rowText(i) << "\n";
+   std::cout << "\n";
+}
+
+}  // namespace
+
+int main() {
+   Brio::Ptr<AsicSim::Chip> chip = Brio::makePtr<AsicSim::Chip>();
+   chip->install();
+   auto chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
+   chipInfo->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 16);
+   chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 16);
+   auto ledger = Brio::makePtr<Ledger::EntityManager>();
+
+   auto v4 = l3EgrL3Ipv4TunnelTableFactory();
+   auto v6 = l3EgrL3Ipv6TunnelTableFactory();
+   for (Asic::SwTable* t :
+        {static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
+      t->doInit(0, ledger, chipInfo);
+      t->doInitComplete();
+   }
+
+   const char* v4Tunnels[][2] = {
+       {"10.0.0.1", "10.1.0.1"}, {"10.0.0.1", "10.1.0.2"}, {"10.0.0.2", "10.1.0.3"}};
+   const char* v6Tunnels[][2] = {{"2001:db8::1", "2001:db8:1::1"},
+                                 {"2001:db8::1", "2001:db8:1::2"}};
+   std::vector<Brio::Ptr<const Asic::SwTableBase::EntryHandle>> held;
+   for (auto& t : v4Tunnels) {
+      Wire::IpGenAddr src(t[0]), dst(t[1]);
+      held.push_back(v4->entryRef(
+          {src, dst}, L3EgrL3Ipv4TunnelTable::Entry(true, false, src, 64, dst, U5(17))));
+   }
+   for (auto& t : v6Tunnels) {
+      Wire::IpGenAddr src(t[0]), dst(t[1]);
+      held.push_back(v6->entryCommit(
+          {src, dst}, L3EgrL3Ipv6TunnelTable::Entry(false, true, src, 64, dst, U5(17))));
+   }
+   Brio::EventLoop::instance().runUntilIdle();
+
+   printTable(*v4, *chip);
+   printTable(*v6, *chip);
+
+   held.clear();
+   v4.reset();
+   v6.reset();
+   chip->uninstall();
+   return 0;
+}
