@@ -265,6 +265,8 @@ struct SwTable::Accessor {
          return;
       }
       if (h) {
+         // Whatever was in flight for the key answers for an older value now.
+         forgetRequest(t, *h);
          h->entryStateIs(State::inProgress);
          h->resolvedEntryStateIs(State::inProgress);
       }

@@ -1,0 +1,149 @@
+// The IPv4 and IPv6 egress tunnel tables take their indices from one shared
+// allocator: one index space, index 0 never used, no index held twice.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "support/InvariantChecker.h"
+#include "support/SimFixture.h"
+
+namespace test {
+namespace {
+
+class SharedIndexSpace : public SimFixture {
+protected:
+   void SetUp() override {
+      SimFixture::SetUp();
+      makeTunnelTables();
+   }
+   void expectConsistent(const std::string& where = "") {
+      auto v = InvariantChecker(*chip).table(*v4).table(*v6).violations();
+      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+   }
+   HandlePtr write4(uint32_t n) {
+      return v4->entryRef(tunnelKey(n), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(n)));
+   }
+   HandlePtr write6(uint32_t n) {
+      return v6->entryRef(tunnelKey(n, true),
+                          tunnelEntry<L3EgrL3Ipv6TunnelTable>(tunnelKey(n, true)));
+   }
+};
+
+TEST_F(SharedIndexSpace, OneAllocatorForBothTables) {
+   EXPECT_EQ(v4->indexAllocator(), v6->indexAllocator());
+   EXPECT_TRUE(v4->indexAllocator()->reserved(0));
+   EXPECT_EQ(Asic::GenericIndexAllocatorStub::sharers(
+                 Orb::typeId<MeridL3Common::L3EgrL3TunnelSharedAllocator>()),
+             2u);
+}
+
+TEST_F(SharedIndexSpace, IndicesAlternateBetweenTheTables) {
+   struct Step {
+      bool v6;
+      Asic::Index expected;
+   };
+   for (auto order : {std::vector<Step>{{false, 1}, {true, 2}, {false, 3}},
+                      std::vector<Step>{{true, 1}, {false, 2}, {true, 3}}}) {
+      std::vector<HandlePtr> held;
+      uint32_t n = 0;
+      for (auto& s : order) held.push_back(s.v6 ? write6(++n) : write4(++n));
+      runLoop();
+      for (size_t i = 0; i < order.size(); ++i) EXPECT_EQ(held[i]->hwIndex(), order[i].expected);
+      held.clear();
+      runLoop();
+      EXPECT_EQ(v4->indexAllocator()->used(), 0u);
+   }
+}
+
+TEST_F(SharedIndexSpace, FreedIndexGoesToEitherTable) {
+   auto a = write4(1);
+   auto b = write4(2);
+   runLoop();
+   a.reset();
+   runLoop();
+   auto c = write6(3);
+   runLoop();
+   EXPECT_EQ(c->hwIndex(), 1u);
+   expectConsistent();
+}
+
+TEST_F(SharedIndexSpace, OneKeyInBothTablesSharesItsIndexUntilBothLetGo) {
+   auto k = tunnelKey(1);
+   auto a = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
+   auto b = v6->entryRef(
+       k, L3EgrL3Ipv6TunnelTable::Entry(false, true, k.srcIpAddr(), 1, k.dstIpAddr(), U5(2)));
+   runLoop();
+   EXPECT_EQ(a->hwIndex(), b->hwIndex());
+   a.reset();
+   runLoop();
+   EXPECT_EQ(v6->indexAllocator()->indexForKey(k), b->hwIndex()) << "the IPv6 entry still uses it";
+   b.reset();
+   runLoop();
+   EXPECT_EQ(v6->indexAllocator()->indexForKey(k), Asic::invalidIndex);
+   expectConsistent();
+}
+
+// Random writes, rewrites, commits, removals and dropped references over both
+// tables, with responses held and released out of order; everything must
+// agree after every step once the loop is idle, and nothing may be left when
+// every reference is gone.
+TEST_F(SharedIndexSpace, RandomChurnKeepsTheInvariants) {
+   tables.clear();
+   chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 12);
+   chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 12);
+   makeTunnelTables(12);  // fewer indices than keys: the tables fill up
+   std::mt19937 rng(20261121);
+   std::map<std::pair<bool, uint32_t>, HandlePtr> held;
+   auto pick = [&](uint32_t n) { return uint32_t(rng() % n); };
+   for (int step = 0; step < 3000; ++step) {
+      const bool six = pick(2);
+      const uint32_t n = 1 + pick(16);
+      const auto k = tunnelKey(n, six);
+      const uint8_t ttl = uint8_t(1 + pick(3));
+      switch (pick(7)) {
+         case 0:
+         case 1:
+            held[{six, n}] = six ? v6->entryRef(k, tunnelEntry<L3EgrL3Ipv6TunnelTable>(k, ttl))
+                                 : v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k, ttl));
+            break;
+         case 2:
+            six ? v6->entryCommit(k, tunnelEntry<L3EgrL3Ipv6TunnelTable>(k, ttl))
+                : v4->entryCommit(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k, ttl));
+            break;
+         case 3:
+            six ? v6->entryRemove(k) : v4->entryRemove(k);
+            break;
+         case 4:
+            held.erase({six, n});
+            break;
+         case 5:
+            chip->holdResponsesIs(!chip->holdResponses());
+            break;
+         case 6:
+            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            break;
+      }
+      if (!chip->holdResponses()) chip->releaseAllResponses();
+      runLoop();
+      if (chip->heldResponses() == 0) {
+         expectConsistent("step " + std::to_string(step) + ": ");
+         if (HasFailure()) return;
+      }
+   }
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   held.clear();
+   v4->entryRemoveAll();
+   v6->entryRemoveAll();
+   runLoop();
+   EXPECT_EQ(v4->entryHandles() + v6->entryHandles(), 0u);
+   EXPECT_EQ(v4->resolvedEntrys() + v6->resolvedEntrys(), 0u);
+   EXPECT_EQ(v4->indexAllocator()->used(), 0u);
+   EXPECT_EQ(hw(L3EgrL3Ipv4TunnelTable::typeName)->usedRows(), 0u);
+   EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
+   expectConsistent();
+}
+
+}  // namespace
+}  // namespace test
