@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# The table library exports its factories and public types' API, never the
+# engine's internals.
+set -euo pipefail
+lib="$1"
+syms=$(nm -DC --defined-only "$lib")
+for f in l3EgrL3Ipv4TunnelTableFactory l3EgrL3Ipv6TunnelTableFactory; do
+   grep -q " T $f\$" <<<"$syms" || { echo "missing export: $f"; exit 1; }
+done
+if grep -E 'Accessor<|KeyedTableData' <<<"$syms"; then
+   echo "engine internals are exported (above)"
+   exit 1
+fi
+echo "exports ok: $(grep -c ' [TWVu] ' <<<"$syms") symbols"
