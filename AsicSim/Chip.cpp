@@ -74,6 +74,7 @@ void Chip::install() {
 }
 
 void Chip::uninstall() {
+   held_.clear();
    if (!installed_) return;
    installed_ = false;
    Sidecar::Core::Loader::defaultImplementationDel(prefixPath);

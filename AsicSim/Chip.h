@@ -76,6 +76,7 @@ public:
 
    // Makes this chip the plug-in that tables load from now on.
    void install();
+   // Stops serving new tables and drops the responses it still holds.
    void uninstall();
 
    // The hardware table of `name` on `unit`, or null when none is mounted yet.
@@ -91,6 +92,8 @@ public:
    // Hands the held response at `position` (0 is the oldest) to the event loop.
    void releaseResponse(uint32_t position = 0);
    void releaseAllResponses();
+   // Forgets the held responses: they are never delivered.
+   void heldResponsesDelAll() { held_.clear(); }
 
    // The next `count` writes of the table fail: the row is left as it was and
    // the response reports the failure.
