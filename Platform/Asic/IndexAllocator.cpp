@@ -2,18 +2,12 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdio>
-#include <cstdlib>
+
+#include "Orb/Assert.h"
 
 namespace Asic {
 
 namespace {
-
-// Stands in for the project assert until it exists.
-[[noreturn]] void assertFailed(const char* expr) {
-   std::fprintf(stderr, "assertion \"%s\" failed\n", expr);
-   std::abort();
-}
 
 constexpr uint64_t allBits = ~uint64_t(0);
 
@@ -74,7 +68,7 @@ bool GenericIndexAllocator::canReleaseIndex(const Orb::GenericValue& allocatorKe
 
 void GenericIndexAllocator::releaseIndexFromTable(const Orb::GenericValue& allocatorKey,
                                                   const IndexKeyHolder* table) {
-   if (!table) assertFailed("table");
+   ORB_ASSERT(table);
    releaseIndex(allocatorKey);
 }
 
@@ -87,7 +81,7 @@ void GenericIndexAllocator::releaseIndex(const Orb::GenericValue& allocatorKey) 
 }
 
 void GenericIndexAllocator::setTableAttr(const IndexKeyHolder* table, uint32_t attrId) {
-   if (!table) assertFailed("table");
+   ORB_ASSERT(table);
    auto entry = std::make_pair(table, attrId);
    if (std::find(tableAttrs_.begin(), tableAttrs_.end(), entry) == tableAttrs_.end()) {
       tableAttrs_.push_back(entry);
@@ -99,7 +93,7 @@ void GenericIndexAllocator::tableAttrDel(const IndexKeyHolder* table) {
 }
 
 void GenericIndexAllocator::indexCountIs(uint32_t n) {
-   if (n > maxIndexCount) assertFailed("n <= maxIndexCount");
+   ORB_ASSERT(n <= maxIndexCount) << "index count " << n;
    if (n == indexCount_) return;
    indexCount_ = n;
    indexSpaceChanged();
@@ -305,14 +299,12 @@ std::unordered_map<Orb::TypeId, SharedEntry>& registry() {
 Brio::Ptr<GenericIndexAllocator> GenericIndexAllocatorStub::createSharedAllocator(
     Orb::TypeId allocatorType, Orb::TypeId tableType, const IndexKeyHolder* table,
     const Factory& factory) {
-   if (!table) assertFailed("table");
+   ORB_ASSERT(table);
    SharedEntry& entry = registry()[allocatorType];
    if (!entry.allocator) {
       entry.allocator = factory();
-      if (!entry.allocator || !(entry.allocator->allocatorType() == allocatorType)) {
-         registry().erase(allocatorType);
-         assertFailed("allocator->allocatorType() == allocatorType");
-      }
+      ORB_ASSERT(entry.allocator && entry.allocator->allocatorType() == allocatorType)
+          << "factory made no allocator of type " << allocatorType.name();
    }
    auto sharing = [table](const Share& s) { return s.table == table; };
    if (std::find_if(entry.shares.begin(), entry.shares.end(), sharing) == entry.shares.end()) {
@@ -325,7 +317,7 @@ void GenericIndexAllocatorStub::freeSharedAllocator(Orb::TypeId allocatorType,
                                                     Orb::TypeId tableType,
                                                     const IndexKeyHolder* table) {
    (void)tableType;  // a table is identified by its address; the type is for traces
-   if (!table) assertFailed("table");
+   ORB_ASSERT(table);
    auto it = registry().find(allocatorType);
    if (it == registry().end()) return;
    SharedEntry& entry = it->second;
