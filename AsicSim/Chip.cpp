@@ -9,13 +9,13 @@ namespace AsicSim {
 HwTable::HwTable(std::string name, Asic::UnitId unit, uint32_t rows)
     : Asic::HwTable(std::move(name), unit), rows_(rows) {}
 
-const Asic::EntryBase* HwTable::row(Asic::Index index) const {
-   return index < rows_.size() ? rows_[index].get() : nullptr;
+const std::string* HwTable::row(Asic::Index index) const {
+   return index < rows_.size() && rows_[index] ? &*rows_[index] : nullptr;
 }
 
 std::string HwTable::rowText(Asic::Index index) const {
-   const Asic::EntryBase* r = row(index);
-   return r ? r->stringValue() : std::string();
+   const std::string* r = row(index);
+   return r ? *r : std::string();
 }
 
 uint32_t HwTable::usedRows() const {
@@ -28,11 +28,12 @@ uint32_t HwTable::usedRows() const {
 bool HwTable::rowIs(Asic::Index index, const Asic::EntryBase* value) {
    if (index >= rows_.size()) return false;
    auto& r = rows_[index];
-   const bool same = value ? (r && r->isEqEntry(*value)) : !r;
+   std::optional<std::string> content;
+   if (value) content = value->rowText();
    value ? ++stats_.writes : ++stats_.deletes;
-   if (same) return true;
+   if (content == r) return true;
    ++stats_.changes;
-   r = value ? value->clone() : nullptr;
+   r = std::move(content);
    return true;
 }
 

@@ -14,6 +14,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,8 +41,8 @@ public:
    uint32_t numEntries() const override { return uint32_t(rows_.size()); }
    void numEntriesIs(uint32_t rows) { rows_.resize(rows); }
 
-   // The row's value, or null when the row is clear.
-   const Asic::EntryBase* row(Asic::Index index) const;
+   // The row's content (the entry's row text), or null when the row is clear.
+   const std::string* row(Asic::Index index) const;
    std::string rowText(Asic::Index index) const;
    uint32_t usedRows() const;
    const Stats& stats() const { return stats_; }
@@ -50,7 +51,7 @@ public:
    bool rowIs(Asic::Index index, const Asic::EntryBase* value);
 
 private:
-   std::vector<std::unique_ptr<Asic::EntryBase>> rows_;
+   std::vector<std::optional<std::string>> rows_;
    Stats stats_;
 };
 

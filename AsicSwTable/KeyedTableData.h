@@ -3,6 +3,7 @@
 // process-wide seed XORed with a constant of its own, so one key falls into
 // different buckets in different maps.
 #include <cstdint>
+#include <type_traits>
 #include <unordered_map>
 
 #include "Asic/HwTable.h"
@@ -31,10 +32,16 @@ struct KeyIsEq {
 template <class Key, class Value, uint32_t Seed>
 using KeyedMap = std::unordered_map<Key, Value, SeededHash<Key, Seed>, KeyIsEq<Key>>;
 
-template <class Key, class Entry, class Handle>
+struct NoUnresolvedEntries {};
+
+// `Ue` is the table's unresolved-entry type, or void for a table whose
+// entries name no other entries.
+template <class Key, class Entry, class Handle, class Ue = void>
 struct KeyedTableData {
    using EntryHandleMap = KeyedMap<Key, Brio::Ptr<Handle>, entryHandleSeed>;
    using ResolvedEntryMap = KeyedMap<Key, Orb::Optional<Entry>, resolvedEntrySeed>;
+   using UnresolvedEntryMap = std::conditional_t<std::is_void_v<Ue>, NoUnresolvedEntries,
+                                                 KeyedMap<Key, Brio::Ptr<Ue>, unresolvedEntrySeed>>;
 
    struct InFlight {
       Key key;
@@ -43,6 +50,7 @@ struct KeyedTableData {
 
    EntryHandleMap entryHandle;
    ResolvedEntryMap resolvedEntry;
+   [[no_unique_address]] UnresolvedEntryMap unresolvedEntry;
    // Hardware operations whose responses are awaited, by request.
    std::unordered_map<HwRequestId, InFlight> inFlight;
 };

@@ -15,10 +15,14 @@
 //   node and the handle.
 #include <vector>
 
+#include <stdexcept>
+
+#include "Asic/Cast.h"
 #include "Asic/SwTable.h"
 #include "Asic/SwTableUtil.h"
 #include "Asic/WriteResponseSm.h"
 #include "AsicSwTable/KeyedEntryHandle.h"
+#include "AsicSwTable/KeyedUnresolvedEntry.h"
 #include "Flit/Flit.h"
 #include "Orb/Assert.h"
 #include "Orb/Env.h"
@@ -29,6 +33,7 @@ namespace Asic {
 // Trace levels of the engine.
 inline constexpr uint32_t traceWrite = 5;
 inline constexpr uint32_t traceState = 6;
+inline constexpr uint32_t traceVerbose = 7;
 inline constexpr uint32_t traceHardware = 8;
 
 template <class T>
@@ -140,16 +145,24 @@ struct SwTable::Accessor {
 
    static HandlePtrConst entryRef(T& t, const Key& key, const Entry& e) {
       FLIT(trace(), traceWrite, "{}: {}", typeName(), "entryRef");
-      ORB_TRACE(trace(), traceWrite, "entryRef")
-          << " : Writing entry : " << e << ", at key : " << key;
-      return entryWriteHelper(t, key, e, AutoRemoveType::autoRemove);
+      if constexpr (T::hasDependentField) {
+         return dependentWrite(t, key, e, AutoRemoveType::autoRemove, "entryRef");
+      } else {
+         ORB_TRACE(trace(), traceWrite, "entryRef")
+             << " : Writing entry : " << e << ", at key : " << key;
+         return entryWriteHelper(t, key, e, AutoRemoveType::autoRemove);
+      }
    }
 
    static HandlePtrConst entryCommit(T& t, const Key& key, const Entry& e) {
       FLIT(trace(), traceWrite, "{}: {}", typeName(), "entryCommit");
-      ORB_TRACE(trace(), traceWrite, "entryCommit")
-          << " : Writing entry : " << e << ", at key : " << key;
-      return entryWriteHelper(t, key, e, AutoRemoveType::needsExplicitRemove);
+      if constexpr (T::hasDependentField) {
+         return dependentWrite(t, key, e, AutoRemoveType::needsExplicitRemove, "entryCommit");
+      } else {
+         ORB_TRACE(trace(), traceWrite, "entryCommit")
+             << " : Writing entry : " << e << ", at key : " << key;
+         return entryWriteHelper(t, key, e, AutoRemoveType::needsExplicitRemove);
+      }
    }
 
    static void entryTypeForWrite(Handle& eh, AutoRemoveType mode) {
@@ -399,9 +412,7 @@ struct SwTable::Accessor {
             return;
       }
       if (eh.entryType() != Type::referenceOnly && eh.entryType() != Type::committed) return;
-      auto it = t.data_.resolvedEntry.find(key);
-      if (it == t.data_.resolvedEntry.end() || !it->second) return;
-      WriteResponseFn fn = it->second->writeResponseFn();
+      WriteResponseFn fn = writeResponseFn(t, key);
       if (fn) fn(state);
    }
 
@@ -468,7 +479,7 @@ struct SwTable::Accessor {
             return;
          case Type::committed:
             ORB_TRACE(trace(), traceWrite, "entryRemove") << " : Removing entry at key : " << key;
-            t.doRemoveUnresolvedEntry(key);
+            removeUnresolvedEntry(t, key);
             eh->entryTypeIs(Type::referenceOnly);
             eh->dropTableReference();
             return;  // the clean-up starts when `eh` goes, if it was the last
@@ -494,7 +505,7 @@ struct SwTable::Accessor {
       const Key key = eh->key();
       ORB_TRACE(trace(), traceWrite, "cleanup") << " : entryhandle cleanup, eh : " << eh
                                                 << ", key :" << key << ", refCnt:" << refCnt(*eh);
-      t.doRemoveUnresolvedEntry(key);
+      removeUnresolvedEntry(t, key);
       const bool inMap = entryHandle(t, key).ptr() == eh;
       if (inMap) {
          ORB_ASSERT(eh->entryType() == EntryHandle::referenceOnly()) << "unexpected entryType";
@@ -552,11 +563,167 @@ struct SwTable::Accessor {
       t.detachHardware();
    }
 
+   // ---- entries that name another table's entry --------------------------------
+
+   // Tables whose entries name nothing have no unresolved entries; the
+   // functions below are then never instantiated.
+   struct NoUnresolvedEntry : Brio::PtrInterface {};
+   using Ue =
+       std::conditional_t<T::hasDependentField, typename T::UnresolvedEntry, NoUnresolvedEntry>;
+   using UePtr = Brio::Ptr<Ue>;
+
+   static void removeUnresolvedEntry(T& t, const Key& key) {
+      if constexpr (T::hasDependentField) unresolvedEntryDel(t, key);
+   }
+
+   // The callable of the value that stands for the key: a value still waiting
+   // for its needed entry comes first, so its writer hears a failure too.
+   static WriteResponseFn writeResponseFn(const T& t, const Key& key) {
+      if constexpr (T::hasDependentField) {
+         if (UePtr ue = unresolvedEntry(t, key)) return ue->entry().writeResponseFn();
+      }
+      auto it = t.data_.resolvedEntry.find(key);
+      if (it == t.data_.resolvedEntry.end() || !it->second) return {};
+      return it->second->writeResponseFn();
+   }
+
+   static UePtr unresolvedEntry(const T& t, const Key& key) {
+      auto it = t.data_.unresolvedEntry.find(key);
+      return it == t.data_.unresolvedEntry.end() ? nullptr : it->second;
+   }
+
+   static UePtr unresolvedEntryIs(T& t, const Key& key) {
+      auto& map = t.data_.unresolvedEntry;
+      if (auto it = map.find(key); it != map.end()) return it->second;
+      UePtr ue(new Ue(key, &t));
+      map.emplace(key, ue);
+      t.publisher_.notify(SwTable::unresolvedEntryAttr, Brio::KeyRef(key));
+      return ue;
+   }
+
+   static void unresolvedEntryDel(T& t, const Key& key) {
+      auto& map = t.data_.unresolvedEntry;
+      auto it = map.find(key);
+      if (it == map.end()) return;
+      UePtr gone = std::move(it->second);  // dies after the map no longer names it
+      map.erase(it);
+      gone->neededEntryHandleSmDelAll();
+      t.publisher_.notify(SwTable::unresolvedEntryAttr, Brio::KeyRef(key));
+   }
+
+   static void unresolvedEntryDelAll(T& t) {
+      std::vector<Key> keys;
+      for (auto& [k, ue] : t.data_.unresolvedEntry) keys.push_back(k);
+      for (auto& k : keys) unresolvedEntryDel(t, k);
+   }
+
+   // Every new value of a dependent table waits as an unresolved entry, and is
+   // resolved at once when the entry it names is ready.
+   static HandlePtrConst dependentWrite(T& t, const Key& key, const Entry& e, AutoRemoveType mode,
+                                        const char* op) {
+      if (UePtr ue = unresolvedEntry(t, key)) {
+         if (Entry::isEq(ue->entry(), e)) {
+            ORB_TRACE(trace(), traceWrite, op)
+                << " : Found existing unresolved entry at key : " << key << ", entry : " << e;
+            HandlePtr eh = entryHandle(t, key);
+            ORB_ASSERT(eh) << "expect a valid entryHandle, key: " << key;
+            entryTypeForWrite(*eh, mode);
+            return eh;
+         }
+         ORB_TRACE(trace(), traceWrite, op)
+             << " : Deleting existing unresolved entry at key : " << key;
+         unresolvedEntryDel(t, key);
+      }
+      auto node = t.data_.resolvedEntry.find(key);
+      if (node != t.data_.resolvedEntry.end() && node->second && Entry::isEq(*node->second, e)) {
+         ORB_TRACE(trace(), traceWrite, op)
+             << " : Found already existing resolved entry at key : " << key << ", entry : " << e;
+         HandlePtr eh = entryHandleIs(t, key);
+         if (eh->entryType() != Type::none) eh->entryStateIs(eh->resolvedEntryState());
+         entryTypeForWrite(*eh, mode);
+         return eh;
+      }
+      ORB_TRACE(trace(), traceWrite, op) << " : Writing new entry at key: " << key;
+      HandlePtr eh = entryHandleIs(t, key);
+      entryTypeForWrite(*eh, mode);
+      eh->entryStateIs(State::unresolved);
+      UePtr ue = unresolvedEntryIs(t, key);
+      initUnresolvedEntry(t, *ue, e);
+      return eh;
+   }
+
+   static void initUnresolvedEntry(T& t, Ue& ue, const Entry& e) {
+      ue.entryIs(e);
+      initUnresolvedEntry(t, ue);
+   }
+
+   static void initUnresolvedEntry(T& t, Ue& ue) {
+      ORB_TRACE(trace(), traceVerbose, "initUnresolvedEntry") << " : at key : " << ue.key();
+      FLIT(trace(), traceVerbose, "{}: {}", typeName(), "initUnresolvedEntry");
+      const auto& needed = ue.entry().neededEntryHandle();
+      if (!needed) throw std::invalid_argument(unassignedHandle);
+      const Util* util = t.util().ptr();
+      const bool hwIndexSuffices = util && util->hwIndexValidSuffices();
+      const bool ready = hwIndexSuffices ? (needed->isHwIndexValid() || needed->isComplete())
+                                         : needed->isComplete();
+      if (!ready) {
+         ue.neededEntryHandleSmIs(needed.ptr(), hwIndexSuffices);
+         // A needed entry that has already failed fails this one now.
+         if (needed->isFailed()) ue.markFailedNeededEntry();
+      }
+      if (ue.neededEntryHandleSms() != 0) return;
+      ORB_TRACE(trace(), traceVerbose, "initUnresolvedEntry")
+          << "All needed entryHandles are already resolved, _ue :" << &ue;
+      FLIT(trace(), traceVerbose, "{}: {}: All needed entryHandles are already resolved",
+           typeName(), "initUnresolvedEntry");
+      doResolve(t, ue);
+   }
+
+   static constexpr const char* unassignedHandle =
+       "Initializing unresolved entry or entry block: entry handle was not yet assigned.";
+
+   static void doResolve(T& t, Ue& ue) {
+      ORB_ASSERT(ue.neededEntryHandleSms() == 0) << "function should not have been called"
+                                                 << " " << &t;
+      FLIT(trace(), traceState, "{}: {}", typeName(), "doResolve");
+      const Key key = ue.key();
+      UePtr keepUe(&ue);
+      HandlePtr eh = entryHandle(t, key);
+      ORB_ASSERT(eh) << "expect a valid entryHandle, key: " << key;
+      auto node = t.data_.resolvedEntry.find(key);
+      if (node != t.data_.resolvedEntry.end() && node->second && bool(*node->second))
+         eh->pendingEntryEnq(*node->second);
+      Entry resolved = ue.entry();
+      const auto& needed = resolved.neededEntryHandle();
+      if (!needed) throw std::invalid_argument(unassignedHandle);
+      const Index i = getHwIndexForDependentField(*needed);
+      if (needed->entryState() == State::wontProgram)
+         resolved.dependentFieldIs(static_cast<uint16_t>(i));
+      else
+         resolved.dependentFieldIs(Detail::castIntegral<uint16_t>(i));
+      ORB_TRACE(trace(), traceVerbose, "doResolve")
+          << " UnresolvedEntry resolved at key  : " << key;
+      resolvedEntryIs(t, key, resolved);
+      unresolvedEntryDel(t, key);
+   }
+
+   static void markFailedNeededEntry(T& t, Ue& ue) {
+      HandlePtr eh = entryHandle(t, ue.key());
+      ORB_ASSERT(eh) << "expect a valid entryHandle, key: " << ue.key();
+      eh->entryStateIs(State::failedNeededEntry);
+   }
+
    // ---- lookups ---------------------------------------------------------------
 
-   static Index hwIndexOnlyForCrossAgentCommunication(const T& t, const Key& key) {
+   static typename T::CrossAgentIndex hwIndexOnlyForCrossAgentCommunication(const T& t,
+                                                                            const Key& key) {
       HandlePtr h = entryHandle(t, key);
-      return h ? getHwIndexForDependentField(*h) : invalidIndex;
+      if constexpr (std::is_same_v<typename T::CrossAgentIndex, Index>) {
+         return h ? getHwIndexForDependentField(*h) : invalidIndex;
+      } else {
+         if (!h) return {};
+         return getHwIndexForDependentField(*h);
+      }
    }
 
    static Orb::Optional<Key> swKeyFromHwIndex(const T& t, Index index) {
@@ -567,6 +734,16 @@ struct SwTable::Accessor {
       return {};
    }
 };
+
+template <class Table>
+void KeyedUnresolvedEntry<Table>::doResolve() {
+   SwTable::Accessor<Table>::doResolve(*table_, *this);
+}
+
+template <class Table>
+void KeyedUnresolvedEntry<Table>::markFailedNeededEntry() {
+   SwTable::Accessor<Table>::markFailedNeededEntry(*table_, *this);
+}
 
 // The handle's reactors, instantiated with the engine.
 template <class Table>

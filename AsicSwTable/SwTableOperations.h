@@ -8,6 +8,7 @@
 #include "Asic/SwTable.h"
 #include "AsicSwTable/KeyedEntryHandle.h"
 #include "AsicSwTable/KeyedTableData.h"
+#include "AsicSwTable/KeyedUnresolvedEntry.h"
 #include "AsicSwTable/SwTableUtilLoader.h"
 #include "Orb/Optional.h"
 #include "Orb/Trace.h"
@@ -15,12 +16,13 @@
 // Exports a table's public API from the table library, which hides the rest.
 #define ASIC_EXPORT __attribute__((visibility("default")))
 
-// Inside the class body of table T, after its nested Key, Entry, EntryHandle
-// and Allocator types.
+// Inside the class body of table T, after its nested Key, Entry, EntryHandle,
+// UnresolvedEntry (void when its entries name no other entry), Allocator and
+// CrossAgentIndex (what hwIndexOnlyForCrossAgentCommunication answers) types.
 #define ASIC_KEYED_TABLE_OPERATIONS(T)                                                           \
 public:                                                                                          \
    using EntryHandlePtrConst = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;                  \
-   using Data = Asic::KeyedTableData<Key, Entry, EntryHandle>;                                   \
+   using Data = Asic::KeyedTableData<Key, Entry, EntryHandle, UnresolvedEntry>;                  \
    using EntryHandleMap = typename Data::EntryHandleMap;                                         \
    using ResolvedEntryMap = typename Data::ResolvedEntryMap;                                     \
    static constexpr std::string_view entryHandleTypeName = #T "::EntryHandle";                   \
@@ -54,12 +56,13 @@ public:                                                                         
    void doCompleteEntryHandleForTesting(const Key& key, Orb::Optional<Asic::Index> index);       \
    void cleanup();                                                                               \
    void doReleaseHwIndex(const Key& key);                                                        \
-   Asic::Index hwIndexOnlyForCrossAgentCommunication(const Key& key) const;                      \
+   CrossAgentIndex hwIndexOnlyForCrossAgentCommunication(const Key& key) const;                  \
    Orb::Optional<Key> swKeyFromHwIndex(Asic::Index index) const;                                 \
    uint32_t requestsInFlight() const { return uint32_t(data_.inFlight.size()); }                 \
                                                                                                  \
    const Brio::Ptr<Allocator>& indexAllocator() const { return data_.indexAllocator; }           \
    void indexAllocatorIs(Brio::Ptr<Allocator> allocator);                                        \
+   bool indexAllocatorBound() const override { return bool(data_.indexAllocator); }              \
                                                                                                  \
    Orb::TypeId fwkType() const override { return Orb::typeId<T>(); }                             \
    bool allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef key) const override;              \
@@ -69,8 +72,6 @@ public:                                                                         
                                                                                                  \
 protected:                                                                                       \
    Brio::Ptr<Util> doLoadUtil() override;                                                        \
-   /* Tables without dependent fields have no unresolved entries to drop. */                     \
-   void doRemoveUnresolvedEntry(const Key&) {}                                                   \
                                                                                                  \
 private:                                                                                         \
    friend struct Asic::SwTable::Accessor<T>;                                                     \
@@ -136,7 +137,7 @@ public:
    void T::doReleaseHwIndex(const Key& k) {                                                        \
       Asic::SwTable::Accessor<T>::doReleaseHwIndex(*this, k);                                      \
    }                                                                                               \
-   Asic::Index T::hwIndexOnlyForCrossAgentCommunication(const Key& k) const {                      \
+   T::CrossAgentIndex T::hwIndexOnlyForCrossAgentCommunication(const Key& k) const {               \
       return Asic::SwTable::Accessor<T>::hwIndexOnlyForCrossAgentCommunication(*this, k);          \
    }                                                                                               \
    Orb::Optional<T::Key> T::swKeyFromHwIndex(Asic::Index i) const {                                \
@@ -157,3 +158,38 @@ public:
    }                                                                                               \
    Brio::Ptr<T::Util> T::doLoadUtil() { return UtilLoader::instance().util(); }                    \
    template class Asic::KeyedEntryHandle<T>
+
+// Inside the class body of a table whose entries name another table's entry,
+// after ASIC_KEYED_TABLE_OPERATIONS.
+#define ASIC_DEPENDENT_TABLE_OPERATIONS(T)                                              \
+   using UnresolvedEntryMap = typename Data::UnresolvedEntryMap;                        \
+   Brio::Ptr<UnresolvedEntry> unresolvedEntry(const Key& key) const;                    \
+   Brio::Ptr<UnresolvedEntry> unresolvedEntryIs(const Key& key);                        \
+   void unresolvedEntryDel(const Key& key);                                             \
+   void unresolvedEntryDelAll();                                                        \
+   uint32_t unresolvedEntrys() const { return uint32_t(data_.unresolvedEntry.size()); } \
+   const UnresolvedEntryMap& unresolvedEntryIteratorConst() const {                     \
+      return data_.unresolvedEntry;                                                     \
+   }                                                                                    \
+   void initUnresolvedEntry(UnresolvedEntry& ue, const Entry& entry);                   \
+   void doResolve(UnresolvedEntry& ue);
+
+#define ASIC_DEPENDENT_TABLE_EXTERN(T) \
+   extern template class ASIC_EXPORT Asic::KeyedUnresolvedEntry<T>
+
+#define ASIC_DEPENDENT_TABLE_FORWARDERS(T)                                                       \
+   Brio::Ptr<T::UnresolvedEntry> T::unresolvedEntry(const Key& k) const {                        \
+      return Asic::SwTable::Accessor<T>::unresolvedEntry(*this, k);                              \
+   }                                                                                             \
+   Brio::Ptr<T::UnresolvedEntry> T::unresolvedEntryIs(const Key& k) {                            \
+      return Asic::SwTable::Accessor<T>::unresolvedEntryIs(*this, k);                            \
+   }                                                                                             \
+   void T::unresolvedEntryDel(const Key& k) {                                                    \
+      Asic::SwTable::Accessor<T>::unresolvedEntryDel(*this, k);                                  \
+   }                                                                                             \
+   void T::unresolvedEntryDelAll() { Asic::SwTable::Accessor<T>::unresolvedEntryDelAll(*this); } \
+   void T::initUnresolvedEntry(UnresolvedEntry& ue, const Entry& e) {                            \
+      Asic::SwTable::Accessor<T>::initUnresolvedEntry(*this, ue, e);                             \
+   }                                                                                             \
+   void T::doResolve(UnresolvedEntry& ue) { Asic::SwTable::Accessor<T>::doResolve(*this, ue); }  \
+   template class Asic::KeyedUnresolvedEntry<T>

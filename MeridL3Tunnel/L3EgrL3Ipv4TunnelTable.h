@@ -28,7 +28,10 @@ public:
    using EntryHandle = Asic::KeyedEntryHandle<L3EgrL3Ipv4TunnelTable>;
    using Util = Asic::SwTable::Util;
    using UtilLoader = Asic::SwTableUtilLoader<L3EgrL3Ipv4TunnelTable>;
+   using UnresolvedEntry = void;  // its entries name no other entry
    using Allocator = MeridL3Common::L3EgrL3TunnelSharedAllocator;
+   using CrossAgentIndex = Asic::Index;
+   static constexpr bool hasDependentField = false;
 
    L3EgrL3Ipv4TunnelTable();
    ~L3EgrL3Ipv4TunnelTable() override;

@@ -16,6 +16,9 @@ public:
 
    virtual Orb::TypeId entryType() const = 0;
    virtual std::string stringValue() const = 0;  // the value's text form
+   // The value as a hardware row holds it: the text form, without what exists
+   // only in software (handles of needed entries are shown as null).
+   virtual std::string rowText() const { return stringValue(); }
    virtual std::unique_ptr<EntryBase> clone() const = 0;
    virtual bool isEqEntry(const EntryBase& other) const = 0;  // same type and isEq
 

@@ -56,7 +56,7 @@ void SwTable::doInit(UnitId unit, Brio::Ptr<Ledger::EntityManager> ledgerEm,
       hwTable_ = util_->doMountHwTable(*this);
    }
    doCreateAllocator();
-   doInitAllocator();
+   if (!indexAllocatorBound()) doInitAllocator();
 }
 
 void SwTable::doInitComplete() {

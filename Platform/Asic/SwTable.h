@@ -13,6 +13,7 @@
 #include "Asic/HwTable.h"
 #include "Asic/IndexAllocator.h"
 #include "Asic/SwTableBase.h"
+#include "Asic/UnresolvedEntry.h"
 #include "Brio/Ptr.h"
 #include "Brio/Publisher.h"
 #include "Ledger/EntityManager.h"
@@ -32,6 +33,7 @@ constexpr AutoRemoveType needsExplicitRemove() { return AutoRemoveType::needsExp
 class SwTable : public SwTableBase, public Brio::PtrInterface, public IndexKeyHolder {
 public:
    class EntryHandle;
+   class UnresolvedEntry;
    class Util;
    // The table engine: the generic algorithms, instantiated per table inside
    // the table library and never exported from it.
@@ -80,6 +82,7 @@ public:
                        Brio::Ptr<const MeridCentral::ChipInfo> chipInfo);
    virtual void doCreateAllocator() {}
    virtual void doInitAllocator() {}
+   virtual bool indexAllocatorBound() const { return false; }
    // Ends set-up: write responses are listened to from here on.
    virtual void doInitComplete();
 
@@ -129,6 +132,11 @@ protected:
 
 private:
    HwRequestId outstandingRequest_ = 0;
+};
+
+class SwTable::UnresolvedEntry : public SwTableBase::UnresolvedEntry {
+protected:
+   ~UnresolvedEntry() override = default;
 };
 
 // Tables that choose the hardware index of each key themselves.

@@ -1,6 +1,11 @@
 #include "Asic/SwTableBase.h"
 
+#include <cctype>
+#include <cinttypes>
+#include <cstdio>
 #include <ostream>
+#include <stdexcept>
+#include <unordered_set>
 
 namespace Asic {
 
@@ -50,6 +55,51 @@ std::string_view SwTableBase::EntryHandle::entryTypeName(EntryType t) {
 
 std::ostream& operator<<(std::ostream& os, SwTableBase::EntryHandle::EntryType t) {
    return os << SwTableBase::EntryHandle::entryTypeName(t);
+}
+
+namespace {
+// Live handles, so that a handle's text form can be read back safely.
+std::unordered_set<const SwTableBase::EntryHandle*>& liveHandles() {
+   static auto* live = new std::unordered_set<const SwTableBase::EntryHandle*>;
+   return *live;
+}
+}  // namespace
+
+SwTableBase::EntryHandle::EntryHandle() { liveHandles().insert(this); }
+
+SwTableBase::EntryHandle::~EntryHandle() { liveHandles().erase(this); }
+
+std::string SwTableBase::EntryHandle::handleText(const EntryHandle* h) {
+   char buf[24];
+   std::snprintf(buf, sizeof buf, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(h));
+   return buf;
+}
+
+SwTableBase::EntryHandle::PtrConst SwTableBase::EntryHandle::handleFromText(Orb::CharRange& r) {
+   const auto start = r.position();
+   r.needString("0x");
+   uintptr_t address = 0;
+   std::size_t digits = 0;
+   for (char c = r.peek(); std::isxdigit(static_cast<unsigned char>(c)); c = r.peek()) {
+      address =
+          address * 16 + uintptr_t(std::isdigit(static_cast<unsigned char>(c))
+                                       ? c - '0'
+                                       : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
+      r.advance(1);
+      ++digits;
+   }
+   if (!digits)
+      throw std::range_error("expected a handle address at position " + std::to_string(start));
+   if (!address) return nullptr;
+   auto* h = reinterpret_cast<const EntryHandle*>(address);
+   if (!liveHandles().count(h)) throw std::range_error("no live entry handle at " + handleText(h));
+   return PtrConst(h);
+}
+
+void SwTableBase::EntryHandle::hwIndexIs(Index i) {
+   if (i == hwIndex_) return;
+   hwIndex_ = i;
+   publisher_.notify(hwIndexAttr);
 }
 
 void SwTableBase::EntryHandle::entryStateIs(EntryState s) {

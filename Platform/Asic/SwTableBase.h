@@ -17,6 +17,7 @@
 #include "Asic/Index.h"
 #include "Brio/Ptr.h"
 #include "Brio/Publisher.h"
+#include "Orb/CharRange.h"
 #include "Orb/TypeId.h"
 
 #pragma GCC visibility push(default)
@@ -44,6 +45,8 @@ public:
 
    class EntryHandle;
 
+   class UnresolvedEntry;
+
    static Index getHwEntryIndex(const EntryHandle& h);
    // The index a dependent table writes into its field when it names `h`.
    static Index getHwIndexForDependentField(const EntryHandle& h);
@@ -67,9 +70,10 @@ public:
    static constexpr Brio::AttrId resolvedEntryStateAttr = 2;
    static constexpr Brio::AttrId pendingEntryAttr = 3;
    static constexpr Brio::AttrId swTableAttr = 4;
+   static constexpr Brio::AttrId hwIndexAttr = 5;
 
    Index hwIndex() const { return hwIndex_; }
-   void hwIndexIs(Index i) { hwIndex_ = i; }
+   void hwIndexIs(Index i);
    EntryState entryState() const { return entryState_; }
    // Stores the state; on a change the table's reactor (`handleEntryState`)
    // runs, then the handle's notifiees hear it.
@@ -105,9 +109,14 @@ public:
    void doAmendReferences();
    bool tableReferenceCounted() const { return !flag(uncountedRefFlag); }
 
+   // The text form of a handle named in an entry value: its address, or
+   // "0x0"; reading it back finds the live handle at that address.
+   static std::string handleText(const EntryHandle* h);
+   static PtrConst handleFromText(Orb::CharRange& r);
+
 protected:
-   EntryHandle() = default;
-   ~EntryHandle() override = default;
+   EntryHandle();
+   ~EntryHandle() override;
 
    Brio::Publisher publisher_;
    SwTable* swTable_ = nullptr;

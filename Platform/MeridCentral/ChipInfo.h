@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Asic/ChipProfile.h"
 #include "Brio/Ptr.h"
 
 #pragma GCC visibility push(default)
@@ -28,7 +29,11 @@ public:
    }
    const std::map<std::string, uint32_t, std::less<>>& tableSizes() const { return tableSizes_; }
 
+   const Brio::Ptr<const Asic::ChipProfile>& chipProfile() const { return chipProfile_; }
+   void chipProfileIs(Brio::Ptr<const Asic::ChipProfile> p) { chipProfile_ = std::move(p); }
+
 private:
+   Brio::Ptr<const Asic::ChipProfile> chipProfile_;
    bool isTestChip_ = true;
    std::map<std::string, uint32_t, std::less<>> tableSizes_;
 };

@@ -26,6 +26,7 @@ public:
    InvariantChecker& table(const Table& t) {
       checkHandles(t);
       checkRows(t);
+      if constexpr (Table::hasDependentField) checkDependents(t);
       keysOf_[t.indexAllocator().ptr()];  // every allocator gets checked, even an empty one
       for (auto& [key, node] : t.entryIteratorConst())
          keysOf_[t.indexAllocator().ptr()].insert(text(key));
@@ -84,12 +85,37 @@ private:
          if (!fresh && it->second != text(key)) {
             fail("index ", i, " is held by ", it->second, " and ", key);
          }
-         const Asic::EntryBase* row = hw ? hw->row(i) : nullptr;
-         if (hw && (!row || !row->isEqEntry(*value))) {
+         const std::string* row = hw ? hw->row(i) : nullptr;
+         if (hw && (!row || *row != value->rowText())) {
             fail(t.name(), ": row ", i, " of ", key, " holds '",
-                 (row ? row->stringValue() : std::string("nothing")), "', not its resolved entry");
+                 (row ? *row : std::string("nothing")), "', not its resolved entry");
          }
       }
+   }
+
+   // A resolved value carries the index of the entry it names; a value that
+   // still waits has its key's handle.
+   template <class Table>
+   void checkDependents(const Table& t) {
+      for (auto& [key, node] : t.entryIteratorConst()) {
+         if (!node || !node->neededEntryHandle()) continue;
+         const auto& needed = *node->neededEntryHandle();
+         if (needed.entryState() != Asic::SwTableBase::success()) continue;
+         const auto expected = uint16_t(Asic::SwTableBase::getHwIndexForDependentField(needed));
+         if (dependentField(*node) != expected)
+            fail(t.name(), ": ", key, " carries index ", dependentField(*node),
+                 ", its needed entry has ", expected);
+      }
+      for (auto& [key, ue] : t.unresolvedEntryIteratorConst())
+         if (!t.entryHandle(key)) fail(t.name(), ": unresolved entry at ", key, " has no handle");
+   }
+
+   template <class Entry>
+   static uint32_t dependentField(const Entry& e) {
+      if constexpr (requires { e.tunnelIdx(); })
+         return e.tunnelIdx();
+      else
+         return e.l3Oif1();
    }
 
    template <class Table>

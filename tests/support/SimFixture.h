@@ -10,11 +10,15 @@
 #include "Brio/EventLoop.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
+#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
+#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
 
 namespace test {
 
 using MeridL3Tunnel::L3EgrL3Ipv4TunnelTable;
 using MeridL3Tunnel::L3EgrL3Ipv6TunnelTable;
+using MeridL3Tunnel::L3TunnelEgrL3Oif1Table;
+using MeridL3Tunnel::L3TunnelIngL3NextHopTable;
 using MeridL3Tunnel::L3TunnelKey;
 using State = Asic::SwTableBase::EntryState;
 using Type = Asic::SwTableBase::EntryHandle::EntryType;
@@ -41,6 +45,14 @@ typename Table::Entry tunnelEntry(const L3TunnelKey& k, uint8_t ttl = 64, uint32
    return typename Table::Entry(!v6, v6, k.srcIpAddr(), ttl, k.dstIpAddr(), U5(strength));
 }
 
+inline L3TunnelEgrL3Oif1Table::Entry oifEntry(HandlePtr tunnel, uint8_t ttlThreshold = 0) {
+   return {std::move(tunnel), 0, ttlThreshold, U5(18)};
+}
+
+inline L3TunnelIngL3NextHopTable::Entry nextHopEntry(HandlePtr oif, bool drop = false) {
+   return {std::move(oif), 0, drop, U5(30), U2()};
+}
+
 class SimFixture : public ::testing::Test {
 protected:
    static constexpr uint32_t defaultRows = 16;
@@ -57,6 +69,8 @@ protected:
 
    void TearDown() override {
       tables.clear();
+      nh.reset();
+      oif.reset();
       v4.reset();
       v6.reset();
       Brio::EventLoop::instance().clear();
@@ -71,6 +85,17 @@ protected:
       v6 = MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory();
       init(*v4);
       init(*v6);
+   }
+
+   // The tunnel tables, then the interface and next-hop tables that depend on them.
+   void makeChainTables(uint32_t rows = defaultRows) {
+      makeTunnelTables(rows);
+      chipInfo->tableSizeIs(L3TunnelEgrL3Oif1Table::typeName, rows);
+      chipInfo->tableSizeIs(L3TunnelIngL3NextHopTable::typeName, rows);
+      oif = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
+      nh = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
+      init(*oif);
+      init(*nh);
    }
 
    void init(Asic::SwTable& t) {
@@ -92,6 +117,8 @@ protected:
    Brio::Ptr<Ledger::EntityManager> ledger;
    Brio::Ptr<L3EgrL3Ipv4TunnelTable> v4;
    Brio::Ptr<L3EgrL3Ipv6TunnelTable> v6;
+   Brio::Ptr<L3TunnelEgrL3Oif1Table> oif;
+   Brio::Ptr<L3TunnelIngL3NextHopTable> nh;
    std::vector<Asic::SwTable*> tables;
 };
 

@@ -1,0 +1,114 @@
+#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
+
+#include "AsicSwTable/SwTableAccessor.h"
+#include "MeridL3Unicast/L3NextHopAttributes.h"
+#include "MeridProfile/ActiveChipProfile.h"
+
+namespace MeridL3Tunnel {
+
+namespace {
+const auto& utilLoader = L3TunnelIngL3NextHopTable::UtilLoader::instance();
+std::string prefix() {
+   return "Value('" + std::string(L3TunnelIngL3NextHopEntry::typeName) + "', ** {";
+}
+}  // namespace
+
+L3TunnelIngL3NextHopEntry::L3TunnelIngL3NextHopEntry(Orb::CharRange& r) {
+   r.needString(prefix());
+   r.needString("'l3Oif1Handle': ");
+   try {
+      l3Oif1Handle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("l3Oif1Handle");
+   }
+   r.needString(", 'l3Oif1': ");
+   l3Oif1_ = Orb::deserializeAttr<uint16_t>(r, "l3Oif1");
+   r.needString(", 'drop': ");
+   drop_ = Orb::deserializeAttr<bool>(r, "drop");
+   r.needString(", 'strengthProfileIdx': ");
+   try {
+      strengthProfileIdx_ = U5(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("strengthProfileIdx");
+   }
+   r.needString(", 'viewType': ");
+   try {
+      viewType_ = U2(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("viewType");
+   }
+   r.needString("})");
+}
+
+bool operator<(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
+   const Asic::EntryBase& ab = a;
+   const Asic::EntryBase& bb = b;
+   if (ab < bb) return true;
+   if (bb < ab) return false;
+   if (a.l3Oif1Handle_.ptr() != b.l3Oif1Handle_.ptr())
+      return std::less<>()(a.l3Oif1Handle_.ptr(), b.l3Oif1Handle_.ptr());
+   if (a.drop_ != b.drop_) return a.drop_ < b.drop_;
+   if (a.strengthProfileIdx_ != b.strengthProfileIdx_)
+      return a.strengthProfileIdx_ < b.strengthProfileIdx_;
+   return a.viewType_ < b.viewType_;
+}
+
+std::string valueToStrep(const L3TunnelIngL3NextHopEntry& e) {
+   const std::string handle = Asic::SwTableBase::EntryHandle::handleText(e.l3Oif1Handle_.ptr());
+   const std::string oif = std::to_string(e.l3Oif1_);
+   const std::string drop = Orb::valueToStrep(e.drop_);
+   const std::string strength = valueToStrep(e.strengthProfileIdx_);
+   const std::string view = valueToStrep(e.viewType_);
+   std::string out = prefix();
+   out.append("'l3Oif1Handle': ").append(handle);
+   out.append(", 'l3Oif1': ").append(oif);
+   out.append(", 'drop': ").append(drop);
+   out.append(", 'strengthProfileIdx': ").append(strength);
+   out.append(", 'viewType': ").append(view);
+   out.append("})");
+   return out;
+}
+
+std::string L3TunnelIngL3NextHopEntry::rowText() const {
+   L3TunnelIngL3NextHopEntry row(*this);
+   row.l3Oif1Handle_ = nullptr;
+   return valueToStrep(row);
+}
+
+L3TunnelIngL3NextHopTable::L3TunnelIngL3NextHopTable() { hwResponseNeededIs(true); }
+
+L3TunnelIngL3NextHopTable::~L3TunnelIngL3NextHopTable() {
+   Asic::SwTable::Accessor<L3TunnelIngL3NextHopTable>::destroy(*this);
+}
+
+// A test chip always keeps tunnel next hops apart; any other chip says so
+// through its L3 next-hop feature, which it must have.
+void L3TunnelIngL3NextHopTable::doInitAllocator() {
+   using Engine = Asic::SwTable::Accessor<L3TunnelIngL3NextHopTable>;
+   const auto& chip = chipInfo();
+   bool apart = chip && chip->isTestChip();
+   if (!apart) {
+      ORB_ASSERT(chip) << "the next-hop table needs the chip information to choose its allocator";
+      auto profile = MeridProfile::activeChipProfile(*chip);
+      auto feature =
+          profile ? profile->feature(Orb::typeId<MeridL3Unicast::L3NextHopAttributes>()) : nullptr;
+      auto* attributes = dynamic_cast<const MeridL3Unicast::L3NextHopAttributes*>(feature.ptr());
+      ORB_ASSERT(attributes) << "chip without the L3NextHopAttributes feature";
+      apart = attributes->tunnelNextHopsApart();
+   }
+   if (apart)
+      Engine::initAllocator<MeridL3Common::L3TunnelNextHopSharedAllocator>(*this);
+   else
+      Engine::initAllocator<MeridL3Common::L3NextHopSharedAllocator>(*this);
+   indexAllocator()->indexCountIs(numEntries());
+   indexAllocator()->initializedIs(true);
+}
+
+Brio::Ptr<L3TunnelIngL3NextHopTable> l3TunnelIngL3NextHopTableFactory() {
+   return Brio::makePtr<L3TunnelIngL3NextHopTable>();
+}
+
+}  // namespace MeridL3Tunnel
+
+ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelIngL3NextHopTable);
+ASIC_DEPENDENT_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelIngL3NextHopTable);

@@ -1,0 +1,109 @@
+#pragma once
+// The software image of the hardware's L3 next hops used for overlay tunnels:
+// per tunnel key, a next hop that forwards through a tunnel outgoing interface
+// or drops. Each entry names its interface entry (drop entries name a
+// placeholder) and carries that entry's hardware index once resolved. Its
+// index space is chosen at start from the chip's features.
+#include "Asic/IndexAllocator.h"
+#include "Asic/IndexValue.h"
+#include "Asic/SwTable.h"
+#include "AsicSwTable/SwTableOperations.h"
+#include "MeridL3Tunnel/Export.h"
+#include "MeridL3Tunnel/L3TunnelKey.h"
+#include "Orb/BitUInt.h"
+
+namespace MeridL3Tunnel {
+
+class MERID_API L3TunnelIngL3NextHopEntry : public Asic::EntryImpl<L3TunnelIngL3NextHopEntry> {
+public:
+   using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
+   static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelIngL3NextHopTable::Entry";
+
+   L3TunnelIngL3NextHopEntry() = default;
+   L3TunnelIngL3NextHopEntry(HandlePtr oif, uint16_t l3Oif1, bool drop, U5 strength, U2 viewType)
+       : l3Oif1Handle_(std::move(oif)),
+         l3Oif1_(l3Oif1),
+         drop_(drop),
+         strengthProfileIdx_(strength),
+         viewType_(viewType) {}
+   explicit L3TunnelIngL3NextHopEntry(Orb::CharRange& r);
+
+   const HandlePtr& l3Oif1Handle() const { return l3Oif1Handle_; }
+   void l3Oif1HandleIs(HandlePtr h) { l3Oif1Handle_ = std::move(h); }
+   uint16_t l3Oif1() const { return l3Oif1_; }
+   void l3Oif1Is(uint16_t i) { l3Oif1_ = i; }
+   bool drop() const { return drop_; }
+   void dropIs(bool d) { drop_ = d; }
+   U5 strengthProfileIdx() const { return strengthProfileIdx_; }
+   void strengthProfileIdxIs(U5 s) { strengthProfileIdx_ = s; }
+   U2 viewType() const { return viewType_; }
+   void viewTypeIs(U2 v) { viewType_ = v; }
+
+   const HandlePtr& neededEntryHandle() const { return l3Oif1Handle_; }
+   void dependentFieldIs(uint16_t i) { l3Oif1_ = i; }
+
+   // `l3Oif1` is derived from the handle and the callable is no value: neither
+   // takes part in equality or order.
+   static bool isEq(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
+      return Asic::EntryBase::isEq(a, b) && a.l3Oif1Handle_ == b.l3Oif1Handle_ &&
+             a.drop_ == b.drop_ && a.strengthProfileIdx_ == b.strengthProfileIdx_ &&
+             a.viewType_ == b.viewType_;
+   }
+   friend bool operator==(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
+      return isEq(a, b);
+   }
+   friend MERID_API bool operator<(const L3TunnelIngL3NextHopEntry& a,
+                                   const L3TunnelIngL3NextHopEntry& b);
+   explicit operator bool() const { return !isEq(*this, L3TunnelIngL3NextHopEntry()); }
+
+   friend MERID_API std::string valueToStrep(const L3TunnelIngL3NextHopEntry& e);
+   friend std::ostream& operator<<(std::ostream& os, const L3TunnelIngL3NextHopEntry& e) {
+      return os << valueToStrep(e);
+   }
+   std::string rowText() const override;
+
+private:
+   HandlePtr l3Oif1Handle_;
+   uint16_t l3Oif1_ = 0;
+   bool drop_ = false;
+   U5 strengthProfileIdx_;
+   U2 viewType_;
+};
+
+class MERID_API L3TunnelIngL3NextHopTable final : public Asic::SwUnknownIndexTable {
+public:
+   static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelIngL3NextHopTable";
+   struct IndexName {
+      static constexpr std::string_view typeName =
+          "MeridL3Tunnel::L3TunnelIngL3NextHopTable::Index";
+   };
+
+   using Key = L3TunnelKey;
+   using Entry = L3TunnelIngL3NextHopEntry;
+   using Index = Asic::IndexValue<IndexName>;
+   using EntryHandle = Asic::KeyedEntryHandle<L3TunnelIngL3NextHopTable>;
+   using UnresolvedEntry = Asic::KeyedUnresolvedEntry<L3TunnelIngL3NextHopTable>;
+   using Util = Asic::SwTable::Util;
+   using UtilLoader = Asic::SwTableUtilLoader<L3TunnelIngL3NextHopTable>;
+   // Either of two shared allocator types, chosen from the chip at start.
+   using Allocator = Asic::FirstFreeIndexAllocator;
+   using CrossAgentIndex = Orb::Optional<Asic::Index>;
+   static constexpr bool hasDependentField = true;
+
+   L3TunnelIngL3NextHopTable();
+   ~L3TunnelIngL3NextHopTable() override;
+
+   void doCreateAllocator() override { doInitAllocator(); }
+   void doInitAllocator() override;
+   void doReserveIndicesAtTableInit() {}
+
+   ASIC_KEYED_TABLE_OPERATIONS(L3TunnelIngL3NextHopTable)
+   ASIC_DEPENDENT_TABLE_OPERATIONS(L3TunnelIngL3NextHopTable)
+};
+
+extern "C" MERID_API Brio::Ptr<L3TunnelIngL3NextHopTable> l3TunnelIngL3NextHopTableFactory();
+
+}  // namespace MeridL3Tunnel
+
+ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::L3TunnelIngL3NextHopTable);
+ASIC_DEPENDENT_TABLE_EXTERN(MeridL3Tunnel::L3TunnelIngL3NextHopTable);

@@ -1,0 +1,328 @@
+// Entries that name another table's entry: they wait for it, take its
+// hardware index, fail with it, and go in the safe order.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "Orb/Trace.h"
+#include "support/InvariantChecker.h"
+#include "support/SimFixture.h"
+
+namespace test {
+namespace {
+
+using Oif = L3TunnelEgrL3Oif1Table;
+using Nh = L3TunnelIngL3NextHopTable;
+using V4 = L3EgrL3Ipv4TunnelTable;
+
+class DependentResolution : public SimFixture {
+protected:
+   void SetUp() override {
+      SimFixture::SetUp();
+      makeChainTables();
+   }
+   HandlePtr tunnel(uint32_t n, uint8_t ttl = 64) {
+      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n), ttl));
+   }
+   void expectConsistent(const std::string& where = "") {
+      auto v = InvariantChecker(*chip).table(*v4).table(*v6).table(*oif).table(*nh).violations();
+      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+   }
+   static int count(const std::vector<std::string>& lines, const std::string& piece) {
+      int n = 0;
+      for (auto& l : lines) n += l.find(piece) != std::string::npos;
+      return n;
+   }
+};
+
+TEST_F(DependentResolution, ResolvesWithinTheWriteWhenTheTunnelIsProgrammed) {
+   auto t = tunnel(1);
+   auto t2 = tunnel(2);
+   runLoop();
+   auto o = oif->entryRef(tunnelKey(1), oifEntry(t2));
+   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
+   ASSERT_TRUE(oif->resolvedEntry(tunnelKey(1)));
+   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), 2u);
+   runLoop();
+   EXPECT_EQ(o->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
+   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
+   chip->holdResponsesIs(true);
+   auto t = tunnel(1);
+   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
+   auto ue = oif->unresolvedEntry(tunnelKey(1));
+   ASSERT_TRUE(ue);
+   EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
+   EXPECT_EQ(o->entryState(), State::unresolved);
+   EXPECT_FALSE(oif->resolvedEntry(tunnelKey(1)));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
+   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
+   EXPECT_EQ(count(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
+   EXPECT_EQ(o->entryState(), State::success);
+   const std::string text = oif->resolvedEntry(tunnelKey(1))->stringValue();
+   EXPECT_NE(text.find("'tunnelIdx': " + std::to_string(t->hwIndex()) + ","), std::string::npos)
+       << text;
+   EXPECT_EQ(hw(Oif::typeName)->rowText(o->hwIndex()), oif->resolvedEntry(tunnelKey(1))->rowText());
+   expectConsistent();
+}
+
+TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswer) {
+   for (bool fail : {false, true}) {
+      SCOPED_TRACE(fail ? "write refused" : "write accepted");
+      const uint32_t n = fail ? 2 : 1;
+      chip->holdResponsesIs(true);
+      auto t = tunnel(n);
+      auto o = oif->entryRef(tunnelKey(n), oifEntry(t));
+      std::vector<State> heard;
+      auto e = nextHopEntry(o);
+      e.writeResponseFnIs([&](State s) { heard.push_back(s); });
+      auto h = nh->entryRef(tunnelKey(n), e);
+      EXPECT_EQ(h->entryState(), State::unresolved);
+      EXPECT_TRUE(heard.empty()) << "an unresolved handle never calls it";
+      if (fail) chip->writeFailuresIs(Nh::typeName, 1);
+      chip->holdResponsesIs(false);
+      for (int i = 0; i < 3; ++i) {  // tunnel, then interface, then next hop
+         chip->releaseAllResponses();
+         runLoop();
+      }
+      const State reported = fail ? State::noHwIndex : State::success;
+      EXPECT_EQ(heard, (std::vector<State>{State::inProgress, reported}));
+      EXPECT_EQ(h->entryState(), reported);
+   }
+}
+
+TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
+   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
+   chip->holdResponsesIs(true);
+   auto t = tunnel(1);
+   auto o = oif->entryCommit(tunnelKey(1), oifEntry(t));
+   auto first = oif->unresolvedEntry(tunnelKey(1));
+   EXPECT_EQ(oif->entryCommit(tunnelKey(1), oifEntry(t)), o);
+   EXPECT_EQ(count(trace.lines(), " : Found existing unresolved entry at key : "), 1);
+   EXPECT_EQ(oif->unresolvedEntry(tunnelKey(1)), first);
+   oif->entryCommit(tunnelKey(1), oifEntry(t, 5));
+   EXPECT_EQ(count(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
+   EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
+   EXPECT_EQ(oif->unresolvedEntrys(), 1u);
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   runLoop();
+   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->ttlThreshold(), 5u);
+
+   // A new value over a programmed one: the old one waits on the pending queue
+   // until the hardware answers for the new one.
+   auto t2 = tunnel(2);
+   runLoop();
+   chip->holdResponsesIs(true);
+   const auto old = *oif->resolvedEntry(tunnelKey(1));
+   oif->entryCommit(tunnelKey(1), oifEntry(t2, 5));
+   auto handle = oif->entryHandle(tunnelKey(1));
+   ASSERT_EQ(handle->pendingEntrys(), 1u);
+   EXPECT_TRUE(Oif::Entry::isEq(handle->pendingEntryFront(), old));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   EXPECT_EQ(handle->pendingEntrys(), 0u);
+   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), t2->hwIndex());
+   expectConsistent();
+}
+
+TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
+   tables.clear();
+   // One allocator serves both tunnel tables; the last to initialise sizes it.
+   chip->tableSizeIs(V4::typeName, 70000);
+   chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 70000);
+   makeChainTables();
+   for (Asic::Index at : {65535u, 65536u}) {
+      const auto k = tunnelKey(at);
+      auto t = v4->entryWriteAtIndex(at, k, tunnelEntry<V4>(k));
+      runLoop();
+      ASSERT_EQ(t->hwIndex(), at);
+      if (at == 65535) {
+         oif->entryCommit(k, oifEntry(t));
+         EXPECT_EQ(oif->resolvedEntry(k)->tunnelIdx(), 65535u);
+         continue;
+      }
+      try {
+         oif->entryCommit(k, oifEntry(t));
+         ADD_FAILURE() << "an index above 65535 was accepted";
+      } catch (const std::range_error& e) {
+         EXPECT_STREQ(e.what(),
+                      "Casting values: cast from unsigned int{ 65536 } to short unsigned int "
+                      "(max = 65535) failed.");
+      }
+      EXPECT_FALSE(oif->resolvedEntry(k));
+      EXPECT_TRUE(oif->unresolvedEntry(k)) << "the value still waits";
+   }
+   auto wont = v4->entryWontProgram(tunnelKey(7));
+   oif->entryCommit(tunnelKey(7), oifEntry(wont));
+   EXPECT_EQ(oif->resolvedEntry(tunnelKey(7))->tunnelIdx(), 65533u);
+}
+
+TEST_F(DependentResolution, NullHandleIsRefused) {
+   try {
+      oif->entryCommit(tunnelKey(1), oifEntry(nullptr));
+      ADD_FAILURE();
+   } catch (const std::invalid_argument& e) {
+      EXPECT_STREQ(e.what(),
+                   "Initializing unresolved entry or entry block: entry handle was not yet "
+                   "assigned.");
+   }
+   EXPECT_EQ(oif->resolvedEntrys(), 0u);
+   EXPECT_TRUE(oif->unresolvedEntry(tunnelKey(1)));
+   EXPECT_EQ(chip->table(Oif::typeName)->stats().writes, 0u);
+}
+
+TEST_F(DependentResolution, FailedTunnelFailsTheChainAndARetryHealsIt) {
+   chip->writeFailuresIs(V4::typeName, 1);
+   auto t = tunnel(1);
+   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
+   auto h = nh->entryRef(tunnelKey(1), nextHopEntry(o));
+   runLoop();
+   EXPECT_EQ(t->entryState(), State::noHwIndex);
+   EXPECT_EQ(o->entryState(), State::failedNeededEntry);
+   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+   EXPECT_EQ(chip->table(Oif::typeName)->stats().writes, 0u);
+   tunnel(1, 65);  // the same key again, now accepted
+   for (int i = 0; i < 3; ++i) runLoop();
+   EXPECT_EQ(o->entryState(), State::success);
+   EXPECT_EQ(h->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(DependentResolution, NamedEntryStaysUntilItsLastReferenceGoes) {
+   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
+   auto k = tunnelKey(1);
+   v4->entryCommit(k, tunnelEntry<V4>(k));
+   auto o = oif->entryRef(k, oifEntry(v4->entryHandle(k)));
+   runLoop();
+   const Asic::Index row = v4->entryHandle(k)->hwIndex();
+   v4->entryRemove(k);
+   v4->entryRemove(k);
+   EXPECT_EQ(count(trace.lines(), " : Found no committed entry at key : "), 1);
+   ASSERT_TRUE(v4->entryHandle(k));
+   EXPECT_EQ(v4->entryHandle(k)->entryType(), Type::referenceOnly);
+   EXPECT_TRUE(hw(V4::typeName)->row(row)) << "the interface still names it";
+   o.reset();  // the interface goes, and with its value the tunnel's last reference
+   runLoop();
+   runLoop();
+   EXPECT_FALSE(oif->entryHandle(k));
+   EXPECT_FALSE(v4->entryHandle(k));
+   EXPECT_FALSE(v4->resolvedEntry(k));
+   EXPECT_FALSE(hw(V4::typeName)->row(row));
+   EXPECT_EQ(v4->indexAllocator()->used(), 0u);
+   EXPECT_EQ(oif->indexAllocator()->used(), 0u);
+   auto again = tunnel(9);
+   runLoop();
+   EXPECT_EQ(again->hwIndex(), row) << "the index is free again";
+   expectConsistent();
+}
+
+TEST_F(DependentResolution, UnresolvedEntryGoesWithItsHandle) {
+   chip->holdResponsesIs(true);
+   auto t = tunnel(1);
+   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
+   o.reset();
+   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
+   EXPECT_FALSE(oif->entryHandle(tunnelKey(1)));
+   auto c = oif->entryCommit(tunnelKey(2), oifEntry(t));
+   oif->entryRemove(tunnelKey(2));
+   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(2))) << "removal drops the waiting value at once";
+   c.reset();
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   EXPECT_EQ(oif->resolvedEntrys() + oif->entryHandles(), 0u);
+}
+
+// Random chains over the three tables with responses held and released out
+// of order: after every step everything agrees, and nothing is left at the end.
+TEST_F(DependentResolution, RandomChurnKeepsTheInvariants) {
+   tables.clear();
+   for (auto name : {V4::typeName, Oif::typeName, Nh::typeName}) chip->tableSizeIs(name, 10);
+   makeChainTables(10);
+   std::mt19937 rng(3);
+   auto pick = [&](uint32_t n) { return uint32_t(rng() % n); };
+   std::map<std::pair<int, uint32_t>, HandlePtr> held;  // (table, key) -> a client's handle
+   auto handleOf = [&](int table, uint32_t n) -> HandlePtr {
+      auto k = tunnelKey(n);
+      if (table == 0) return v4->entryHandle(k);
+      if (table == 1) return oif->entryHandle(k);
+      return nh->entryHandle(k);
+   };
+   for (int step = 0; step < 3000; ++step) {
+      const uint32_t n = 1 + pick(12);
+      const auto k = tunnelKey(n);
+      const int table = int(pick(3));
+      const bool commit = pick(4) == 0;
+      switch (pick(8)) {
+         case 0:
+         case 1:
+         case 2: {
+            HandlePtr h;
+            if (table == 0) {
+               auto e = tunnelEntry<V4>(k, uint8_t(1 + pick(2)));
+               h = commit ? v4->entryCommit(k, e) : v4->entryRef(k, e);
+            } else {
+               auto needed = handleOf(table - 1, 1 + pick(12));
+               if (!needed) break;
+               if (table == 1) {
+                  auto e = oifEntry(needed, uint8_t(pick(2)));
+                  h = commit ? oif->entryCommit(k, e) : oif->entryRef(k, e);
+               } else {
+                  auto e = nextHopEntry(needed, pick(2));
+                  h = commit ? nh->entryCommit(k, e) : nh->entryRef(k, e);
+               }
+            }
+            if (h) held[{table, n}] = h;
+            break;
+         }
+         case 3:
+            table == 0 ? v4->entryRemove(k) : table == 1 ? oif->entryRemove(k) : nh->entryRemove(k);
+            break;
+         case 4:
+         case 5:
+            held.erase({table, n});
+            break;
+         case 6:
+            chip->holdResponsesIs(!chip->holdResponses());
+            break;
+         case 7:
+            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            break;
+      }
+      if (!chip->holdResponses()) chip->releaseAllResponses();
+      runLoop();
+      if (chip->heldResponses() == 0) {
+         expectConsistent("step " + std::to_string(step) + ": ");
+         if (HasFailure()) return;
+      }
+   }
+   chip->holdResponsesIs(false);
+   held.clear();
+   for (int i = 0; i < 4; ++i) {
+      nh->entryRemoveAll();
+      oif->entryRemoveAll();
+      v4->entryRemoveAll();
+      chip->releaseAllResponses();
+      runLoop();
+   }
+   for (auto* t : std::initializer_list<const Asic::SwTable*>{v4.ptr(), oif.ptr(), nh.ptr()})
+      EXPECT_EQ(hw(t->name())->usedRows(), 0u) << t->name();
+   EXPECT_EQ(v4->entryHandles() + oif->entryHandles() + nh->entryHandles(), 0u);
+   EXPECT_EQ(oif->unresolvedEntrys() + nh->unresolvedEntrys(), 0u);
+   EXPECT_EQ(
+       v4->indexAllocator()->used() + oif->indexAllocator()->used() + nh->indexAllocator()->used(),
+       0u);
+   expectConsistent();
+}
+
+}  // namespace
+}  // namespace test

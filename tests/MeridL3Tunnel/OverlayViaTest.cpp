@@ -1,0 +1,263 @@
+// The overlay via list and its entries: text form, comparison, hashing,
+// reflection, bounds and memory accounting.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <sstream>
+#include <vector>
+
+#include "MeridL3Tunnel/L3TunnelOverlayVia.h"
+#include "Orb/Strep.h"
+
+namespace {
+
+using MeridL3Common::L3AdjIdKey;
+using MeridL3Common::L3AdjIdKeyType;
+using MeridL3Tunnel::L3TunnelOverlayVia;
+using Entry = MeridL3Tunnel::L3TunnelOverlayViaEntry;
+using Wire::AddressFamily;
+using Wire::IpGenAddr;
+
+Entry sample() {
+   return Entry(Plx::nextHopArpResolved, IpGenAddr("10.0.0.1"), IpGenAddr("2001:db8::2"), 64, 2,
+                L3AdjIdKey(7, L3AdjIdKeyType::adjIdTypeEcmp));
+}
+
+std::string outOfRange(const std::function<void()>& f) {
+   try {
+      f();
+   } catch (const std::out_of_range& e) {
+      return e.what();
+   }
+   return "(no out_of_range)";
+}
+
+TEST(OverlayViaEntry, PrintsTheFixedFormat) {
+   const char* text =
+       "Value('MeridL3Tunnel::L3TunnelOverlayViaEntry', ** {'nhEntryType': nextHopArpResolved, "
+       "'srcIpAddr': '10.0.0.1', 'dstIpAddr': '2001:db8::2', 'ttl': 64, 'weight': 2, "
+       "'underlayAdjId': L3AdjIdKey{adjId:7 type:adjIdTypeEcmp})";
+   EXPECT_EQ(valueToStrep(sample()), text);
+   std::ostringstream os;
+   os << sample();
+   EXPECT_EQ(os.str(), text);
+}
+
+TEST(OverlayViaEntry, ParsesOnlyAnEmptyAdjacencyPart) {
+   const std::string head =
+       "Value('MeridL3Tunnel::L3TunnelOverlayViaEntry', ** {'nhEntryType': nextHopDrop, "
+       "'srcIpAddr': '10.1.1.1', 'dstIpAddr': '10.2.2.2', 'ttl': 64, 'weight': 2, "
+       "'underlayAdjId': ";
+   const Entry e = Orb::strepToValue<Entry>(head + "})");
+   EXPECT_TRUE(Entry::isEq(e, Entry(Plx::nextHopDrop, IpGenAddr("10.1.1.1"), IpGenAddr("10.2.2.2"),
+                                    64, 2, L3AdjIdKey())))
+       << e;
+   // Printed adjacency texts, default key included, stop the parser right there.
+   for (const std::string& adj :
+        {sample().underlayAdjId().stringValue(), L3AdjIdKey().stringValue()}) {
+      try {
+         Orb::strepToValue<Entry>(head + adj + "})");
+         ADD_FAILURE() << "accepted " << adj;
+      } catch (const std::range_error& err) {
+         EXPECT_NE(std::string(err.what()).find("position " + std::to_string(head.size())),
+                   std::string::npos)
+             << err.what();
+      }
+   }
+}
+
+TEST(OverlayViaEntry, BadFieldFailsNamingTheField) {
+   const std::string good = valueToStrep(sample());
+   const struct {
+      std::string from, to, field;
+   } cases[] = {
+       {"nextHopArpResolved", "nextHopArp", "nhEntryType"},
+       {"'10.0.0.1'", "10.0.0.1", "srcIpAddr"},
+       {"'2001:db8::2'", "'2001:db8::g'", "dstIpAddr"},
+       {"'ttl': 64", "'ttl': 4294967296", "ttl"},
+       {"'weight': 2", "'weight': -2", "weight"},
+   };
+   for (const auto& c : cases) {
+      std::string bad = good;
+      bad.replace(bad.find(c.from), c.from.size(), c.to);
+      try {
+         Orb::strepToValue<Entry>(bad);
+         ADD_FAILURE() << "accepted " << bad;
+      } catch (const std::range_error& e) {
+         EXPECT_EQ(std::string(e.what()).rfind(c.field + ":", 0), 0u) << e.what();
+      }
+   }
+}
+
+// Each change raises one field of the sample, in declaration order.
+const std::vector<std::pair<const char*, std::function<void(Entry&)>>> oneFieldChanges{
+    {"nhEntryType", [](Entry& e) { e.nhEntryTypeIs(Plx::nextHopDrop); }},
+    {"srcIpAddr", [](Entry& e) { e.srcIpAddrIs(IpGenAddr("10.0.0.3")); }},
+    {"dstIpAddr", [](Entry& e) { e.dstIpAddrIs(IpGenAddr("2001:db8::3")); }},
+    {"ttl", [](Entry& e) { e.ttlIs(65); }},
+    {"weight", [](Entry& e) { e.weightIs(3); }},
+    {"underlayAdjId",
+     [](Entry& e) { e.underlayAdjIdIs(L3AdjIdKey(7, L3AdjIdKeyType::adjIdTypeTunnel)); }},
+};
+
+TEST(OverlayViaEntry, EveryFieldCountsForEqualityAndTruth) {
+   EXPECT_FALSE(Entry());
+   for (const auto& [name, change] : oneFieldChanges) {
+      Entry e = sample(), d;
+      change(e);
+      change(d);
+      EXPECT_FALSE(Entry::isEq(e, sample())) << name;
+      EXPECT_NE(e.hash(0), sample().hash(0)) << name;
+      EXPECT_TRUE(d) << name;
+   }
+}
+
+TEST(OverlayViaEntry, AllZeroSourcesOfDifferentFamiliesDifferButHashAlike) {
+   std::vector<Entry> entries;
+   for (auto f : {AddressFamily::unspecified, AddressFamily::ipv4, AddressFamily::ipv6}) {
+      Entry e = sample();
+      e.srcIpAddrIs(IpGenAddr::ipGenAddrZero(f));
+      entries.push_back(e);
+   }
+   for (std::size_t i = 1; i < entries.size(); ++i) {
+      EXPECT_FALSE(Entry::isEq(entries[0], entries[i])) << i;
+      EXPECT_EQ(entries[0].hash(0), entries[i].hash(0)) << i;
+      EXPECT_EQ(entries[0].hash(99), entries[i].hash(99)) << i;
+   }
+}
+
+TEST(OverlayViaEntry, OrdersFieldsInDeclarationOrder) {
+   // Every change raises its field, so the earlier raised field decides.
+   std::vector<Entry> raised;
+   for (const auto& [name, change] : oneFieldChanges) {
+      raised.push_back(sample());
+      change(raised.back());
+      EXPECT_TRUE(sample() < raised.back()) << name;
+      EXPECT_FALSE(raised.back() < sample()) << name;
+   }
+   for (std::size_t i = 0; i < raised.size(); ++i) {
+      for (std::size_t j = i + 1; j < raised.size(); ++j) {
+         EXPECT_TRUE(raised[j] < raised[i])
+             << oneFieldChanges[i].first << " before " << oneFieldChanges[j].first;
+         EXPECT_FALSE(raised[i] < raised[j]) << i << " " << j;
+      }
+   }
+   EXPECT_FALSE(sample() < sample());
+}
+
+TEST(OverlayViaEntry, ReflectionReadsInOrderAndRefusesWrites) {
+   const auto& ops = Orb::valueReflection<Entry>();
+   Entry e = sample();
+   const char* names[] = {"nhEntryType", "srcIpAddr", "dstIpAddr",
+                          "ttl",         "weight",    "underlayAdjId"};
+   const std::string printed = valueToStrep(e);
+   for (Orb::AttrNumber n = 0; n < ops.attrCount; ++n) {
+      Orb::AttrValue v;
+      ASSERT_EQ(ops.attr(&e, n, v), Orb::AttrResult::success) << n;
+      EXPECT_EQ(v.name, names[n]);
+      EXPECT_NE(printed.find("'" + std::string(names[n]) + "': " + v.text), std::string::npos)
+          << v.text;
+      EXPECT_EQ(ops.attrIs(&e, n, v.text), Orb::AttrResult::notSettable) << n;
+   }
+   Orb::AttrValue v;
+   EXPECT_EQ(ops.attr(&e, ops.attrCount, v), Orb::AttrResult::noSuchAttribute);
+   EXPECT_EQ(ops.attrIs(&e, ops.attrCount, ""), Orb::AttrResult::noSuchAttribute);
+   EXPECT_TRUE(Entry::isEq(e, sample()));
+   const Entry d;
+   EXPECT_TRUE(ops.differsFromDefault(&e));
+   EXPECT_FALSE(ops.differsFromDefault(&d));
+   EXPECT_TRUE(ops.less(&d, &e));
+   EXPECT_FALSE(ops.isEq(&d, &e));
+   EXPECT_EQ(ops.hash(&e), e.hash(0));
+}
+
+class OverlayViaList : public ::testing::Test {
+protected:
+   static Entry numbered(uint32_t i) {
+      Entry e = sample();
+      e.weightIs(i);
+      return e;
+   }
+   static L3TunnelOverlayVia::Ptr listOf(uint32_t n) {
+      auto l = MeridL3Tunnel::l3TunnelOverlayViaFactory();
+      for (uint32_t i = 0; i < n; ++i) l->viaPush(numbered(i));
+      return l;
+   }
+   static std::vector<uint32_t> weights(const L3TunnelOverlayVia& l) {
+      std::vector<uint32_t> w;
+      for (const Entry& e : l) w.push_back(e.weight());
+      return w;
+   }
+};
+
+TEST_F(OverlayViaList, PositionMustBeBelowTheSize) {
+   for (uint32_t n : {0u, 1u, 4u}) {
+      SCOPED_TRACE(n);
+      auto l = listOf(n);
+      const std::string expected = "vector index out of range: position " + std::to_string(n) +
+                                   ", size " + std::to_string(n);
+      EXPECT_EQ(outOfRange([&] { l->viaIs(n, numbered(99)); }), expected);
+      EXPECT_EQ(outOfRange([&] { l->via(n); }), expected);
+      EXPECT_EQ(l->vias(), n);
+      l->viaPush(numbered(n));
+      l->viaIs(n, numbered(99));
+      EXPECT_EQ(l->vias(), n + 1);
+      EXPECT_EQ(l->via(n).weight(), 99u);
+      EXPECT_EQ(l->viaElement(n).first, MeridL3Tunnel::VE_Via(n));
+      if (n > 0) {
+         EXPECT_EQ(l->via(n - 1).weight(), n - 1);
+      }
+   }
+}
+
+TEST_F(OverlayViaList, PopTakesTheLastAndRefusesAnEmptyList) {
+   auto l = listOf(0);
+   EXPECT_EQ(outOfRange([&] { l->viaPop(); }), "pop from an empty vector");
+   l->viaPush(sample());
+   EXPECT_TRUE(Entry::isEq(l->viaPop(), sample()));
+   EXPECT_EQ(l->vias(), 0u);
+   l = listOf(3);
+   EXPECT_EQ(l->viaPop().weight(), 2u);
+   EXPECT_EQ(weights(*l), (std::vector<uint32_t>{0, 1}));
+}
+
+TEST_F(OverlayViaList, FactoryMakesAnEmptyNotifyingListReachableByName) {
+   using Factory = Brio::Ptr<L3TunnelOverlayVia> (*)();
+   auto byName = reinterpret_cast<Factory>(dlsym(RTLD_DEFAULT, "l3TunnelOverlayViaFactory"));
+   ASSERT_NE(byName, nullptr);
+   const std::vector<L3TunnelOverlayVia::Ptr> lists{byName(),
+                                                    MeridL3Tunnel::L3TunnelOverlayViaIs()};
+   for (const auto& l : lists) {
+      EXPECT_EQ(l->references(), 1u);
+      EXPECT_EQ(l->vias(), 0u);
+      EXPECT_TRUE(l->notification());
+   }
+}
+
+TEST_F(OverlayViaList, TrackerFollowsCapacityAndObjects) {
+   using MT = Brio::MemoryTracker;
+   const auto storage = MT::bytes(MeridL3Tunnel::VE_Via::typeName);
+   const auto objects = MT::usage(L3TunnelOverlayVia::typeName);
+   {
+      auto a = listOf(5), b = listOf(0);
+      EXPECT_EQ(MT::blocks(L3TunnelOverlayVia::typeName), objects.blocks + 2);
+      EXPECT_EQ(MT::bytes(L3TunnelOverlayVia::typeName),
+                objects.bytes + 2 * sizeof(L3TunnelOverlayVia));
+      auto capacityBytes = [&] { return (a->viaCapacity() + b->viaCapacity()) * sizeof(Entry); };
+      EXPECT_GE(a->viaCapacity(), 5u);
+      EXPECT_EQ(MT::bytes(MeridL3Tunnel::VE_Via::typeName), storage + capacityBytes());
+      for (uint32_t i = 0; i < 40; ++i) b->viaPush(numbered(i));
+      EXPECT_EQ(MT::bytes(MeridL3Tunnel::VE_Via::typeName), storage + capacityBytes());
+      const uint32_t kept = b->viaCapacity();
+      b->viaPopAll();
+      EXPECT_EQ(b->vias(), 0u);
+      EXPECT_EQ(b->viaCapacity(), kept);
+      EXPECT_EQ(MT::bytes(MeridL3Tunnel::VE_Via::typeName), storage + capacityBytes());
+   }
+   EXPECT_EQ(MT::bytes(MeridL3Tunnel::VE_Via::typeName), storage);
+   EXPECT_EQ(MT::bytes(L3TunnelOverlayVia::typeName), objects.bytes);
+   EXPECT_EQ(MT::blocks(L3TunnelOverlayVia::typeName), objects.blocks);
+}
+
+}  // namespace
