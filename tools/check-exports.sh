@@ -4,10 +4,11 @@
 set -euo pipefail
 lib="$1"
 syms=$(nm -DC --defined-only "$lib")
-for f in l3EgrL3Ipv4TunnelTableFactory l3EgrL3Ipv6TunnelTableFactory; do
+for f in l3EgrL3Ipv4TunnelTableFactory l3EgrL3Ipv6TunnelTableFactory \
+         l3TunnelEgrL3Oif1TableFactory l3TunnelIngL3NextHopTableFactory l3TunnelOverlayViaFactory; do
    grep -q " T $f\$" <<<"$syms" || { echo "missing export: $f"; exit 1; }
 done
-if grep -E 'Accessor<|KeyedTableData' <<<"$syms"; then
+if grep -E 'Accessor<|KeyedTableData|DataWithAllocator' <<<"$syms"; then
    echo "engine internals are exported (above)"
    exit 1
 fi

@@ -11,6 +11,8 @@
 #include "Brio/EventLoop.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
+#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
+#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
 
 using namespace MeridL3Tunnel;
 
@@ -24,7 +26,7 @@ void printTable(const Table& table, const AsicSim::Chip& chip) {
    std::sort(keys.begin(), keys.end());
    std::cout << table.name() << "  (" << table.entrys() << " entries, "
              << table.indexAllocator()->used() << "/" << table.numEntries()
-             << " indices in the shared space)\n";
+             << " indices used in its index space)\n";
    std::cout << "  " << std::left << std::setw(46) << "key" << std::setw(8) << "index"
              << std::setw(12) << "state"
              << "type\n";
@@ -52,10 +54,14 @@ int main() {
    chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 16);
    auto ledger = Brio::makePtr<Ledger::EntityManager>();
 
+   chipInfo->tableSizeIs(L3TunnelEgrL3Oif1Table::typeName, 16);
+   chipInfo->tableSizeIs(L3TunnelIngL3NextHopTable::typeName, 16);
    auto v4 = l3EgrL3Ipv4TunnelTableFactory();
    auto v6 = l3EgrL3Ipv6TunnelTableFactory();
+   auto oif = l3TunnelEgrL3Oif1TableFactory();
+   auto nh = l3TunnelIngL3NextHopTableFactory();
    for (Asic::SwTable* t :
-        {static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
+        std::initializer_list<Asic::SwTable*>{v4.ptr(), v6.ptr(), oif.ptr(), nh.ptr()}) {
       t->doInit(0, ledger, chipInfo);
       t->doInitComplete();
    }
@@ -64,7 +70,8 @@ int main() {
        {"10.0.0.1", "10.1.0.1"}, {"10.0.0.1", "10.1.0.2"}, {"10.0.0.2", "10.1.0.3"}};
    const char* v6Tunnels[][2] = {{"2001:db8::1", "2001:db8:1::1"},
                                  {"2001:db8::1", "2001:db8:1::2"}};
-   std::vector<Brio::Ptr<const Asic::SwTableBase::EntryHandle>> held;
+   using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
+   std::vector<HandlePtr> held;
    for (auto& t : v4Tunnels) {
       Wire::IpGenAddr src(t[0]), dst(t[1]);
       held.push_back(v4->entryRef(
@@ -75,12 +82,27 @@ int main() {
       held.push_back(v6->entryCommit(
           {src, dst}, L3EgrL3Ipv6TunnelTable::Entry(false, true, src, 64, dst, U5(17))));
    }
+   // Chains: each interface names its tunnel and each next hop its interface;
+   // written before the tunnels' write responses are in, they wait for what they name
+   // and carry its index once it is programmed.
+   std::vector<HandlePtr> nextHops;
+   for (auto& [key, tunnelHandle] : v4->entryHandleIteratorConst()) {
+      if (key.dstIpAddr() == Wire::IpGenAddr("10.1.0.3")) continue;
+      auto o = oif->entryRef(key, L3TunnelEgrL3Oif1Table::Entry(tunnelHandle, 0, 0, U5(18)));
+      nextHops.push_back(
+          nh->entryRef(key, L3TunnelIngL3NextHopTable::Entry(o, 0, false, U5(30), U2())));
+   }
    Brio::EventLoop::instance().runUntilIdle();
 
    printTable(*v4, *chip);
    printTable(*v6, *chip);
+   printTable(*oif, *chip);
+   printTable(*nh, *chip);
 
+   nextHops.clear();
    held.clear();
+   nh.reset();
+   oif.reset();
    v4.reset();
    v6.reset();
    chip->uninstall();
