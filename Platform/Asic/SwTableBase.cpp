@@ -80,16 +80,21 @@ SwTableBase::EntryHandle::PtrConst SwTableBase::EntryHandle::handleFromText(Orb:
    r.needString("0x");
    uintptr_t address = 0;
    std::size_t digits = 0;
+   bool tooWide = false;
    for (char c = r.peek(); std::isxdigit(static_cast<unsigned char>(c)); c = r.peek()) {
-      address =
-          address * 16 + uintptr_t(std::isdigit(static_cast<unsigned char>(c))
-                                       ? c - '0'
-                                       : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
+      const unsigned d = std::isdigit(static_cast<unsigned char>(c))
+                             ? unsigned(c - '0')
+                             : unsigned(std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
+      tooWide |= address > (UINTPTR_MAX >> 4);
+      address = address * 16 + d;
       r.advance(1);
       ++digits;
    }
    if (!digits)
       throw std::range_error("expected a handle address at position " + std::to_string(start));
+   if (tooWide)
+      throw std::range_error("handle address wider than a pointer at position " +
+                             std::to_string(start));
    if (!address) return nullptr;
    auto* h = reinterpret_cast<const EntryHandle*>(address);
    if (!liveHandles().count(h)) throw std::range_error("no live entry handle at " + handleText(h));
