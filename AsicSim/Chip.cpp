@@ -7,7 +7,16 @@
 namespace AsicSim {
 
 HwTable::HwTable(std::string name, Asic::UnitId unit, uint32_t rows)
-    : Asic::HwTable(std::move(name), unit), rows_(rows) {}
+    : Asic::HwTable(std::move(name), unit), rows_(rows), keys_(rows) {}
+
+const Orb::GenericValue& HwTable::rowKey(Asic::Index index) const {
+   static const Orb::GenericValue none;
+   return index < keys_.size() ? keys_[index] : none;
+}
+
+void HwTable::rowKeyIs(Asic::Index index, Orb::GenericValue key) {
+   if (index < keys_.size()) keys_[index] = std::move(key);
+}
 
 const std::string* HwTable::row(Asic::Index index) const {
    return index < rows_.size() && rows_[index] ? &*rows_[index] : nullptr;
@@ -58,6 +67,15 @@ Asic::HwRequestId Util::hwTableEntryIs(Asic::HwTable& hwTable, Asic::Index index
 
 Asic::HwRequestId Util::hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) {
    return chip_->erase(*this, static_cast<HwTable&>(hwTable), index);
+}
+
+void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
+                              Asic::HwTable& hwTable) {
+   auto& t = static_cast<HwTable&>(hwTable);
+   for (Asic::Index i = 0; i < t.numEntries(); ++i) {
+      const Orb::GenericValue& key = t.rowKey(i);
+      if (t.row(i) && key && key.type() == keyType) allocator.requestIndexForKey(i, key);
+   }
 }
 
 Asic::Index Util::maxIndex() const {
@@ -131,11 +149,13 @@ Asic::HwRequestId Chip::write(Util& util, HwTable& table, Asic::Index index,
       fail = true;
    }
    if (!fail) fail = !table.rowIs(index, entry);
+   if (!fail && util.swTable()) table.rowKeyIs(index, util.swTable()->hwRowKey(index));
    return respond(util, index, fail ? Asic::WriteStatus::failed : Asic::WriteStatus::ok);
 }
 
 Asic::HwRequestId Chip::erase(Util& util, HwTable& table, Asic::Index index) {
    const bool ok = table.rowIs(index, nullptr);
+   table.rowKeyIs(index, {});
    return respond(util, index, ok ? Asic::WriteStatus::ok : Asic::WriteStatus::failed);
 }
 

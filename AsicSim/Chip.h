@@ -23,6 +23,7 @@
 #include "Asic/HwTable.h"
 #include "Asic/SwTableUtil.h"
 #include "Brio/Ptr.h"
+#include "Orb/GenericValue.h"
 
 namespace AsicSim {
 
@@ -39,7 +40,10 @@ public:
    HwTable(std::string name, Asic::UnitId unit, uint32_t rows);
 
    uint32_t numEntries() const override { return uint32_t(rows_.size()); }
-   void numEntriesIs(uint32_t rows) { rows_.resize(rows); }
+   void numEntriesIs(uint32_t rows) {
+      rows_.resize(rows);
+      keys_.resize(rows);
+   }
 
    // The row's content (the entry's row text), or null when the row is clear.
    const std::string* row(Asic::Index index) const;
@@ -49,9 +53,14 @@ public:
 
    // False when the index is outside the table.
    bool rowIs(Asic::Index index, const Asic::EntryBase* value);
+   // The key the software gave the row, as a chip driver's shadow keeps it,
+   // for rows whose content does not carry it.
+   const Orb::GenericValue& rowKey(Asic::Index index) const;
+   void rowKeyIs(Asic::Index index, Orb::GenericValue key);
 
 private:
    std::vector<std::optional<std::string>> rows_;
+   std::vector<Orb::GenericValue> keys_;
    Stats stats_;
 };
 
@@ -64,6 +73,8 @@ public:
                                     const Asic::EntryBase* entry) override;
    Asic::HwRequestId hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) override;
    Asic::Index maxIndex() const override;
+   void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
+                           Asic::HwTable& hwTable) override;
 
 private:
    Brio::Ptr<Chip> chip_;

@@ -713,6 +713,34 @@ struct SwTable::Accessor {
       eh->entryStateIs(State::failedNeededEntry);
    }
 
+   // ---- recovery ------------------------------------------------------------------
+
+   // First thing after the hardware table is taken over on a restart, before
+   // any write: the allocator learns the indices the rows already use, so a
+   // rewrite lands on the row it had.
+   static void syncEntries(T& t) {
+      ORB_TRACE(trace(), traceState, "syncEntries") << " " << typeName();
+      auto hwTable = [&t] { return t.hwTable(); };
+      T* swTable_ = &t;
+      ORB_ASSERT(hwTable());
+      ORB_ASSERT(!swTable_->resolvedEntrys());
+      if constexpr (!T::knownIndex) {
+         if (t.util() && t.data_.indexAllocator)
+            t.util()->syncIndexAllocator(Orb::typeId<Key>(), *t.data_.indexAllocator, *t.hwTable());
+      }
+   }
+
+   static Orb::GenericValue hwRowKey(const T& t, Index index) {
+      if constexpr (T::knownIndex) {
+         return t.indexKeySource()
+                    ? t.indexKeySource()->keyForIndex(index).value_or(Orb::GenericValue())
+                    : Orb::GenericValue();
+      } else {
+         if (!t.data_.indexAllocator) return {};
+         return t.data_.indexAllocator->keyForIndex(index).value_or(Orb::GenericValue());
+      }
+   }
+
    // ---- lookups ---------------------------------------------------------------
 
    static typename T::CrossAgentIndex hwIndexOnlyForCrossAgentCommunication(const T& t,

@@ -5,11 +5,13 @@
 // its own types and traits.
 #include <cstdint>
 
+#include "Asic/RecoverGroup.h"
 #include "Asic/SwTable.h"
 #include "AsicSwTable/KeyedEntryHandle.h"
 #include "AsicSwTable/KeyedTableData.h"
 #include "AsicSwTable/KeyedUnresolvedEntry.h"
 #include "AsicSwTable/SwTableUtilLoader.h"
+#include "Ledger/MountGroup.h"
 #include "Orb/Optional.h"
 #include "Orb/Trace.h"
 
@@ -55,6 +57,12 @@ public:                                                                         
    void handleEntry(const Key& key);                                                             \
    void doCompleteEntryHandleForTesting(const Key& key, Orb::Optional<Asic::Index> index);       \
    void cleanup();                                                                               \
+   void syncEntries() override;                                                                  \
+   Orb::GenericValue hwRowKey(Asic::Index index) const override;                                 \
+   static void doMountHwTableMountInfo(Ledger::MountGroup& mountGroup);                          \
+   void doRecoverHwTable(Asic::RecoverGroup& recoverGroup, Asic::UnitId unit,                    \
+                         Brio::Ptr<Ledger::EntityManager> ledgerEm,                              \
+                         Brio::Ptr<const MeridCentral::ChipInfo> chipInfo);                      \
    void doReleaseHwIndex(const Key& key);                                                        \
    CrossAgentIndex hwIndexOnlyForCrossAgentCommunication(const Key& key) const;                  \
    Orb::Optional<Key> swKeyFromHwIndex(Asic::Index index) const;                                 \
@@ -134,6 +142,19 @@ public:
       Asic::SwTable::Accessor<T>::doCompleteEntryHandleForTesting(*this, k, i);                    \
    }                                                                                               \
    void T::cleanup() { Asic::SwTable::Accessor<T>::cleanupTable(*this); }                          \
+   void T::syncEntries() { Asic::SwTable::Accessor<T>::syncEntries(*this); }                       \
+   Orb::GenericValue T::hwRowKey(Asic::Index i) const {                                            \
+      return Asic::SwTable::Accessor<T>::hwRowKey(*this, i);                                       \
+   }                                                                                               \
+   void T::doMountHwTableMountInfo(Ledger::MountGroup& mg) {                                       \
+      Util::doMountHwTableMountInfo(std::string(T::typeName) + "::Util", mg, "");                  \
+   }                                                                                               \
+   void T::doRecoverHwTable(Asic::RecoverGroup& rg, Asic::UnitId unit,                             \
+                            Brio::Ptr<Ledger::EntityManager> em,                                   \
+                            Brio::Ptr<const MeridCentral::ChipInfo> chip) {                        \
+      Util::doRecoverHwTable(Orb::typeId<T>(), *this, rg, unit, std::move(em), std::move(chip),    \
+                             "");                                                                  \
+   }                                                                                               \
    void T::doReleaseHwIndex(const Key& k) {                                                        \
       Asic::SwTable::Accessor<T>::doReleaseHwIndex(*this, k);                                      \
    }                                                                                               \

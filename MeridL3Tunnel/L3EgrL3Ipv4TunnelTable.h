@@ -32,6 +32,7 @@ public:
    using Allocator = MeridL3Common::L3EgrL3TunnelSharedAllocator;
    using CrossAgentIndex = Asic::Index;
    static constexpr bool hasDependentField = false;
+   static constexpr bool knownIndex = false;
 
    L3EgrL3Ipv4TunnelTable();
    ~L3EgrL3Ipv4TunnelTable() override;

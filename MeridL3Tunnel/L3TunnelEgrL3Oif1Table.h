@@ -32,6 +32,7 @@ public:
    using Allocator = MeridL3Common::L3EgrL3Oif1TableSharedAllocator;
    using CrossAgentIndex = Orb::Optional<Asic::Index>;
    static constexpr bool hasDependentField = true;
+   static constexpr bool knownIndex = false;
 
    L3TunnelEgrL3Oif1Table();
    ~L3TunnelEgrL3Oif1Table() override;

@@ -89,6 +89,7 @@ public:
    using Allocator = Asic::FirstFreeIndexAllocator;
    using CrossAgentIndex = Orb::Optional<Asic::Index>;
    static constexpr bool hasDependentField = true;
+   static constexpr bool knownIndex = false;
 
    L3TunnelIngL3NextHopTable();
    ~L3TunnelIngL3NextHopTable() override;

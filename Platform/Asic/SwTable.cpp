@@ -84,6 +84,20 @@ void SwTable::EntryHandle::resolvedEntryStateIs(EntryState s) {
    publisher_.notify(resolvedEntryStateAttr);
 }
 
+void SwTable::Util::doMountHwTableMountInfo(std::string_view utilType, Ledger::MountGroup& mg,
+                                            std::string_view name) {
+   std::string path = "hardware/table/";
+   path.append(utilType).append(name);
+   mg.mountIs(path, utilType);
+}
+
+void SwTable::Util::doRecoverHwTable(Orb::TypeId, SwTable& table, RecoverGroup& rg, UnitId unit,
+                                     Brio::Ptr<Ledger::EntityManager> ledgerEm,
+                                     Brio::Ptr<const MeridCentral::ChipInfo> chipInfo,
+                                     std::string_view) {
+   rg.tableIs(table, unit, std::move(ledgerEm), std::move(chipInfo));
+}
+
 void SwTable::Util::doNotifyWriteResponse(HwRequestId id, Index index, WriteStatus status) {
    if (!swTable_ || !swTable_->writeResponseSm()) {
       ++droppedResponses_;

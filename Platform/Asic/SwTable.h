@@ -85,6 +85,11 @@ public:
    virtual bool indexAllocatorBound() const { return false; }
    // Ends set-up: write responses are listened to from here on.
    virtual void doInitComplete();
+   // After a restart, before any write: learns from the hardware which indices
+   // its rows already use.
+   virtual void syncEntries() = 0;
+   // The key a row at `index` belongs to, for the hardware's own record.
+   virtual Orb::GenericValue hwRowKey(Index index) const = 0;
 
    // A hardware write response for this table, from the write-response machine.
    virtual void doHandleWriteResponse(HwRequestId id, Index index, WriteStatus status) = 0;

@@ -6,7 +6,9 @@
 
 #include "Asic/EntryBase.h"
 #include "Asic/HwTable.h"
+#include "Asic/RecoverGroup.h"
 #include "Asic/SwTable.h"
+#include "Ledger/MountGroup.h"
 
 #pragma GCC visibility push(default)
 namespace Asic {
@@ -19,8 +21,21 @@ public:
    // request whose response will confirm it.
    virtual HwRequestId hwTableEntryIs(HwTable& hwTable, Index index, const EntryBase* entry) = 0;
    virtual HwRequestId hwTableEntryDel(HwTable& hwTable, Index index) = 0;
+   // Marks in `allocator` every index the hardware table's rows use, with the
+   // row's key, for rows whose key is of `keyType`.
+   virtual void syncIndexAllocator(Orb::TypeId keyType, GenericIndexAllocator& allocator,
+                                   HwTable& hwTable) = 0;
    virtual Index minIndex() const { return 0; }
    virtual Index maxIndex() const { return invalidIndex; }
+
+   // Registers the state-database path of the hardware table behind `utilType`.
+   static void doMountHwTableMountInfo(std::string_view utilType, Ledger::MountGroup& mg,
+                                       std::string_view name);
+   // Joins `table` into a recover group after a restart.
+   static void doRecoverHwTable(Orb::TypeId tableType, SwTable& table, RecoverGroup& rg,
+                                UnitId unit, Brio::Ptr<Ledger::EntityManager> ledgerEm,
+                                Brio::Ptr<const MeridCentral::ChipInfo> chipInfo,
+                                std::string_view name);
 
    static Index getHwIndex(const SwTableBase::EntryHandle& h) {
       return SwTableBase::getHwEntryIndex(h);
