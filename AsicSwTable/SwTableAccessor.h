@@ -121,7 +121,14 @@ struct SwTable::Accessor {
       }
    }
 
+   // What stands for the key: in an index-keyed table a value still waiting
+   // for its needed entry comes first.
    static Entry entry(const T& t, const Key& key) {
+      if constexpr (T::knownIndex && T::hasDependentField) {
+         if (auto ue = unresolvedEntry(t, key)) return ue->entry();
+      } else if constexpr (T::knownIndex) {
+         return Entry();
+      }
       auto it = t.data_.resolvedEntry.find(key);
       if (it == t.data_.resolvedEntry.end() || !it->second) return Entry();
       return *it->second;
@@ -129,7 +136,15 @@ struct SwTable::Accessor {
 
    static bool entryHas(const T& t, const Key& key) {
       auto it = t.data_.resolvedEntry.find(key);
-      return it != t.data_.resolvedEntry.end() && it->second;
+      if constexpr (T::knownIndex && T::hasDependentField) {
+         HandlePtr h = entryHandle(t, key);
+         if (!h || h->entryType() == Type::inDeletion) return false;
+         return unresolvedEntry(t, key) || it != t.data_.resolvedEntry.end();
+      } else if constexpr (T::knownIndex) {
+         return it != t.data_.resolvedEntry.end();
+      } else {
+         return it != t.data_.resolvedEntry.end() && it->second;
+      }
    }
 
    static uint32_t entrys(const T& t) {
@@ -139,7 +154,33 @@ struct SwTable::Accessor {
       return n;
    }
 
-   static HandlePtrConst entryWeakRef(const T& t, const Key& key) { return entryHandle(t, key); }
+   // For clients that only watch. An index-keyed table makes the handle when
+   // there is none, held by the client alone.
+   static HandlePtrConst entryWeakRef(const T& table, const Key& key) {
+      if constexpr (!T::knownIndex) {
+         return entryHandle(table, key);
+      } else {
+         T& t = const_cast<T&>(table);
+         HandlePtr eh = entryHandleIs(t, key);
+         switch (eh->entryType()) {
+            case Type::none:
+               eh->entryTypeIs(Type::referenceOnly);
+               eh->dropTableReference();
+               break;
+            case Type::inDeletion:
+               eh->entryStateIs(State::unresolved);
+               eh->entryTypeIs(Type::referenceOnly);
+               eh->dropTableReference();
+               break;
+            case Type::referenceOnly:
+            case Type::committed:
+               break;
+            default:
+               ORB_ASSERT(0) << "entry type " << unsigned(eh->entryType());
+         }
+         return eh;
+      }
+   }
 
    // ---- write path ----------------------------------------------------------
 
@@ -251,6 +292,23 @@ struct SwTable::Accessor {
 
    static Util* liveUtil(const T& t) { return t.util() && t.hwTable() ? t.util().ptr() : nullptr; }
 
+   // The index a key's value goes to: the key itself in an index-keyed table.
+   static Index programIndex(T& t, const Key& key) {
+      if constexpr (T::knownIndex) {
+         return key.value();
+      } else {
+         return t.data_.indexAllocator ? t.data_.indexAllocator->newIndexForKey(key) : invalidIndex;
+      }
+   }
+
+   static Index heldIndex(const T& t, const Key& key) {
+      if constexpr (T::knownIndex) {
+         return key.value();
+      } else {
+         return t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+      }
+   }
+
    static void requestIs(T& t, Handle* h, const Key& key, HwRequestId id, bool isDelete) {
       if (!id) return;
       t.data_.inFlight.insert_or_assign(id, typename T::Data::InFlight{key, isDelete});
@@ -283,8 +341,7 @@ struct SwTable::Accessor {
          h->entryStateIs(State::inProgress);
          h->resolvedEntryStateIs(State::inProgress);
       }
-      const Index index =
-          t.data_.indexAllocator ? t.data_.indexAllocator->newIndexForKey(key) : invalidIndex;
+      const Index index = programIndex(t, key);
       ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
       // Reactors above may have changed the value; program what stands now.
       auto it = t.data_.resolvedEntry.find(key);
@@ -295,15 +352,16 @@ struct SwTable::Accessor {
          const EntryBase* value = it->second ? &*it->second : nullptr;
          HwRequestId id = util->hwTableEntryIs(*t.hwTable(), index, value);
          requestIs(t, h.ptr(), key, id, false);
-         if (h && util->recordHwIndexOnWrite()) h->hwIndexIs(index);
+         // An index-keyed table knows the index at once.
+         if (h && (util->recordHwIndexOnWrite() || (T::knownIndex && t.hwResponseNeeded())))
+            h->hwIndexIs(index);
       }
       if (h) doCompleteEntryHandleForTesting(t, key, index);
    }
 
    // No value node: clear the row the key holds and give its index back.
    static void deleteRow(T& t, const Key& key, Util* util) {
-      const Index index =
-          t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+      const Index index = heldIndex(t, key);
       ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
       if (!util) {
          if (index != invalidIndex) doReleaseHwIndex(t, key);
@@ -330,8 +388,7 @@ struct SwTable::Accessor {
          h->resolvedEntryStateIs(State::inProgress);
          if (writeInFlight(t, *h)) return;
       }
-      const Index index =
-          t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+      const Index index = heldIndex(t, key);
       ORB_TRACE(trace(), traceHardware, "traceHwIndex") << " Acquired hwIndex : " << index;
       HwRequestId id = 0;
       if (util && index != invalidIndex) {

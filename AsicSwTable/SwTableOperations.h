@@ -53,6 +53,7 @@ public:                                                                         
    void resolvedEntryDel(const Key& key);                                                        \
    void resolvedEntryDelAll();                                                                   \
    uint32_t resolvedEntrys() const { return uint32_t(data_.resolvedEntry.size()); }              \
+   bool resolvedEntryHas(const Key& key) const { return data_.resolvedEntry.count(key) != 0; }   \
                                                                                                  \
    void handleEntry(const Key& key);                                                             \
    void doCompleteEntryHandleForTesting(const Key& key, Orb::Optional<Asic::Index> index);       \

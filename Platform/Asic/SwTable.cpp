@@ -59,6 +59,11 @@ void SwTable::doInit(UnitId unit, Brio::Ptr<Ledger::EntityManager> ledgerEm,
    if (!indexAllocatorBound()) doInitAllocator();
 }
 
+void SwTable::doPublishHwTableMountInfo() {
+   if (!ldgrEm_ || !hwTable_) return;
+   ldgrEm_->entityIs("hardware/table/" + std::string(name()), hwTable_);
+}
+
 void SwTable::doInitComplete() {
    if (!hwTable_) return;
    writeResponseSmIs(this);
@@ -74,6 +79,12 @@ std::ostream& operator<<(std::ostream& os, SwTable::TableState s) {
          return os << "shuttingDown";
    }
    return os << "invalid(" << unsigned(s) << ")";
+}
+
+Index SwKnownIndexTable::minIndex() const { return hwTable() && util() ? util()->minIndex() : 0; }
+
+Index SwKnownIndexTable::maxIndex() const {
+   return hwTable() && util() ? util()->maxIndex() : invalidIndex;
 }
 
 void SwTable::EntryHandle::resolvedEntryStateIs(EntryState s) {

@@ -85,6 +85,8 @@ public:
    virtual bool indexAllocatorBound() const { return false; }
    // Ends set-up: write responses are listened to from here on.
    virtual void doInitComplete();
+   // Publishes where the hardware table is mounted, for other agents.
+   virtual void doPublishHwTableMountInfo();
    // After a restart, before any write: learns from the hardware which indices
    // its rows already use.
    virtual void syncEntries() = 0;
@@ -146,8 +148,22 @@ protected:
 
 // Tables that choose the hardware index of each key themselves.
 class SwUnknownIndexTable : public SwTable {};
-// Tables whose key is the hardware index.
-class SwKnownIndexTable : public SwTable {};
+// Tables whose key is the hardware index. Their indices are allocated by
+// whoever writes them (a merged table); that allocator also knows which key
+// each row belongs to.
+class SwKnownIndexTable : public SwTable {
+public:
+   const Brio::Ptr<const GenericIndexAllocator>& indexKeySource() const { return indexKeySource_; }
+   void indexKeySourceIs(Brio::Ptr<const GenericIndexAllocator> a) {
+      indexKeySource_ = std::move(a);
+   }
+   // The index range of the hardware table; all indices while none is mounted.
+   Index minIndex() const;
+   Index maxIndex() const;
+
+private:
+   Brio::Ptr<const GenericIndexAllocator> indexKeySource_;
+};
 
 }  // namespace Asic
 #pragma GCC visibility pop

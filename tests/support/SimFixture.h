@@ -12,11 +12,15 @@
 #include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
 #include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
 #include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
+#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 
 namespace test {
 
+using MeridL3Tunnel::EgrL3Oif1Table;
+using MeridL3Tunnel::IngL3Iif;
 using MeridL3Tunnel::L3EgrL3Ipv4TunnelTable;
 using MeridL3Tunnel::L3EgrL3Ipv6TunnelTable;
+using MeridL3Tunnel::L3InterfaceTable;
 using MeridL3Tunnel::L3TunnelEgrL3Oif1Table;
 using MeridL3Tunnel::L3TunnelIngL3NextHopTable;
 using MeridL3Tunnel::L3TunnelKey;
@@ -49,6 +53,10 @@ inline L3TunnelEgrL3Oif1Table::Entry oifEntry(HandlePtr tunnel, uint8_t ttlThres
    return {std::move(tunnel), 0, ttlThreshold, U5(18)};
 }
 
+inline L3InterfaceTable::Entry interfaceEntry(HandlePtr tunnel, uint8_t ttlThreshold = 0) {
+   return {IngL3Iif::Entry(), EgrL3Oif1Table::Entry(std::move(tunnel), 0, ttlThreshold, U5(18))};
+}
+
 inline L3TunnelIngL3NextHopTable::Entry nextHopEntry(HandlePtr oif, bool drop = false) {
    return {std::move(oif), 0, drop, U5(30), U2()};
 }
@@ -69,6 +77,7 @@ protected:
 
    void TearDown() override {
       tables.clear();
+      intf.reset();
       nh.reset();
       oif.reset();
       v4.reset();
@@ -98,6 +107,16 @@ protected:
       init(*nh);
    }
 
+   // The merged interface table (with its two member tables) on top of the
+   // tunnel tables.
+   void makeInterfaceTable(uint32_t rows = defaultRows) {
+      if (!v4) makeTunnelTables(rows);
+      chipInfo->tableSizeIs(IngL3Iif::typeName, rows);
+      chipInfo->tableSizeIs(EgrL3Oif1Table::typeName, rows);
+      intf = MeridL3Tunnel::l3InterfaceTableFactory();
+      intf->doInit(0, ledger, chipInfo);
+   }
+
    void init(Asic::SwTable& t) {
       t.doInit(0, ledger, chipInfo);
       t.doInitComplete();
@@ -119,6 +138,7 @@ protected:
    Brio::Ptr<L3EgrL3Ipv6TunnelTable> v6;
    Brio::Ptr<L3TunnelEgrL3Oif1Table> oif;
    Brio::Ptr<L3TunnelIngL3NextHopTable> nh;
+   Brio::Ptr<L3InterfaceTable> intf;
    std::vector<Asic::SwTable*> tables;
 };
 

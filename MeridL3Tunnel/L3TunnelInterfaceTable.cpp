@@ -1,0 +1,581 @@
+#include <algorithm>
+#include <sstream>
+
+#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
+#include "Orb/Assert.h"
+#include "Orb/Strep.h"
+#include "Orb/Trace.h"
+
+namespace MeridL3Tunnel {
+
+namespace {
+using State = Asic::SwTableBase::EntryState;
+using Type = Asic::SwTableBase::EntryHandle::EntryType;
+constexpr uint32_t traceWrite = 5;
+
+std::string entryPrefix() {
+   return "Value('" + std::string(L3InterfaceTable::Entry::typeName) + "', ** {";
+}
+}  // namespace
+
+const Orb::TraceHandle& L3InterfaceTable::traceHandle() {
+   static const Orb::TraceHandle handle{typeName};
+   return handle;
+}
+
+// ---- values ---------------------------------------------------------------------
+
+L3InterfaceTable::Entry::Entry(Orb::CharRange& r) {
+   r.needString(entryPrefix());
+   r.needString("'ingL3IifEntry': ");
+   r.needString(", 'egrL3Oif1TableEntry': ");
+   try {
+      egrL3Oif1TableEntry_ = EgrL3Oif1Table::Entry(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("egrL3Oif1TableEntry");
+   }
+   r.needString("})");
+}
+
+std::string valueToStrep(const L3InterfaceTable::Entry& e) {
+   const std::string ing = valueToStrep(e.ingL3IifEntry_);
+   const std::string egr = valueToStrep(e.egrL3Oif1TableEntry_);
+   return entryPrefix() + "'ingL3IifEntry': " + ing + ", 'egrL3Oif1TableEntry': " + egr + "})";
+}
+
+void L3InterfaceTable::MergedEntry::mergedEntryHandleIs(HandlePtrConst h) {
+   if (std::find(handles_.begin(), handles_.end(), h) == handles_.end())
+      handles_.push_back(std::move(h));
+}
+
+void L3InterfaceTable::MergedEntry::mergedEntryHandleDel(const HandlePtrConst& h) {
+   std::erase(handles_, h);
+}
+
+bool L3InterfaceTable::MergedEntry::sameHandles(const MergedEntry& o) const {
+   if (handles_.size() != o.handles_.size()) return false;
+   for (auto& h : handles_)
+      if (std::find(o.handles_.begin(), o.handles_.end(), h) == o.handles_.end()) return false;
+   return true;
+}
+
+// ---- the index deallocator --------------------------------------------------------
+
+// Frees a merged index when neither member table has a resolved-entry node at
+// it. It hears every change of the members' resolved entries, after the
+// member has written or deleted its row.
+class L3InterfaceTable::IndexDeallocatorSm final : public Brio::PtrInterface {
+public:
+   explicit IndexDeallocatorSm(L3InterfaceTable* table)
+       : table_(table), orbMergedTable_(this), ingL3IifIn_(this), egrL3Oif1TableIn_(this) {
+      orbMergedTable_.notifierIs(&table->notifieeList());
+      orb_MergedTable_IngL3IifInIs(table->ingL3Iif().ptr());
+      orb_MergedTable_EgrL3Oif1TableInIs(table->egrL3Oif1Table().ptr());
+   }
+
+   void orb_MergedTable_IngL3IifInIs(Asic::SwTable* t) {
+      ingL3IifIn_.notifierIs(t ? &t->notifieeList() : nullptr);
+   }
+   void orb_MergedTable_EgrL3Oif1TableInIs(Asic::SwTable* t) {
+      egrL3Oif1TableIn_.notifierIs(t ? &t->notifieeList() : nullptr);
+   }
+   void orb_MergedTable_IngL3IifInDel() { ingL3IifIn_.notifierIs(nullptr); }
+   void orb_MergedTable_EgrL3Oif1TableInDel() { egrL3Oif1TableIn_.notifierIs(nullptr); }
+
+   void orbDoZombieReactors(bool zombie) {
+      orbMergedTable_.zombieIs(zombie);
+      ingL3IifIn_.zombieIs(zombie);
+      egrL3Oif1TableIn_.zombieIs(zombie);
+   }
+
+   void handleResolvedEntry(Asic::Index index) {
+      const auto& alloc = table_->indexAllocator();
+      if (!alloc) return;
+      auto key = alloc->keyForIndex(index);
+      if (!key) return;
+      const auto& trace = L3InterfaceTable::traceHandle();
+      if (table_->ingL3Iif() && table_->ingL3Iif()->resolvedEntryHas(IngL3Iif::Index(index))) {
+         ORB_TRACE(trace, traceWrite, "handleResolvedEntry") << ": index still used in ingL3Iif";
+         return;
+      }
+      if (table_->egrL3Oif1Table() &&
+          table_->egrL3Oif1Table()->resolvedEntryHas(EgrL3Oif1Table::Index(index))) {
+         ORB_TRACE(trace, traceWrite, "handleResolvedEntry")
+             << ": index still used in egrL3Oif1Table";
+         return;
+      }
+      ORB_TRACE(trace, traceWrite, "handleResolvedEntry") << ": freeing index : " << index;
+      if (alloc->releaseCheck() && !alloc->canReleaseIndex(alloc->getKey(*key), table_)) return;
+      alloc->releaseIndex(*key);
+   }
+
+private:
+   ~IndexDeallocatorSm() override {
+      orbDoZombieReactors(true);
+      orbMergedTable_.notifierIs(nullptr);
+      orb_MergedTable_IngL3IifInDel();
+      orb_MergedTable_EgrL3Oif1TableInDel();
+   }
+
+   // Follows the merged table's member attributes.
+   struct OrbMergedTable final : Brio::Notifiee {
+      explicit OrbMergedTable(IndexDeallocatorSm* sm) : sm(sm) {}
+      void onAttribute(Brio::AttrId attr, Brio::KeyRef) override {
+         if (attr == L3InterfaceTable::ingL3IifAttr)
+            sm->orb_MergedTable_IngL3IifInIs(sm->table_->ingL3Iif().ptr());
+         else if (attr == L3InterfaceTable::egrL3Oif1TableAttr)
+            sm->orb_MergedTable_EgrL3Oif1TableInIs(sm->table_->egrL3Oif1Table().ptr());
+      }
+      IndexDeallocatorSm* sm;
+   };
+   // Hears a member table's resolved-entry changes.
+   template <class Member>
+   struct MemberIn final : Brio::Notifiee {
+      explicit MemberIn(IndexDeallocatorSm* sm) : sm(sm) {}
+      void onAttribute(Brio::AttrId attr, Brio::KeyRef key) override {
+         if (attr != Asic::SwTable::resolvedEntryAttr) return;
+         if (auto* index = key.as<typename Member::Index>())
+            sm->handleResolvedEntry(index->value());
+      }
+      IndexDeallocatorSm* sm;
+   };
+
+   L3InterfaceTable* table_;
+   OrbMergedTable orbMergedTable_;
+   MemberIn<IngL3Iif> ingL3IifIn_;
+   MemberIn<EgrL3Oif1Table> egrL3Oif1TableIn_;
+};
+
+// ---- life -----------------------------------------------------------------------
+
+L3InterfaceTable::L3InterfaceTable() { doEnclosingInit(); }
+
+void L3InterfaceTable::doEnclosingInit() {
+   ingL3IifIs();
+   egrL3Oif1TableIs();
+}
+
+// Member tables go first, keeping their rows for the next incarnation; the
+// member handles the merged entries hold are then unlinked and delete nothing.
+L3InterfaceTable::~L3InterfaceTable() {
+   indexDeallocatorSmDel();
+   ingL3IifDel();
+   egrL3Oif1TableDel();
+   unresolvedMergedEntryDelAll();
+   mergedEntry_.clear();
+   mappedEntryHandle_.clear();
+   for (auto& [k, h] : entryHandle_) {
+      h->doAmendReferences();
+      h->tableIs(nullptr);
+   }
+   entryHandle_.clear();
+   if (indexAllocator_) {
+      ORB_TRACE(traceHandle(), 6, "cleanup")
+          << "Trying to delete shared allocator for table:" << typeName;
+      Asic::GenericIndexAllocatorStub::freeSharedAllocator(indexAllocator_->allocatorType(),
+                                                           Orb::typeId<L3InterfaceTable>(), this);
+   }
+}
+
+void L3InterfaceTable::ingL3IifIs() {
+   if (ingL3Iif_) return;
+   ingL3Iif_ = ingL3IifFactory();
+   publisher_.notify(ingL3IifAttr);
+}
+
+void L3InterfaceTable::egrL3Oif1TableIs() {
+   if (egrL3Oif1Table_) return;
+   egrL3Oif1Table_ = egrL3Oif1TableFactory();
+   publisher_.notify(egrL3Oif1TableAttr);
+}
+
+void L3InterfaceTable::ingL3IifDel() {
+   if (!ingL3Iif_) return;
+   ingL3Iif_.reset();
+   publisher_.notify(ingL3IifAttr);
+}
+
+void L3InterfaceTable::egrL3Oif1TableDel() {
+   if (!egrL3Oif1Table_) return;
+   egrL3Oif1Table_.reset();
+   publisher_.notify(egrL3Oif1TableAttr);
+}
+
+void L3InterfaceTable::indexDeallocatorSmIs(L3InterfaceTable* table) {
+   indexDeallocatorSm_ = Brio::makePtr<IndexDeallocatorSm>(table);
+   publisher_.notify(indexDeallocatorSmAttr);
+}
+
+void L3InterfaceTable::indexDeallocatorSmDel() {
+   if (!indexDeallocatorSm_) return;
+   indexDeallocatorSm_.reset();
+   publisher_.notify(indexDeallocatorSmAttr);
+}
+
+void L3InterfaceTable::indexAllocatorIs(Brio::Ptr<Allocator> allocator) {
+   if (allocator == indexAllocator_) return;
+   indexAllocator_ = std::move(allocator);
+   publisher_.notify(Asic::SwTable::indexAllocatorAttr);
+}
+
+void L3InterfaceTable::doInit(Asic::UnitId unit, Brio::Ptr<Ledger::EntityManager> ledgerEm,
+                              Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
+   ingL3Iif_->chipInfoIs(chipInfo);
+   doInitAllocator();
+   // Rows kept across a restart already use indices: the shared allocator
+   // learns them from each member's rows.
+   auto initMember = [&](Asic::SwKnownIndexTable& member) {
+      member.indexKeySourceIs(indexAllocator_);
+      member.doInit(unit, ledgerEm, chipInfo);
+      if (member.hwTable() && member.util())
+         member.util()->syncIndexAllocator(Orb::typeId<Key>(), *indexAllocator_, *member.hwTable());
+      member.doInitComplete();
+   };
+   initMember(*ingL3Iif_);
+   initMember(*egrL3Oif1Table_);
+   indexDeallocatorSmIs(this);
+}
+
+void L3InterfaceTable::doInitAllocator() {
+   auto shalloc = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(
+       Orb::typeId<L3InterfaceTable>(), this);
+   ORB_ASSERT(shalloc);
+   shalloc->setTableAttr(this, mergedEntryAttr);
+   shalloc->setTableAttr(this, unresolvedMergedEntryAttr);
+   indexAllocatorIs(shalloc);
+   shalloc->indexCountIs(ingL3Iif_ ? ingL3Iif_->numEntries() : 0);
+   shalloc->initializedIs(true);
+}
+
+void L3InterfaceTable::doPublishHwTableMountInfo() {
+   if (ingL3Iif_) ingL3Iif_->doPublishHwTableMountInfo();
+   if (egrL3Oif1Table_) egrL3Oif1Table_->doPublishHwTableMountInfo();
+}
+
+void L3InterfaceTable::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) {
+   IngL3Iif::doMountHwTableMountInfo(mountGroup);
+   EgrL3Oif1Table::doMountHwTableMountInfo(mountGroup);
+}
+
+bool L3InterfaceTable::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef key) const {
+   const Key* k = key.as<Key>();
+   if (!k) return false;
+   if (attrId == mergedEntryAttr) return mergedEntry_.count(*k) != 0;
+   if (attrId == unresolvedMergedEntryAttr) return unresolvedMergedEntry_.count(*k) != 0;
+   return false;
+}
+
+// ---- collections ------------------------------------------------------------------
+
+Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandle(const Key& key) const {
+   auto it = entryHandle_.find(key);
+   return it == entryHandle_.end() ? nullptr : it->second;
+}
+
+Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandleIs(const Key& key) {
+   if (auto h = entryHandle(key)) return h;
+   Brio::Ptr<EntryHandle> h(new EntryHandle(key, this));
+   entryHandle_.emplace(key, h);
+   publisher_.notify(Asic::SwTable::entryHandleAttr, Brio::KeyRef(key));
+   return h;
+}
+
+void L3InterfaceTable::entryHandleDel(const Key& key) {
+   auto it = entryHandle_.find(key);
+   if (it == entryHandle_.end()) return;
+   it->second->doAmendReferences();  // the map's pointer counts again before it goes
+   Brio::Ptr<EntryHandle> gone = std::move(it->second);
+   entryHandle_.erase(it);
+   publisher_.notify(Asic::SwTable::entryHandleAttr, Brio::KeyRef(key));
+}
+
+L3InterfaceTable::MergedEntry L3InterfaceTable::mergedEntry(const Key& key) const {
+   auto it = mergedEntry_.find(key);
+   return it == mergedEntry_.end() ? MergedEntry() : it->second;
+}
+
+void L3InterfaceTable::mergedEntryIs(const Key& key, const MergedEntry& entry) {
+   auto it = mergedEntry_.find(key);
+   if (it != mergedEntry_.end() && it->second == entry) return;
+   mergedEntry_.insert_or_assign(key, entry);
+   publisher_.notify(mergedEntryAttr, Brio::KeyRef(key));
+}
+
+void L3InterfaceTable::mergedEntryDel(const Key& key) {
+   auto it = mergedEntry_.find(key);
+   if (it == mergedEntry_.end()) return;
+   MergedEntry gone =
+       std::move(it->second);  // member handles go after the map no longer names them
+   mergedEntry_.erase(it);
+   publisher_.notify(mergedEntryAttr, Brio::KeyRef(key));
+}
+
+Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntry(
+    const Key& key) const {
+   auto it = unresolvedMergedEntry_.find(key);
+   return it == unresolvedMergedEntry_.end() ? nullptr : it->second;
+}
+
+Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryIs(
+    const Key& key) {
+   if (auto ume = unresolvedMergedEntry(key)) return ume;
+   Brio::Ptr<UnresolvedMergedEntry> ume(new UnresolvedMergedEntry(key, this));
+   unresolvedMergedEntry_.emplace(key, ume);
+   publisher_.notify(unresolvedMergedEntryAttr, Brio::KeyRef(key));
+   return ume;
+}
+
+Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryDel(
+    const Key& key) {
+   auto it = unresolvedMergedEntry_.find(key);
+   if (it == unresolvedMergedEntry_.end()) return nullptr;
+   Brio::Ptr<UnresolvedMergedEntry> gone = std::move(it->second);
+   unresolvedMergedEntry_.erase(it);
+   gone->neededEntryHandleSmDelAll();
+   gone->tableIs(nullptr);
+   publisher_.notify(unresolvedMergedEntryAttr, Brio::KeyRef(key));
+   return gone;
+}
+
+void L3InterfaceTable::unresolvedMergedEntryDelAll() {
+   std::vector<Key> keys;
+   for (auto& [k, ume] : unresolvedMergedEntry_) keys.push_back(k);
+   for (auto& k : keys) unresolvedMergedEntryDel(k);
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::mappedEntryHandle(const Key& key) const {
+   auto it = mappedEntryHandle_.find(key);
+   return it == mappedEntryHandle_.end() ? nullptr : it->second;
+}
+
+void L3InterfaceTable::mappedEntryHandleIs(const Key& key, HandlePtrConst handle) {
+   auto it = mappedEntryHandle_.find(key);
+   if (!handle) {
+      if (it == mappedEntryHandle_.end()) return;
+      mappedEntryHandle_.erase(it);
+   } else {
+      if (it != mappedEntryHandle_.end() && it->second == handle) return;
+      mappedEntryHandle_.insert_or_assign(key, std::move(handle));
+   }
+   publisher_.notify(mappedEntryHandleAttr, Brio::KeyRef(key));
+}
+
+IngL3Iif::Entry L3InterfaceTable::ingL3IifEntry(const Key& key) const {
+   const Asic::Index i = indexAllocator_ ? indexAllocator_->indexForKey(key) : Asic::invalidIndex;
+   return ingL3Iif_ ? ingL3Iif_->entry(IngL3Iif::Index(i)) : IngL3Iif::Entry();
+}
+
+EgrL3Oif1Table::Entry L3InterfaceTable::egrL3Oif1TableEntry(const Key& key) const {
+   const Asic::Index i = indexAllocator_ ? indexAllocator_->indexForKey(key) : Asic::invalidIndex;
+   return egrL3Oif1Table_ ? egrL3Oif1Table_->entry(EgrL3Oif1Table::Index(i))
+                          : EgrL3Oif1Table::Entry();
+}
+
+// ---- writes -----------------------------------------------------------------------
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryRef(const Key& key, const Entry& entry) {
+   return entryWrite(key, entry, Asic::autoRemove());
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryCommit(const Key& key, const Entry& entry) {
+   return entryWrite(key, entry, Asic::needsExplicitRemove());
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWriteAtIndex(Asic::Index index,
+                                                                     const Key& key,
+                                                                     const Entry& entry) {
+   if (indexAllocator_) indexAllocator_->requestIndexForKey(index, key);
+   return entryWrite(key, entry, Asic::needsExplicitRemove());
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, const Entry& entry,
+                                                              Asic::AutoRemoveType mode) {
+   Brio::Ptr<EntryHandle> eh = entryHandleIs(key);
+   if (mode == Asic::needsExplicitRemove()) {
+      if (eh->entryType() == Type::referenceOnly) eh->doAmendReferences();
+      eh->entryTypeIs(Type::committed);
+   } else if (eh->entryType() == Type::none) {
+      eh->entryTypeIs(Type::referenceOnly);
+      eh->dropTableReference();
+   }
+   const Asic::Index index =
+       indexAllocator_ ? indexAllocator_->newIndexForKey(key) : Asic::invalidIndex;
+   if (index == Asic::invalidIndex) {
+      eh->entryStateIs(State::noHwIndex);
+      return eh;
+   }
+   const IngL3Iif::Index ingIndex(index);
+   const EgrL3Oif1Table::Index egrIndex(index);
+   auto ingNode = ingL3Iif_->resolvedEntry(ingIndex);
+   auto egrHandle = egrL3Oif1Table_->entryHandle(egrIndex);
+   const bool repeat =
+       ingL3Iif_->resolvedEntryHas(ingIndex) && ingNode &&
+       IngL3Iif::Entry::isEq(*ingNode, entry.ingL3IifEntry()) && egrHandle &&
+       egrHandle->entryType() != Type::inDeletion &&
+       (egrL3Oif1Table_->unresolvedEntry(egrIndex) ||
+        egrL3Oif1Table_->resolvedEntryHas(egrIndex)) &&
+       EgrL3Oif1Table::Entry::isEq(egrL3Oif1Table_->entry(egrIndex), entry.egrL3Oif1TableEntry());
+   if (repeat) {
+      ORB_TRACE(traceHandle(), traceWrite, "entryWrite") << ": merged table entry already exists";
+      return eh;
+   }
+   MergedEntry merged(entry.writeResponseFn());
+   merged.mergedEntryHandleIs(ingL3Iif_->entryRef(ingIndex, entry.ingL3IifEntry()));
+   merged.mergedEntryHandleIs(egrL3Oif1Table_->entryRef(egrIndex, entry.egrL3Oif1TableEntry()));
+   auto ume = unresolvedMergedEntryIs(key);
+   eh->entryStateIs(State::unresolved);
+   ume->initUnresolvedMergedEntry(merged);
+   return eh;
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryMapToKey(
+    const Key& existingKey, const Key& newKey, Asic::AutoRemoveType autoRemoveType) {
+   ORB_ASSERT(existingKey != newKey) << "new and existing key can't be same";
+   ORB_ASSERT(autoRemoveType == Asic::needsExplicitRemove())
+       << " Only explicit remove supported with entryMapToKey";
+   Brio::Ptr<EntryHandle> eh = entryHandle(existingKey);
+   ORB_ASSERT(eh) << "Expected to see an entryhandle at existingKey";
+   mappedEntryHandleIs(newKey, eh);
+   return eh;
+}
+
+void L3InterfaceTable::entryRemove(const Key& key) {
+   if (mappedEntryHandle(key)) {
+      mappedEntryHandleDel(key);  // the aliased handle stays with its own key
+      return;
+   }
+   Brio::Ptr<EntryHandle> eh = entryHandle(key);
+   if (!eh || eh->entryType() != Type::committed) return;
+   eh->entryTypeIs(Type::referenceOnly);
+   eh->dropTableReference();
+}
+
+void L3InterfaceTable::entryRemoveAll() {
+   std::vector<Key> keys;
+   for (auto& [k, h] : mappedEntryHandle_) keys.push_back(k);
+   for (auto& [k, h] : entryHandle_) keys.push_back(k);
+   for (auto& k : keys) entryRemove(k);
+}
+
+L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWeakRef(const Key& key) {
+   if (auto alias = mappedEntryHandle(key)) return alias;
+   if (auto h = entryHandle(key)) return h;
+   Brio::Ptr<EntryHandle> h = entryHandleIs(key);
+   h->entryTypeIs(Type::referenceOnly);
+   h->dropTableReference();
+   return h;
+}
+
+// ---- lookups for other agents --------------------------------------------------------
+
+Asic::Index L3InterfaceTable::hwIndexOnlyForCrossAgentCommunication(const Key& key) const {
+   if (auto alias = mappedEntryHandle(key))
+      return Asic::SwTableBase::getHwIndexForDependentField(*alias);
+   if (auto h = entryHandle(key)) return Asic::SwTableBase::getHwIndexForDependentField(*h);
+   return Asic::invalidIndex;
+}
+
+Orb::Optional<L3TunnelKey> L3InterfaceTable::swKeyFromHwIndex(Asic::Index index) const {
+   if (!indexAllocator_) return {};
+   auto k = indexAllocator_->keyForIndex(index);
+   if (!k) return {};
+   if (const Key* key = k->as<Key>()) return *key;
+   return {};
+}
+
+// ---- the merged handle --------------------------------------------------------------
+
+void L3InterfaceTable::handleEntryState(EntryHandle& eh) {
+   ORB_TRACE(traceHandle(), 6,
+             "virtual void MeridL3Tunnel::L3InterfaceTable::EntryHandle::handleEntryState()")
+       << " entryhandle state: " << eh.entryState() << " at key : " << eh.key();
+   Asic::WriteResponseFn fn;
+   if (auto ume = unresolvedMergedEntry(eh.key()))
+      fn = ume->mergedEntry().writeResponseFn();
+   else if (auto it = mergedEntry_.find(eh.key()); it != mergedEntry_.end())
+      fn = it->second.writeResponseFn();
+   if (fn) fn(eh.entryState());
+}
+
+// The last reference went: the merged state goes, and with the merged entry
+// the member handles, whose entries then go by their own clean-up.
+void L3InterfaceTable::cleanup(EntryHandle& eh) {
+   const Key key = eh.key();
+   // No counted pointer to `eh` may be made before the map's share counts
+   // again: dropping it would end here once more.
+   auto it = entryHandle_.find(key);
+   if (it == entryHandle_.end() || it->second.ptr() != &eh) return;
+   eh.doAmendReferences();
+   eh.tableIs(nullptr);
+   unresolvedMergedEntryDel(key);
+   mergedEntryDel(key);
+   entryHandleDel(key);
+}
+
+void L3InterfaceTable::EntryHandle::tableIs(L3InterfaceTable* t) {
+   if (t == table_) return;
+   table_ = t;
+   publisher_.notify(swTableAttr);
+}
+
+std::string L3InterfaceTable::EntryHandle::keyText() const {
+   std::ostringstream os;
+   os << key_;
+   return os.str();
+}
+
+void L3InterfaceTable::EntryHandle::handleEntryState() {
+   if (table_) table_->handleEntryState(*this);
+}
+
+void L3InterfaceTable::EntryHandle::zeroReferencesIs(bool zero) {
+   if (zero && table_) table_->cleanup(*this);
+}
+
+// ---- unresolved merged entries ---------------------------------------------------------
+
+void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const MergedEntry& entry) {
+   ORB_ASSERT(entry.mergedEntryHandles() == MergedEntry::numMemberTables())
+       << "All member tables are not filled";
+   if (&entry != &mergedEntry_) mergedEntry_ = entry;
+   Brio::Ptr<UnresolvedMergedEntry> keep(this);
+   bool failed = false;
+   for (auto& h : mergedEntry_.mergedEntryHandle()) {
+      if (h->entryState() == State::success) continue;
+      neededEntryHandleSmIs(h.ptr());
+      failed |= h->entryState() == State::failedNeededEntry || h->isFailed();
+   }
+   if (failed) markFailedNeededEntry();
+   // Members written to hardware carry their index at once: the merged entry
+   // is then resolved within the write. Otherwise the watchers resolve it.
+   bool written = true;
+   for (auto& h : mergedEntry_.mergedEntryHandle()) written &= h->isHwIndexValid();
+   if (written && !failed && table_) doResolve();
+}
+
+void L3InterfaceTable::UnresolvedMergedEntry::doResolve() {
+   L3InterfaceTable* table = table_;
+   if (!table) return;
+   const Asic::Index index = table->indexAllocator()->newIndexForKey(key_);
+   Brio::Ptr<EntryHandle> eh = table->entryHandle(key_);
+   ORB_ASSERT(eh) << "no merged handle at key " << key_;
+   Brio::Ptr<UnresolvedMergedEntry> keep(this);
+   eh->hwIndexIs(index);
+   eh->entryStateIs(State::inProgress);
+   table->mergedEntryIs(key_, mergedEntry_);
+   table->unresolvedMergedEntryDel(key_);
+   eh->entryStateIs(State::success);
+}
+
+void L3InterfaceTable::UnresolvedMergedEntry::markFailedNeededEntry() {
+   setEntryState(State::failedNeededEntry);
+}
+
+void L3InterfaceTable::UnresolvedMergedEntry::setEntryState(Asic::SwTableBase::EntryState state) {
+   if (!table_) return;
+   if (auto eh = table_->entryHandle(key_)) eh->entryStateIs(state);
+}
+
+Brio::Ptr<L3InterfaceTable> l3InterfaceTableFactory() { return Brio::makePtr<L3InterfaceTable>(); }
+
+}  // namespace MeridL3Tunnel

@@ -1,0 +1,172 @@
+// The merged interface table: one index per tunnel key, used in both member
+// tables, freed only when both have let it go.
+#include <gtest/gtest.h>
+
+#include "Orb/Trace.h"
+#include "support/InvariantChecker.h"
+#include "support/SimFixture.h"
+
+namespace test {
+namespace {
+
+using V4 = L3EgrL3Ipv4TunnelTable;
+
+class MergedInterface : public SimFixture {
+protected:
+   void SetUp() override {
+      SimFixture::SetUp();
+      makeInterfaceTable();
+   }
+   HandlePtr tunnel(uint32_t n) {
+      auto h = v4->entryCommit(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
+      runLoop();
+      return h;
+   }
+   void expectConsistent() {
+      auto v = InvariantChecker(*chip).table(*v4).table(*v6).mergedTable(*intf).violations();
+      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+   }
+   bool ingRow(Asic::Index i) { return hw(IngL3Iif::typeName)->row(i) != nullptr; }
+   bool egrRow(Asic::Index i) { return hw(EgrL3Oif1Table::typeName)->row(i) != nullptr; }
+};
+
+TEST_F(MergedInterface, OneIndexInBothMembers) {
+   auto t1 = tunnel(1), t2 = tunnel(2);
+   auto a = intf->entryCommit(tunnelKey(1), interfaceEntry(t1));
+   auto b = intf->entryCommit(tunnelKey(2), interfaceEntry(t2));
+   runLoop();
+   EXPECT_EQ(a->entryState(), State::success);
+   EXPECT_EQ(b->entryState(), State::success);
+   EXPECT_NE(a->hwIndex(), b->hwIndex());
+   for (auto& h : {a, b}) {
+      EXPECT_TRUE(ingRow(h->hwIndex()));
+      EXPECT_TRUE(egrRow(h->hwIndex()));
+   }
+   EXPECT_EQ(intf->egrL3Oif1TableEntry(tunnelKey(2)).tunnelIdx(), t2->hwIndex());
+   EXPECT_EQ(intf->hwIndexOnlyForCrossAgentCommunication(tunnelKey(2)), b->hwIndex());
+   EXPECT_EQ(intf->swKeyFromHwIndex(b->hwIndex()), tunnelKey(2));
+   EXPECT_FALSE(intf->swKeyFromHwIndex(12));
+   EXPECT_EQ(intf->hwIndexOnlyForCrossAgentCommunication(tunnelKey(9)), Asic::invalidIndex);
+   expectConsistent();
+}
+
+TEST_F(MergedInterface, IdenticalRewriteProgramsNothing) {
+   Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
+   auto t = tunnel(1);
+   auto h = intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   const auto writes = stats(EgrL3Oif1Table::typeName).writes + stats(IngL3Iif::typeName).writes;
+   EXPECT_EQ(intf->entryCommit(tunnelKey(1), interfaceEntry(t)), h);
+   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes + stats(IngL3Iif::typeName).writes, writes);
+   EXPECT_NE(
+       std::find(trace.lines().begin(), trace.lines().end(),
+                 "MeridL3Tunnel::L3InterfaceTable: entryWrite: merged table entry already exists"),
+       trace.lines().end());
+}
+
+TEST_F(MergedInterface, MembersWrittenToHardwareResolveWithinTheWrite) {
+   auto t = tunnel(1);
+   std::vector<State> heard;
+   auto e = interfaceEntry(t);
+   e.writeResponseFnIs([&](State s) { heard.push_back(s); });
+   auto h = intf->entryCommit(tunnelKey(1), e);
+   EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::success}));
+   EXPECT_FALSE(intf->unresolvedMergedEntry(tunnelKey(1)));
+   EXPECT_TRUE(intf->mergedEntryHas(tunnelKey(1)));
+
+   // With the tunnel not programmed yet, the egress member waits, and so does
+   // the merged entry.
+   chip->holdResponsesIs(true);
+   auto t2 = v4->entryCommit(tunnelKey(2), tunnelEntry<V4>(tunnelKey(2)));
+   auto w = intf->entryCommit(tunnelKey(2), interfaceEntry(t2));
+   EXPECT_EQ(w->entryState(), State::unresolved);
+   ASSERT_TRUE(intf->unresolvedMergedEntry(tunnelKey(2)));
+   EXPECT_EQ(intf->unresolvedMergedEntry(tunnelKey(2))->neededEntryHandleSms(), 2u);
+   chip->holdResponsesIs(false);
+   for (int i = 0; i < 3; ++i) {
+      chip->releaseAllResponses();
+      runLoop();
+   }
+   EXPECT_EQ(w->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
+   Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
+   auto t = tunnel(1);
+   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   const Asic::Index index = intf->entryHandle(tunnelKey(1))->hwIndex();
+   chip->holdResponsesIs(true);
+   intf->entryRemove(tunnelKey(1));
+   EXPECT_FALSE(intf->entryHandle(tunnelKey(1)));
+   EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index)) << "member rows still hold it";
+   auto fresh = intf->entryCommit(tunnelKey(2), interfaceEntry(t));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   runLoop();
+   EXPECT_NE(fresh->hwIndex(), index) << "a new key never gets an index a member row uses";
+   EXPECT_FALSE(ingRow(index));
+   EXPECT_FALSE(egrRow(index));
+   EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
+   int stillUsed = 0, freed = 0;
+   for (auto& l : trace.lines()) {
+      stillUsed += l.find(": index still used in") != std::string::npos;
+      freed += l.find(": freeing index : " + std::to_string(index)) != std::string::npos;
+   }
+   EXPECT_GE(stillUsed, 1);
+   EXPECT_EQ(freed, 1);
+   expectConsistent();
+}
+
+TEST_F(MergedInterface, ExhaustedAllocatorGivesNoHwIndexAndNoMemberEntry) {
+   intf.reset();
+   makeInterfaceTable(1);  // the allocator is sized from the ingress table
+   auto t = tunnel(1);
+   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   auto h = intf->entryCommit(tunnelKey(2), interfaceEntry(t));
+   EXPECT_EQ(h->entryState(), State::noHwIndex);
+   EXPECT_EQ(intf->ingL3Iif()->resolvedEntrys(), 1u);
+   EXPECT_EQ(intf->egrL3Oif1Table()->entryHandles(), 1u);
+}
+
+TEST_F(MergedInterface, FailedEgressDependencyFailsTheMergedHandle) {
+   chip->writeFailuresIs(V4::typeName, 1);
+   auto t = tunnel(1);
+   ASSERT_EQ(t->entryState(), State::noHwIndex);
+   auto h = intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+   EXPECT_TRUE(intf->unresolvedMergedEntry(tunnelKey(1)));
+}
+
+TEST_F(MergedInterface, AliasSharesTheHandleAndItsIndex) {
+   auto t = tunnel(1);
+   auto a = intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   EXPECT_EQ(intf->entryMapToKey(tunnelKey(1), tunnelKey(5), Asic::needsExplicitRemove()), a);
+   EXPECT_EQ(intf->hwIndexOnlyForCrossAgentCommunication(tunnelKey(5)), a->hwIndex());
+   EXPECT_EQ(intf->entryWeakRef(tunnelKey(5)), a);
+   intf->entryRemove(tunnelKey(5));
+   EXPECT_FALSE(intf->mappedEntryHandle(tunnelKey(5)));
+   EXPECT_EQ(a->entryState(), State::success) << "the aliased entry stays in place";
+   EXPECT_EQ(a->entryType(), Type::committed);
+}
+
+using MergedInterfaceDeathTest = MergedInterface;
+
+TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
+   auto t = tunnel(1);
+   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   EXPECT_DEATH(intf->entryMapToKey(tunnelKey(1), tunnelKey(1), Asic::needsExplicitRemove()),
+                "assertion \"existingKey != newKey\" failed: new and existing key can't be same");
+   EXPECT_DEATH(intf->entryMapToKey(tunnelKey(1), tunnelKey(2), Asic::autoRemove()),
+                "assertion \"autoRemoveType == Asic::needsExplicitRemove\\(\\)\" failed:  Only "
+                "explicit remove supported with entryMapToKey");
+   EXPECT_DEATH(intf->entryMapToKey(tunnelKey(3), tunnelKey(2), Asic::needsExplicitRemove()),
+                "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
+}
+
+}  // namespace
+}  // namespace test
