@@ -2,6 +2,8 @@
 // tables, freed only when both have let it go.
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "Orb/Trace.h"
 #include "support/InvariantChecker.h"
 #include "support/SimFixture.h"
@@ -120,6 +122,69 @@ TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
    expectConsistent();
 }
 
+// A member entry that someone else still holds keeps the index after the
+// merged key is gone; the last member deletion frees it, whichever member.
+TEST_F(MergedInterface, IndexWaitsForTheLastMemberWhicheverItIs) {
+   auto t = tunnel(1);
+   for (bool keepEgress : {true, false}) {
+      SCOPED_TRACE(keepEgress ? "egress kept" : "ingress kept");
+      Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
+      const auto k = tunnelKey(keepEgress ? 1 : 2);
+      intf->entryCommit(k, interfaceEntry(t));
+      runLoop();
+      const Asic::Index index = intf->entryHandle(k)->hwIndex();
+      HandlePtr kept = keepEgress
+                           ? intf->egrL3Oif1Table()->entryWeakRef(EgrL3Oif1Table::Index(index))
+                           : intf->ingL3Iif()->entryWeakRef(IngL3Iif::Index(index));
+      intf->entryRemove(k);
+      runLoop();
+      const std::string stillUsed =
+          keepEgress ? ": index still used in egrL3Oif1Table" : ": index still used in ingL3Iif";
+      auto saw = [&](const std::string& piece) {
+         for (auto& l : trace.lines())
+            if (l.find(piece) != std::string::npos) return true;
+         return false;
+      };
+      EXPECT_TRUE(saw(stillUsed));
+      EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index)) << "one member still programmed";
+      EXPECT_TRUE(keepEgress ? egrRow(index) : ingRow(index));
+      kept.reset();
+      runLoop();
+      EXPECT_TRUE(saw(": freeing index : " + std::to_string(index)));
+      EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
+      expectConsistent();
+   }
+}
+
+// While a member's delete is unanswered its node stands without a value and
+// the index stays taken.
+TEST_F(MergedInterface, NodeWithoutValueBlocksFreeing) {
+   auto t = tunnel(1);
+   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   const Asic::Index index = intf->entryHandle(tunnelKey(1))->hwIndex();
+   chip->holdResponsesIs(true);
+   intf->entryRemove(tunnelKey(1));
+   ASSERT_TRUE(intf->egrL3Oif1Table()->resolvedEntryHas(EgrL3Oif1Table::Index(index)));
+   EXPECT_FALSE(intf->egrL3Oif1Table()->resolvedEntry(EgrL3Oif1Table::Index(index)));
+   EXPECT_FALSE(egrRow(index)) << "the row itself is already cleared";
+   EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
+}
+
+TEST_F(MergedInterface, MemberChangeAtAnIndexNobodyAllocatedFreesNothing) {
+   Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
+   auto direct = intf->ingL3Iif()->entryRef(IngL3Iif::Index(6), IngL3Iif::Entry());
+   runLoop();
+   direct.reset();
+   runLoop();
+   for (auto& l : trace.lines()) EXPECT_EQ(l.find("freeing index"), std::string::npos) << l;
+   EXPECT_EQ(intf->indexAllocator()->used(), 0u);
+}
+
 TEST_F(MergedInterface, ExhaustedAllocatorGivesNoHwIndexAndNoMemberEntry) {
    intf.reset();
    makeInterfaceTable(1);  // the allocator is sized from the ingress table
@@ -166,6 +231,93 @@ TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
                 "explicit remove supported with entryMapToKey");
    EXPECT_DEATH(intf->entryMapToKey(tunnelKey(3), tunnelKey(2), Asic::needsExplicitRemove()),
                 "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
+}
+
+}  // namespace
+}  // namespace test
+
+namespace test {
+namespace {
+
+class MergedInterfaceChurn : public SimFixture {
+protected:
+   void SetUp() override {
+      SimFixture::SetUp();
+      for (auto name : {IngL3Iif::typeName, EgrL3Oif1Table::typeName}) chip->tableSizeIs(name, 8);
+      makeInterfaceTable(8);  // fewer indices than keys: the allocator fills up
+   }
+   void expectConsistent(const std::string& where) {
+      auto v = InvariantChecker(*chip).table(*v4).table(*v6).mergedTable(*intf).violations();
+      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+   }
+   // The agent restarts: the merged table (and with it its members) is made
+   // again and learns from the member rows which indices are taken.
+   void restartInterfaceTable() {
+      intf.reset();
+      Brio::EventLoop::instance().clear();
+      chip->heldResponsesDelAll();
+      makeInterfaceTable(8);
+   }
+};
+
+TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
+   std::mt19937 rng(44);
+   auto pick = [&](uint32_t n) { return uint32_t(rng() % n); };
+   std::vector<HandlePtr> tunnels;
+   for (uint32_t n = 1; n <= 4; ++n)
+      tunnels.push_back(
+          v4->entryCommit(tunnelKey(n), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(n))));
+   runLoop();
+   std::map<uint32_t, HandlePtr> held;
+   for (int step = 0; step < 2000; ++step) {
+      const uint32_t n = 1 + pick(12);
+      const auto k = tunnelKey(100 + n);
+      switch (pick(9)) {
+         case 0:
+         case 1: {
+            auto e = interfaceEntry(tunnels[pick(4)], uint8_t(pick(2)));
+            held[n] = pick(2) ? intf->entryCommit(k, e) : intf->entryRef(k, e);
+            break;
+         }
+         case 2:
+         case 3:
+            intf->entryRemove(k);
+            break;
+         case 4:
+         case 5:
+            held.erase(n);
+            break;
+         case 6:
+            chip->holdResponsesIs(!chip->holdResponses());
+            break;
+         case 7:
+            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            break;
+         case 8:
+            if (pick(10) == 0) {
+               held.clear();
+               restartInterfaceTable();
+            }
+            break;
+      }
+      if (!chip->holdResponses()) chip->releaseAllResponses();
+      runLoop();
+      if (chip->heldResponses() == 0) {
+         expectConsistent("step " + std::to_string(step) + ": ");
+         if (HasFailure()) return;
+      }
+   }
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   held.clear();
+   intf->entryRemoveAll();
+   for (int i = 0; i < 3; ++i) {
+      chip->releaseAllResponses();
+      runLoop();
+   }
+   EXPECT_EQ(intf->entryHandles() + intf->mergedEntrys() + intf->unresolvedMergedEntrys(), 0u);
+   expectConsistent("end: ");
 }
 
 }  // namespace

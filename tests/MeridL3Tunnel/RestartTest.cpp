@@ -45,6 +45,8 @@ protected:
    // The agent goes away and comes back: new tables join a recover group and
    // are brought in line with the rows before anything is written again.
    void restart() {
+      const bool merged = bool(intf);
+      intf.reset();
       tables.clear();
       nh.reset();
       oif.reset();
@@ -61,6 +63,7 @@ protected:
       oif->doRecoverHwTable(group, 0, ledger, chipInfo);
       nh->doRecoverHwTable(group, 0, ledger, chipInfo);
       group.recover();
+      if (merged) makeInterfaceTable();
    }
 
    std::map<std::string, std::vector<std::string>> rows() {
@@ -118,6 +121,36 @@ TEST_F(Restart, RewritesLandOnTheRowsTheyHadAndChangeNothing) {
    for (uint32_t n : {2u, 4u}) EXPECT_NE(fresh, v4->entryHandle(tunnelKey(n))->hwIndex());
    EXPECT_NE(fresh, v6->entryHandle(tunnelKey(2, true))->hwIndex());
    expectConsistent();
+}
+
+TEST_F(Restart, MergedInterfacesKeepTheirIndex) {
+   makeInterfaceTable();
+   program(1, 4);
+   for (uint32_t n = 1; n <= 4; ++n)
+      intf->entryCommit(tunnelKey(n), interfaceEntry(v4->entryHandle(tunnelKey(n))));
+   runLoop();
+   intf->entryRemove(tunnelKey(1));
+   runLoop();
+   std::map<uint32_t, Asic::Index> index;
+   for (uint32_t n = 2; n <= 4; ++n) index[n] = intf->entryHandle(tunnelKey(n))->hwIndex();
+   const auto before = rows();
+   const uint32_t changesBefore = changes();
+
+   restart();
+   EXPECT_EQ(rows(), before);
+   program(2, 4);
+   for (uint32_t n : {4u, 2u, 3u})
+      intf->entryCommit(tunnelKey(n), interfaceEntry(v4->entryHandle(tunnelKey(n))));
+   runLoop();
+   for (uint32_t n = 2; n <= 4; ++n)
+      EXPECT_EQ(intf->entryHandle(tunnelKey(n))->hwIndex(), index[n]) << n;
+   EXPECT_EQ(rows(), before);
+   EXPECT_EQ(changes(), changesBefore);
+   // The index key 1 had is free; a new key may take it, never a survivor's.
+   auto fresh = intf->entryCommit(tunnelKey(9), interfaceEntry(v4->entryHandle(tunnelKey(2))));
+   for (uint32_t n = 2; n <= 4; ++n) EXPECT_NE(fresh->hwIndex(), index[n]);
+   auto v = InvariantChecker(*chip).table(*v4).table(*v6).mergedTable(*intf).violations();
+   EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
 }
 
 TEST_F(Restart, MountInformationNamesEachTableClass) {

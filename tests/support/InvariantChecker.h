@@ -51,13 +51,23 @@ public:
             fail(t.name(), ": ", key, " resolved at ", h->hwIndex(), " but its allocator says ",
                  alloc->indexForKey(key));
       });
-      // A held index may outlive its key only while a member row still uses it.
+      // A held index may outlive its key only while a member still uses it,
+      // in software or in a row; and no member row is without its index.
+      auto ingHw = chip_.table(t.ingL3Iif()->name());
+      auto egrHw = chip_.table(t.egrL3Oif1Table()->name());
+      auto rowUsed = [](const auto& hw, Asic::Index i) { return hw && hw->row(i); };
       alloc->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& key) {
          const bool used =
              t.ingL3Iif()->resolvedEntryHas(MeridL3Tunnel::IngL3Iif::Index(i)) ||
-             t.egrL3Oif1Table()->resolvedEntryHas(MeridL3Tunnel::EgrL3Oif1Table::Index(i));
+             t.egrL3Oif1Table()->resolvedEntryHas(MeridL3Tunnel::EgrL3Oif1Table::Index(i)) ||
+             rowUsed(ingHw, i) || rowUsed(egrHw, i);
          if (used) keys.insert(key.text());
       });
+      for (auto& hw : {ingHw, egrHw}) {
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+            if (hw->row(i) && !alloc->keyForIndex(i))
+               fail(hw->name(), ": row ", i, " is used but its merged index is free");
+      }
       return *this;
    }
 
@@ -151,8 +161,12 @@ private:
       auto hw = chip_.table(t.name());
       auto& alloc = t.indexAllocator();
       if (!hw || !alloc) return;
+      // A row the software has not claimed again since a restart still holds
+      // its index.
+      auto& keys = keysOf_[alloc.ptr()];
       for (Asic::Index i = 0; i < hw->numEntries(); ++i) {
          if (!hw->row(i)) continue;
+         if (hw->rowKey(i)) keys.insert(hw->rowKey(i).text());
          if (!alloc->keyForIndex(i)) {
             fail(t.name(), ": row ", i, " is used but no key holds its index");
          }
