@@ -5,7 +5,8 @@ set -euo pipefail
 lib="$1"
 syms=$(nm -DC --defined-only "$lib")
 for f in l3EgrL3Ipv4TunnelTableFactory l3EgrL3Ipv6TunnelTableFactory \
-         l3TunnelEgrL3Oif1TableFactory l3TunnelIngL3NextHopTableFactory l3TunnelOverlayViaFactory; do
+         l3TunnelEgrL3Oif1TableFactory l3TunnelIngL3NextHopTableFactory l3TunnelOverlayViaFactory \
+         ingL3IifFactory egrL3Oif1TableFactory l3InterfaceTableFactory; do
    grep -q " T $f\$" <<<"$syms" || { echo "missing export: $f"; exit 1; }
 done
 if grep -E 'Accessor<|KeyedTableData|DataWithAllocator' <<<"$syms"; then

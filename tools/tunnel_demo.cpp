@@ -13,6 +13,7 @@
 #include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
 #include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
 #include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
+#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 
 using namespace MeridL3Tunnel;
 
@@ -24,9 +25,11 @@ void printTable(const Table& table, const AsicSim::Chip& chip) {
    std::vector<Key> keys;
    for (auto& [key, handle] : table.entryHandleIteratorConst()) keys.push_back(key);
    std::sort(keys.begin(), keys.end());
-   std::cout << table.name() << "  (" << table.entrys() << " entries, "
-             << table.indexAllocator()->used() << "/" << table.numEntries()
-             << " indices used in its index space)\n";
+   std::cout << table.name() << "  (" << table.entrys() << " entries";
+   if (table.indexAllocator())
+      std::cout << ", " << table.indexAllocator()->used() << "/" << table.numEntries()
+                << " indices used in its index space";
+   std::cout << ")\n";
    std::cout << "  " << std::left << std::setw(46) << "key" << std::setw(8) << "index"
              << std::setw(12) << "state"
              << "type\n";
@@ -40,7 +43,11 @@ void printTable(const Table& table, const AsicSim::Chip& chip) {
    auto hw = chip.table(table.name());
    std::cout << "  hardware rows of " << table.name() << ":\n";
    for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
-      if (hw->row(i)) std::cout << "    [" << i << "] " << hw->rowText(i) << "\n";
+      if (hw->row(i))
+         std::cout << "    [" << i << "] "
+                   << (hw->rowText(i).empty() ? "(in use; the entry has no fields)"
+                                              : hw->rowText(i))
+                   << "\n";
    std::cout << "\n";
 }
 
@@ -98,6 +105,22 @@ int main() {
    printTable(*v6, *chip);
    printTable(*oif, *chip);
    printTable(*nh, *chip);
+
+   // A merged interface: one index, used in the ingress and the egress table.
+   auto intf = l3InterfaceTableFactory();
+   intf->doInit(0, ledger, chipInfo);
+   L3TunnelKey mergedKey(Wire::IpGenAddr("10.0.0.2"), Wire::IpGenAddr("10.1.0.3"));
+   auto merged = intf->entryCommit(
+       mergedKey,
+       L3InterfaceTable::Entry(IngL3Iif::Entry(),
+                               EgrL3Oif1Table::Entry(v4->entryHandle(mergedKey), 0, 0, U5(18))));
+   Brio::EventLoop::instance().runUntilIdle();
+   std::cout << L3InterfaceTable::typeName << "\n  " << mergedKey << " -> index "
+             << merged->hwIndex() << ", " << merged->entryState() << "\n\n";
+   printTable(*intf->ingL3Iif(), *chip);
+   printTable(*intf->egrL3Oif1Table(), *chip);
+   merged.reset();
+   intf.reset();
 
    nextHops.clear();
    held.clear();
