@@ -34,6 +34,15 @@ using KeyedMap = std::unordered_map<Key, Value, SeededHash<Key, Seed>, KeyIsEq<K
 
 struct NoUnresolvedEntries {};
 
+// A position on one entry of a table: the key and the value that stands for
+// it, or nothing. Valid until the table changes.
+template <class Key, class Entry>
+struct EntryCursor {
+   const Key* key = nullptr;
+   const Entry* entry = nullptr;
+   explicit operator bool() const { return entry != nullptr; }
+};
+
 // `Ue` is the table's unresolved-entry type, or void for a table whose
 // entries name no other entries.
 template <class Key, class Entry, class Handle, class Ue = void>

@@ -134,6 +134,18 @@ struct SwTable::Accessor {
       return *it->second;
    }
 
+   // Positions on the value standing for the key: in an index-keyed table
+   // whose entries name others, a waiting value first.
+   static EntryCursor<Key, Entry> entryIteratorConst(const T& t, const Key& key) {
+      if constexpr (T::knownIndex && T::hasDependentField) {
+         auto ue = t.data_.unresolvedEntry.find(key);
+         if (ue != t.data_.unresolvedEntry.end()) return {&ue->first, &ue->second->entry()};
+      }
+      auto it = t.data_.resolvedEntry.find(key);
+      if (it == t.data_.resolvedEntry.end() || !it->second) return {};
+      return {&it->first, &*it->second};
+   }
+
    static bool entryHas(const T& t, const Key& key) {
       auto it = t.data_.resolvedEntry.find(key);
       if constexpr (T::knownIndex && T::hasDependentField) {

@@ -40,6 +40,7 @@ public:                                                                         
    bool entryHas(const Key& key) const;                                                          \
    uint32_t entrys() const;                                                                      \
    const ResolvedEntryMap& entryIteratorConst() const { return data_.resolvedEntry; }            \
+   Asic::EntryCursor<Key, Entry> entryIteratorConst(const Key& key) const;                       \
                                                                                                  \
    Brio::Ptr<EntryHandle> entryHandle(const Key& key) const;                                     \
    Brio::Ptr<EntryHandle> entryHandleIs(const Key& key);                                         \
@@ -117,6 +118,9 @@ public:
    void T::entryRemoveAll() { Asic::SwTable::Accessor<T>::entryRemoveAll(*this); }                 \
    T::Entry T::entry(const Key& k) const { return Asic::SwTable::Accessor<T>::entry(*this, k); }   \
    bool T::entryHas(const Key& k) const { return Asic::SwTable::Accessor<T>::entryHas(*this, k); } \
+   Asic::EntryCursor<T::Key, T::Entry> T::entryIteratorConst(const Key& k) const {                 \
+      return Asic::SwTable::Accessor<T>::entryIteratorConst(*this, k);                             \
+   }                                                                                               \
    uint32_t T::entrys() const { return Asic::SwTable::Accessor<T>::entrys(*this); }                \
    Brio::Ptr<T::EntryHandle> T::entryHandle(const Key& k) const {                                  \
       return Asic::SwTable::Accessor<T>::entryHandle(*this, k);                                    \

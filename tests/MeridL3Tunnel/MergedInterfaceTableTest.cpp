@@ -82,6 +82,13 @@ TEST_F(MergedInterface, MembersWrittenToHardwareResolveWithinTheWrite) {
    auto t2 = v4->entryCommit(tunnelKey(2), tunnelEntry<V4>(tunnelKey(2)));
    auto w = intf->entryCommit(tunnelKey(2), interfaceEntry(t2));
    EXPECT_EQ(w->entryState(), State::unresolved);
+   // The egress member positions on the waiting value first.
+   const EgrL3Oif1Table::Index egrIndex(intf->indexAllocator()->indexForKey(tunnelKey(2)));
+   auto cursor = intf->egrL3Oif1Table()->entryIteratorConst(egrIndex);
+   ASSERT_TRUE(cursor);
+   EXPECT_EQ(*cursor.key, egrIndex);
+   EXPECT_EQ(cursor.entry, &intf->egrL3Oif1Table()->unresolvedEntry(egrIndex)->entry());
+   EXPECT_FALSE(intf->egrL3Oif1Table()->entryIteratorConst(EgrL3Oif1Table::Index(15)));
    ASSERT_TRUE(intf->unresolvedMergedEntry(tunnelKey(2)));
    EXPECT_EQ(intf->unresolvedMergedEntry(tunnelKey(2))->neededEntryHandleSms(), 2u);
    chip->holdResponsesIs(false);
