@@ -585,13 +585,25 @@ struct SwTable::Accessor {
       }
       if (!inMap) return;
       auto node = t.data_.resolvedEntry.find(key);
+      // No value, or one whose row is already gone, and nothing in flight:
+      // there is no row to delete.
+      const bool engaged = node != t.data_.resolvedEntry.end() && node->second;
       const bool nothingInHardware =
-          eh->entryState() == State::noHwIndex ||
-          (node == t.data_.resolvedEntry.end() && !eh->outstandingRequest());
+          eh->entryState() == State::noHwIndex || (!engaged && !eh->outstandingRequest());
       if (nothingInHardware) {
          eh->swTableIs(nullptr);
          entryHandleDel(t, key);
-         resolvedEntryDel(t, key);
+         if (engaged) {
+            resolvedEntryDel(t, key);  // a refused value: the index it took goes back
+            return;
+         }
+         if (node != t.data_.resolvedEntry.end()) {
+            t.data_.resolvedEntry.erase(node);
+            publishResolvedEntry(t, key);
+         }
+         if constexpr (!T::knownIndex) {
+            if (heldIndex(t, key) != invalidIndex) doReleaseHwIndex(t, key);
+         }
          return;
       }
       ORB_TRACE(trace(), traceWrite, "cleanup") << "begin delete dance, key :" << key;

@@ -344,3 +344,57 @@ TEST_F(SimFixture, HandlesOutliveTheirTableUnlinked) {
 
 }  // namespace
 }  // namespace test
+
+namespace test {
+namespace {
+
+// A handle revived while its delete was in flight and dropped after the delete
+// was answered has no row left: it goes without another delete.
+TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {
+   makeTunnelTables();
+   auto k = tunnelKey(1);
+   auto h = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
+   runLoop();
+   chip->holdResponsesIs(true);
+   h.reset();
+   auto revived = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   runLoop();
+   EXPECT_EQ(revived->entryState(), State::success);
+   const auto deletes = stats(L3EgrL3Ipv4TunnelTable::typeName).deletes;
+   revived.reset();
+   runLoop();
+   EXPECT_FALSE(v4->entryHandle(k));
+   EXPECT_EQ(stats(L3EgrL3Ipv4TunnelTable::typeName).deletes, deletes + 1);
+   EXPECT_EQ(v4->indexAllocator()->used(), 0u);
+
+   // Revived without a value (a watcher's weak reference) and dropped only
+   // after the delete was answered: the row is gone already.
+   chipInfo->tableSizeIs(IngL3Iif::typeName, 8);
+   auto ing = MeridL3Tunnel::ingL3IifFactory();
+   init(*ing);
+   auto m = ing->entryRef(IngL3Iif::Index(3), IngL3Iif::Entry());
+   runLoop();
+   chip->holdResponsesIs(true);
+   m.reset();
+   auto watcher = ing->entryWeakRef(IngL3Iif::Index(3));
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   const auto ingDeletes = stats(IngL3Iif::typeName).deletes;
+   watcher.reset();
+   runLoop();
+   EXPECT_FALSE(ing->entryHandle(IngL3Iif::Index(3)));
+   EXPECT_FALSE(ing->resolvedEntryHas(IngL3Iif::Index(3)));
+   EXPECT_EQ(stats(IngL3Iif::typeName).deletes, ingDeletes);
+   // A watcher of an index nobody wrote deletes nothing either: after a
+   // restart that row may still hold what the agent will write again.
+   ing->entryWeakRef(IngL3Iif::Index(5)).reset();
+   EXPECT_EQ(stats(IngL3Iif::typeName).deletes, ingDeletes);
+   tables.pop_back();
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,355 @@
+// The merged interface table's members, used on their own: the key is the
+// hardware index, so a handle knows its row as soon as it is written.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "Orb/Strep.h"
+#include "Orb/Trace.h"
+#include "support/SimFixture.h"
+
+namespace test {
+namespace {
+
+using V4 = L3EgrL3Ipv4TunnelTable;
+using IngIndex = IngL3Iif::Index;
+using EgrIndex = EgrL3Oif1Table::Index;
+
+// Hears one table's changes with the index they were published at.
+template <class Index>
+struct Recorder : Brio::Notifiee {
+   std::vector<uint32_t> resolved;  // indices of resolvedEntry changes
+   void onAttribute(Brio::AttrId attr, Brio::KeyRef key) override {
+      if (attr != Asic::SwTable::resolvedEntryAttr) return;
+      const Index* i = key.as<Index>();
+      resolved.push_back(i ? i->value() : 0xDEADu);
+   }
+};
+
+class MemberTable : public SimFixture {
+protected:
+   void SetUp() override {
+      SimFixture::SetUp();
+      makeTunnelTables();
+      chipInfo->tableSizeIs(IngL3Iif::typeName, defaultRows);
+      chipInfo->tableSizeIs(EgrL3Oif1Table::typeName, defaultRows);
+      ing = MeridL3Tunnel::ingL3IifFactory();
+      egr = MeridL3Tunnel::egrL3Oif1TableFactory();
+      init(*ing);
+      init(*egr);
+   }
+   void TearDown() override {
+      tables.clear();
+      ing = nullptr, egr = nullptr;
+      SimFixture::TearDown();
+   }
+   HandlePtr tunnel(uint32_t n) {
+      return v4->entryCommit(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
+   }
+   static EgrL3Oif1Table::Entry egrEntry(HandlePtr t, uint16_t idx = 0, uint8_t ttl = 7) {
+      return {std::move(t), idx, ttl, U5(18)};
+   }
+   void settle() {
+      chip->holdResponsesIs(false);
+      for (int i = 0; i < 3; ++i) {
+         chip->releaseAllResponses();
+         runLoop();
+      }
+   }
+   const std::string* row(std::string_view table, Asic::Index i) { return hw(table)->row(i); }
+
+   // Row, handle index and cross-agent index all follow the key; the invalid
+   // index is never programmed and its removal deletes nothing.
+   template <class Table>
+   void expectKeyIsTheRow(Table& table, const typename Table::Entry& e) {
+      using Index = typename Table::Index;
+      const auto name = Table::typeName;
+      SCOPED_TRACE(name);
+      chip->holdResponsesIs(true);
+      auto h = table.entryCommit(Index(7), e);
+      EXPECT_EQ(h->hwIndex(), 7u) << "known before the response";
+      EXPECT_EQ(h->entryState(), State::inProgress);
+      ASSERT_TRUE(row(name, 7));
+      EXPECT_EQ(*row(name, 7), table.resolvedEntry(Index(7))->rowText());
+      settle();
+      EXPECT_EQ(h->entryState(), State::success);
+      EXPECT_EQ(table.hwIndexOnlyForCrossAgentCommunication(Index(7)), 7u);
+      EXPECT_EQ(table.hwIndexOnlyForCrossAgentCommunication(Index(8)), Asic::invalidIndex);
+
+      const auto before = stats(name);
+      auto bad = table.entryCommit(Index(Asic::invalidIndex), e);
+      EXPECT_EQ(bad->entryState(), State::noHwIndex);
+      EXPECT_EQ(bad->hwIndex(), Asic::invalidIndex);
+      EXPECT_EQ(stats(name).writes, before.writes);
+
+      chip->holdResponsesIs(true);
+      table.entryRemove(Index(7));
+      h.reset();
+      EXPECT_FALSE(row(name, 7)) << "the row goes with the last reference";
+      settle();
+      EXPECT_FALSE(table.entryHandle(Index(7)));
+      EXPECT_FALSE(table.resolvedEntryHas(Index(7)));
+      EXPECT_EQ(stats(name).deletes, before.deletes + 1);
+
+      Orb::TraceCapture trace(std::string(name) + "/9");
+      table.entryRemove(Index(Asic::invalidIndex));
+      bad.reset();
+      settle();
+      EXPECT_EQ(stats(name).deletes, before.deletes + 1);
+      EXPECT_FALSE(table.entryHandle(Index(Asic::invalidIndex)));
+      const std::string skip =
+          std::string(name) + ": handleEntry : No entry in HwTable for this key. Skip delete";
+      EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), skip), 1);
+   }
+
+   // Every change of resolvedEntry is published with its index, the last one too.
+   template <class Table>
+   void expectDelPublished(Table& table) {
+      using Index = typename Table::Index;
+      SCOPED_TRACE(Table::typeName);
+      Recorder<Index> r;
+      r.notifierIs(&table.notifieeList());
+      for (uint32_t i : {5u, 2u}) {
+         r.resolved.clear();
+         table.resolvedEntryDel(Index(i));
+         EXPECT_EQ(r.resolved, std::vector<uint32_t>{i});
+      }
+      r.notifierIs(nullptr);
+   }
+
+   Brio::Ptr<IngL3Iif> ing;
+   Brio::Ptr<EgrL3Oif1Table> egr;
+};
+
+TEST_F(MemberTable, KeyIsTheHardwareIndex) {
+   auto t = tunnel(1);
+   runLoop();
+   expectKeyIsTheRow(*ing, IngL3Iif::Entry());
+   expectKeyIsTheRow(*egr, egrEntry(t));
+}
+
+TEST_F(MemberTable, IngressEntriesAreAllEqualSoARewriteProgramsNothing) {
+   IngL3Iif::Entry plain, withFn;
+   withFn.writeResponseFnIs([](State) {});
+   EXPECT_TRUE(IngL3Iif::Entry::isEq(plain, withFn));
+   EXPECT_FALSE(plain < withFn || withFn < plain);
+   EXPECT_FALSE(bool(withFn));
+   auto h = ing->entryCommit(IngIndex(3), plain);
+   runLoop();
+   const auto writes = stats(IngL3Iif::typeName).writes;
+   for (auto* e : {&plain, &withFn}) {
+      EXPECT_EQ(ing->entryCommit(IngIndex(3), *e), h);
+      EXPECT_EQ(ing->entryRef(IngIndex(3), *e), h);
+   }
+   runLoop();
+   EXPECT_EQ(stats(IngL3Iif::typeName).writes, writes);
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(h->entryType(), Type::committed);
+   EXPECT_TRUE(ing->entryHas(IngIndex(3)));
+   EXPECT_FALSE(ing->entryHas(IngIndex(4)));
+}
+
+TEST_F(MemberTable, EgressRewriteDifferingOnlyInTunnelIdxIsEqual) {
+   auto t = tunnel(1);
+   runLoop();
+   auto h = egr->entryCommit(EgrIndex(4), egrEntry(t));
+   runLoop();
+   const uint16_t idx = egr->resolvedEntry(EgrIndex(4))->tunnelIdx();
+   ASSERT_EQ(idx, t->hwIndex());
+   const auto writes = stats(EgrL3Oif1Table::typeName).writes;
+   EXPECT_EQ(egr->entryCommit(EgrIndex(4), egrEntry(t, uint16_t(idx + 5))), h);
+   EXPECT_FALSE(egr->unresolvedEntry(EgrIndex(4)));
+   EXPECT_EQ(egr->resolvedEntry(EgrIndex(4))->tunnelIdx(), idx);
+   runLoop();
+   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes, writes);
+   EXPECT_EQ(h->entryState(), State::success);
+   egr->entryCommit(EgrIndex(4), egrEntry(t, idx, 8));
+   runLoop();
+   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes, writes + 1) << "a real change is written";
+}
+
+TEST_F(MemberTable, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) {
+   chip->holdResponsesIs(true);
+   tunnel(1);
+   auto t = tunnel(2);  // a nonzero index, unlike a default entry's
+   auto h = egr->entryCommit(EgrIndex(5), egrEntry(t, 0, 9));
+   EXPECT_EQ(h->entryState(), State::unresolved);
+   ASSERT_TRUE(egr->unresolvedEntry(EgrIndex(5)));
+   EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(5)));
+   EXPECT_TRUE(egr->entryHas(EgrIndex(5)));
+   EXPECT_TRUE(EgrL3Oif1Table::Entry::isEq(egr->entry(EgrIndex(5)), egrEntry(t, 0, 9)));
+   settle();
+   EXPECT_FALSE(egr->unresolvedEntry(EgrIndex(5)));
+   ASSERT_TRUE(egr->resolvedEntry(EgrIndex(5)));
+   EXPECT_EQ(egr->entry(EgrIndex(5)).tunnelIdx(), t->hwIndex());
+   EXPECT_NE(t->hwIndex(), 0u);
+   EXPECT_EQ(*row(EgrL3Oif1Table::typeName, 5), egr->resolvedEntry(EgrIndex(5))->rowText());
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_TRUE(egr->entryHas(EgrIndex(5)));
+
+   // A new value waiting for another tunnel stands before the programmed one.
+   chip->holdResponsesIs(true);
+   auto t3 = tunnel(3);
+   egr->entryCommit(EgrIndex(5), egrEntry(t3, 0, 9));
+   EXPECT_EQ(egr->entry(EgrIndex(5)).tunnelIdxHandle(), t3);
+   EXPECT_EQ(egr->resolvedEntry(EgrIndex(5))->tunnelIdxHandle(), t);
+   settle();
+   EXPECT_EQ(egr->entry(EgrIndex(5)).tunnelIdx(), t3->hwIndex());
+
+   EXPECT_TRUE(EgrL3Oif1Table::Entry::isEq(egr->entry(EgrIndex(6)), EgrL3Oif1Table::Entry()));
+   EXPECT_FALSE(bool(egr->entry(EgrIndex(6))));
+   EXPECT_FALSE(egr->entryHas(EgrIndex(6)));
+}
+
+TEST_F(MemberTable, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
+   auto t = tunnel(1);
+   runLoop();
+   auto h = egr->entryRef(EgrIndex(6), egrEntry(t));
+   runLoop();
+   ASSERT_EQ(h->entryState(), State::success);
+   chip->holdResponsesIs(true);
+   h.reset();  // the last reference: the delete dance starts
+   ASSERT_TRUE(egr->entryHandle(EgrIndex(6)));
+   EXPECT_EQ(egr->entryHandle(EgrIndex(6))->entryType(), Type::inDeletion);
+   EXPECT_TRUE(egr->resolvedEntryHas(EgrIndex(6))) << "kept until the delete is answered";
+   EXPECT_FALSE(egr->entryHas(EgrIndex(6)));
+   EXPECT_FALSE(row(EgrL3Oif1Table::typeName, 6));
+
+   auto w = egr->entryWeakRef(EgrIndex(6));
+   EXPECT_EQ(w, egr->entryHandle(EgrIndex(6)));
+   EXPECT_EQ(w->entryType(), Type::referenceOnly);
+   EXPECT_EQ(w->entryState(), State::unresolved);
+   EXPECT_FALSE(egr->entryHandle(EgrIndex(6))->tableReferenceCounted());
+   w.reset();
+   settle();
+   EXPECT_FALSE(egr->entryHandle(EgrIndex(6)));
+   EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(6)));
+}
+
+TEST_F(MemberTable, WeakRefMakesAHandleOnlyItsHolderKeeps) {
+   auto w = ing->entryWeakRef(IngIndex(9));
+   EXPECT_EQ(w->entryType(), Type::referenceOnly);
+   EXPECT_EQ(ing->entryHandle(IngIndex(9)), w);
+   EXPECT_FALSE(ing->entryHandle(IngIndex(9))->tableReferenceCounted());
+   EXPECT_FALSE(ing->entryHas(IngIndex(9)));
+   EXPECT_EQ(ing->hwIndexOnlyForCrossAgentCommunication(IngIndex(9)), Asic::invalidIndex);
+   w.reset();
+   EXPECT_FALSE(ing->entryHandle(IngIndex(9)));
+   EXPECT_EQ(ing->entryHandles(), 0u);
+}
+
+TEST_F(MemberTable, IndexRangeIsTheChipsOnceMounted) {
+   const std::vector<std::pair<Brio::Ptr<Asic::SwKnownIndexTable>, uint32_t>> cases{
+       {MeridL3Tunnel::ingL3IifFactory(), 12}, {MeridL3Tunnel::egrL3Oif1TableFactory(), 40}};
+   for (auto& [t, rows] : cases) {
+      SCOPED_TRACE(t->name());
+      EXPECT_EQ(t->minIndex(), 0u);
+      EXPECT_EQ(t->maxIndex(), 0xFFFFFFFFu);
+      chip->tableSizeIs(t->name(), rows);
+      t->doInit(0, ledger, chipInfo);
+      ASSERT_TRUE(t->hwTable());
+      EXPECT_EQ(t->minIndex(), 0u);
+      EXPECT_EQ(t->maxIndex(), rows - 1);
+   }
+}
+
+TEST_F(MemberTable, DeletedResolvedEntryIsPublishedWithItsIndex) {
+   auto t = tunnel(1);
+   runLoop();
+   for (uint32_t i : {2u, 5u}) {
+      ing->entryCommit(IngIndex(i), {});
+      egr->entryCommit(EgrIndex(i), egrEntry(t));
+   }
+   runLoop();
+   expectDelPublished(*ing);
+   expectDelPublished(*egr);
+}
+
+template <class Index>
+void expectIndexText() {
+   SCOPED_TRACE(Index::typeName);
+   std::ostringstream os;
+   os << Index(4294967295u);
+   EXPECT_EQ(os.str(), "4294967295");
+   EXPECT_EQ(Orb::valueToStrep(Index(7)), "7");
+   const std::vector<std::pair<std::string, Orb::Optional<uint32_t>>> cases{
+       {"0", 0u},          {"7", 7u},  {"4294967295", 0xFFFFFFFFu},
+       {"4294967296", {}}, {"7 ", {}}, {" 7", {}},
+       {"", {}},           {"-1", {}}, {"0x7", {}}};
+   for (auto& [text, value] : cases) {
+      try {
+         const Index i = Orb::strepToValue<Index>(text);
+         EXPECT_EQ(Orb::Optional<uint32_t>(i.value()), value) << "'" << text << "'";
+      } catch (const std::range_error& e) {
+         EXPECT_FALSE(value) << "'" << text << "': " << e.what();
+      }
+   }
+}
+
+TEST(MemberIndexText, DecimalAndTheWholeText) {
+   expectIndexText<IngIndex>();
+   expectIndexText<EgrIndex>();
+}
+
+TEST_F(MemberTable, MergedEntryTextForm) {
+   auto t = tunnel(1);
+   const std::string handle = Asic::SwTableBase::EntryHandle::handleText(t.ptr());
+   std::string text;
+   {
+      const L3InterfaceTable::Entry e(IngL3Iif::Entry(), egrEntry(t, 3, 9));
+      text = e.stringValue();
+      EXPECT_EQ(text,
+                "Value('MeridL3Tunnel::L3InterfaceTable::Entry', ** {'ingL3IifEntry': , "
+                "'egrL3Oif1TableEntry': Value('MeridL3Tunnel::EgrL3Oif1Table::Entry', ** "
+                "{'tunnelIdxHandle': " +
+                    handle + ", 'tunnelIdx': 3, 'ttlThreshold': 9, 'strengthPrflIndex': 18})})");
+      for (auto& v : {L3InterfaceTable::Entry(), e, interfaceEntry(t, 255)}) {
+         const auto p = Orb::strepToValue<L3InterfaceTable::Entry>(v.stringValue());
+         EXPECT_TRUE(L3InterfaceTable::Entry::isEq(p, v)) << v;
+         EXPECT_EQ(p.egrL3Oif1TableEntry().tunnelIdx(), v.egrL3Oif1TableEntry().tunnelIdx());
+      }
+   }
+   struct Case {
+      std::string from, to, prefix;  // prefix "" : the failure is outside the egress value
+   };
+   const std::vector<Case> cases{
+       {"'ttlThreshold': 9", "'ttlThreshold': 256", "egrL3Oif1TableEntry: ttlThreshold: "},
+       {"'tunnelIdx': 3", "'tunnelIdx': 65536", "egrL3Oif1TableEntry: tunnelIdx: "},
+       {"'strengthPrflIndex': 18", "'strengthPrflIndex': 32",
+        "egrL3Oif1TableEntry: strengthPrflIndex: "},
+       {"EgrL3Oif1Table::Entry", "L3TunnelEgrL3Oif1Table::Entry", "egrL3Oif1TableEntry: "},
+       {handle, "0x", "egrL3Oif1TableEntry: tunnelIdxHandle: "},
+       {"'ingL3IifEntry': ,", "'ingL3IifEntry': x,", ""},
+       {"18})})", "18})}", ""}};
+   for (auto& c : cases) {
+      std::string bad = text;
+      bad.replace(bad.find(c.from), c.from.size(), c.to);
+      try {
+         Orb::strepToValue<L3InterfaceTable::Entry>(bad);
+         ADD_FAILURE() << "accepted " << bad;
+      } catch (const std::range_error& e) {
+         const std::string what = e.what();
+         if (c.prefix.empty())
+            EXPECT_NE(what.rfind("egrL3Oif1TableEntry", 0), 0u) << what;
+         else
+            EXPECT_EQ(what.rfind(c.prefix, 0), 0u) << what;
+      }
+   }
+
+   // Once the tunnel's handle is gone its text names nothing.
+   v4->entryRemove(tunnelKey(1));
+   t.reset();
+   runLoop();
+   ASSERT_FALSE(v4->entryHandle(tunnelKey(1)));
+   try {
+      Orb::strepToValue<L3InterfaceTable::Entry>(text);
+      ADD_FAILURE() << "read a dead handle";
+   } catch (const std::range_error& e) {
+      EXPECT_EQ(std::string(e.what()).rfind("egrL3Oif1TableEntry: tunnelIdxHandle: ", 0), 0u)
+          << e.what();
+   }
+}
+
+}  // namespace
+}  // namespace test
