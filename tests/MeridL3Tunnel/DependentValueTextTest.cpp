@@ -144,14 +144,15 @@ TYPED_TEST(DependentValueText, HandleThatNoLongerLivesIsRefusedNamingTheField) {
 }
 
 TYPED_TEST(DependentValueText, BadFieldsAndLiteralsAreRefused) {
-   const std::string good = TypeParam::sample(this->needed(1)).stringValue();
+   const HandlePtr named = this->needed(1);  // lives through the test: its address is in the text
+   const std::string good = TypeParam::sample(named).stringValue();
    auto edit = [&](const std::string& from, const std::string& to) {
       std::string s = good;
       s.replace(s.find(from), from.size(), to);
       return s;
    };
    auto cases = TypeParam::badFields();
-   const std::string handle = this->addressText(this->needed(1).ptr());
+   const std::string handle = this->addressText(named.ptr());
    cases.push_back({handle, "0xg", TypeParam::handleField});
    cases.push_back({handle, "(nil)", TypeParam::handleField});
    for (auto& c : cases) {
