@@ -43,6 +43,10 @@ std::string valueToStrep(const L3InterfaceTable::Entry& e) {
    return entryPrefix() + "'ingL3IifEntry': " + ing + ", 'egrL3Oif1TableEntry': " + egr + "})";
 }
 
+L3InterfaceTable::MergedEntry::MergedEntry(Orb::CharRange&) {
+   ORB_ASSERT(0) << "No String constructor for MergedEntry - has collection";
+}
+
 void L3InterfaceTable::MergedEntry::mergedEntryHandleIs(HandlePtrConst h) {
    if (std::find(handles_.begin(), handles_.end(), h) == handles_.end())
       handles_.push_back(std::move(h));
@@ -140,10 +144,13 @@ private:
       IndexDeallocatorSm* sm;
    };
 
+   using OrbOrb_MergedTable_IngL3IifIn = MemberIn<IngL3Iif>;
+   using OrbOrb_MergedTable_EgrL3Oif1TableIn = MemberIn<EgrL3Oif1Table>;
+
    L3InterfaceTable* table_;
    OrbMergedTable orbMergedTable_;
-   MemberIn<IngL3Iif> ingL3IifIn_;
-   MemberIn<EgrL3Oif1Table> egrL3Oif1TableIn_;
+   OrbOrb_MergedTable_IngL3IifIn ingL3IifIn_;
+   OrbOrb_MergedTable_EgrL3Oif1TableIn egrL3Oif1TableIn_;
 };
 
 // ---- life -----------------------------------------------------------------------

@@ -76,6 +76,8 @@ public:
       static constexpr uint32_t numMemberTables() { return 2; }
       MergedEntry() = default;
       explicit MergedEntry(Asic::WriteResponseFn fn) : writeResponseFn_(std::move(fn)) {}
+      // A collection has no text form to be built from.
+      explicit MergedEntry(Orb::CharRange& r);
 
       const std::vector<HandlePtrConst>& mergedEntryHandle() const { return handles_; }
       uint32_t mergedEntryHandles() const { return uint32_t(handles_.size()); }

@@ -11,7 +11,10 @@
 #pragma GCC visibility push(default)
 namespace Asic {
 
-class SwMergedTable : public SwTableBase, public Brio::PtrInterface, public IndexKeyHolder {
+class SwMergedTable : public SwTableBase,
+                      public Brio::PtrInterface,
+                      public IndexKeyHolder,
+                      public Orb::EntityPb {
 public:
    // A merged write waiting for its member entries.
    class UnresolvedMergedEntry : public SwTableBase::UnresolvedEntry {

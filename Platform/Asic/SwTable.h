@@ -18,6 +18,7 @@
 #include "Brio/Publisher.h"
 #include "Ledger/EntityManager.h"
 #include "MeridCentral/ChipInfo.h"
+#include "Orb/EntityPb.h"
 
 #pragma GCC visibility push(default)
 namespace Asic {
@@ -30,7 +31,10 @@ enum class AutoRemoveType : uint8_t { autoRemove = 0, needsExplicitRemove = 1 };
 constexpr AutoRemoveType autoRemove() { return AutoRemoveType::autoRemove; }
 constexpr AutoRemoveType needsExplicitRemove() { return AutoRemoveType::needsExplicitRemove; }
 
-class SwTable : public SwTableBase, public Brio::PtrInterface, public IndexKeyHolder {
+class SwTable : public SwTableBase,
+                public Brio::PtrInterface,
+                public IndexKeyHolder,
+                public Orb::EntityPb {
 public:
    class EntryHandle;
    class UnresolvedEntry;

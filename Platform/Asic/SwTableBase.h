@@ -18,6 +18,7 @@
 #include "Brio/Ptr.h"
 #include "Brio/Publisher.h"
 #include "Orb/CharRange.h"
+#include "Orb/EntityPb.h"
 #include "Orb/TypeId.h"
 
 #pragma GCC visibility push(default)
@@ -54,7 +55,7 @@ public:
 
 std::ostream& operator<<(std::ostream& os, SwTableBase::EntryState s);
 
-class SwTableBase::EntryHandle : public Brio::PtrInterface {
+class SwTableBase::EntryHandle : public Brio::PtrInterface, public Orb::EntityPb {
 public:
    using PtrConst = Brio::Ptr<const EntryHandle>;
 

@@ -13,7 +13,7 @@
 #pragma GCC visibility push(default)
 namespace Asic {
 
-class SwTable::Util : public Brio::PtrInterface {
+class SwTable::Util : public Brio::PtrInterface, public Orb::EntityPb {
 public:
    // Mounts (creating when the chip has none yet) the hardware table for `table`.
    virtual Brio::Ptr<HwTable> doMountHwTable(const SwTable& table) = 0;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Brio/Ptr.h"
+#include "Orb/EntityPb.h"
 
 #pragma GCC visibility push(default)
 namespace Sidecar::Core {
@@ -30,7 +31,7 @@ public:
    class Singleton;
 };
 
-class Loader::Singleton {
+class Loader::Singleton : public Orb::EntityPb {
 public:
    virtual ~Singleton() = default;
    virtual std::string_view prefixPath() const = 0;
