@@ -42,7 +42,6 @@ public:
       pendingEntry_.delAll();
       publisher_.notify(pendingEntryAttr);
    }
-   const Brio::RQueue<Entry>& pendingEntryQueue() const { return pendingEntry_; }
 
    Orb::TypeId fwkType() const override { return Orb::typeId<KeyedEntryHandle>(); }
    std::string keyText() const override {

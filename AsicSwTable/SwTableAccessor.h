@@ -49,6 +49,15 @@ struct SwTable::Accessor {
    static const Orb::TraceHandle& trace() { return T::traceHandle(); }
    static std::string_view typeName() { return T::typeName; }
 
+   // The keys of a collection, for walks that change it.
+   template <class Map>
+   static std::vector<Key> keysOf(const Map& map) {
+      std::vector<Key> keys;
+      keys.reserve(map.size());
+      for (auto& [k, v] : map) keys.push_back(k);
+      return keys;
+   }
+
    // ---- handles -----------------------------------------------------------
 
    static HandlePtr entryHandle(const T& t, const Key& key) {
@@ -80,10 +89,7 @@ struct SwTable::Accessor {
    }
 
    static void entryHandleDelAll(T& t) {
-      std::vector<Key> keys;
-      keys.reserve(t.data_.entryHandle.size());
-      for (auto& [k, h] : t.data_.entryHandle) keys.push_back(k);
-      for (auto& k : keys) entryHandleDel(t, k);
+      for (auto& k : keysOf(t.data_.entryHandle)) entryHandleDel(t, k);
    }
 
    // ---- resolved entries ----------------------------------------------------
@@ -112,10 +118,7 @@ struct SwTable::Accessor {
    // Forgets the values without touching hardware: rows stay for the next
    // incarnation of the table to find.
    static void resolvedEntryDelAll(T& t) {
-      std::vector<Key> keys;
-      keys.reserve(t.data_.resolvedEntry.size());
-      for (auto& [k, e] : t.data_.resolvedEntry) keys.push_back(k);
-      for (auto& k : keys) {
+      for (auto& k : keysOf(t.data_.resolvedEntry)) {
          t.data_.resolvedEntry.erase(k);
          publishResolvedEntry(t, k);
       }
@@ -337,13 +340,14 @@ struct SwTable::Accessor {
       ORB_TRACE(trace(), traceHardware, "handleEntry")
           << " : key: " << key << ", tableState: " << t.tableState();
       Util* util = liveUtil(t);
-      if (t.data_.resolvedEntry.find(key) == t.data_.resolvedEntry.end()) {
+      const auto node = t.data_.resolvedEntry.find(key);
+      if (node == t.data_.resolvedEntry.end()) {
          deleteRow(t, key, util);
          return;
       }
       if (t.tableState() == TableState::programmingDeferred) return;
       HandlePtr h = entryHandle(t, key);
-      if (!t.data_.resolvedEntry.find(key)->second) {
+      if (!node->second) {
          withdraw(t, key, h, util);
          return;
       }
@@ -693,9 +697,7 @@ struct SwTable::Accessor {
    }
 
    static void unresolvedEntryDelAll(T& t) {
-      std::vector<Key> keys;
-      for (auto& [k, ue] : t.data_.unresolvedEntry) keys.push_back(k);
-      for (auto& k : keys) unresolvedEntryDel(t, k);
+      for (auto& k : keysOf(t.data_.unresolvedEntry)) unresolvedEntryDel(t, k);
    }
 
    // Every new value of a dependent table waits as an unresolved entry, and is

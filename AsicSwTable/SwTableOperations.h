@@ -68,7 +68,6 @@ public:                                                                         
    void doReleaseHwIndex(const Key& key);                                                        \
    CrossAgentIndex hwIndexOnlyForCrossAgentCommunication(const Key& key) const;                  \
    Orb::Optional<Key> swKeyFromHwIndex(Asic::Index index) const;                                 \
-   uint32_t requestsInFlight() const { return uint32_t(data_.inFlight.size()); }                 \
                                                                                                  \
    const Brio::Ptr<Allocator>& indexAllocator() const { return data_.indexAllocator; }           \
    void indexAllocatorIs(Brio::Ptr<Allocator> allocator);                                        \

@@ -58,9 +58,7 @@ TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
    EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
    EXPECT_EQ(o->entryState(), State::unresolved);
    EXPECT_FALSE(oif->resolvedEntry(tunnelKey(1)));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
    EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
    EXPECT_EQ(count(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
@@ -110,9 +108,7 @@ TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
    EXPECT_EQ(count(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
    EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
    EXPECT_EQ(oif->unresolvedEntrys(), 1u);
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    runLoop();
    EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->ttlThreshold(), 5u);
 
@@ -126,9 +122,7 @@ TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
    auto handle = oif->entryHandle(tunnelKey(1));
    ASSERT_EQ(handle->pendingEntrys(), 1u);
    EXPECT_TRUE(Oif::Entry::isEq(handle->pendingEntryFront(), old));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    EXPECT_EQ(handle->pendingEntrys(), 0u);
    EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), t2->hwIndex());
    expectConsistent();
@@ -236,9 +230,7 @@ TEST_F(DependentResolution, UnresolvedEntryGoesWithItsHandle) {
    oif->entryRemove(tunnelKey(2));
    EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(2))) << "removal drops the waiting value at once";
    c.reset();
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    EXPECT_EQ(oif->resolvedEntrys() + oif->entryHandles(), 0u);
 }
 
@@ -292,15 +284,13 @@ TEST_F(DependentResolution, RandomChurnKeepsTheInvariants) {
             held.erase({table, n});
             break;
          case 6:
-            chip->holdResponsesIs(!chip->holdResponses());
+            shuffleResponses(true, 0);
             break;
          case 7:
-            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            shuffleResponses(false, uint32_t(rng()));
             break;
       }
-      if (!chip->holdResponses()) chip->releaseAllResponses();
-      runLoop();
-      if (chip->heldResponses() == 0) {
+      if (deliverUnheld()) {
          expectConsistent("step " + std::to_string(step) + ": ");
          if (HasFailure()) return;
       }

@@ -358,9 +358,7 @@ TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {
    chip->holdResponsesIs(true);
    h.reset();
    auto revived = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    runLoop();
    EXPECT_EQ(revived->entryState(), State::success);
    const auto deletes = stats(L3EgrL3Ipv4TunnelTable::typeName).deletes;
@@ -380,9 +378,7 @@ TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {
    chip->holdResponsesIs(true);
    m.reset();
    auto watcher = ing->entryWeakRef(IngL3Iif::Index(3));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    const auto ingDeletes = stats(IngL3Iif::typeName).deletes;
    watcher.reset();
    runLoop();

@@ -91,11 +91,7 @@ TEST_F(MergedInterface, MembersWrittenToHardwareResolveWithinTheWrite) {
    EXPECT_FALSE(intf->egrL3Oif1Table()->entryIteratorConst(EgrL3Oif1Table::Index(15)));
    ASSERT_TRUE(intf->unresolvedMergedEntry(tunnelKey(2)));
    EXPECT_EQ(intf->unresolvedMergedEntry(tunnelKey(2))->neededEntryHandleSms(), 2u);
-   chip->holdResponsesIs(false);
-   for (int i = 0; i < 3; ++i) {
-      chip->releaseAllResponses();
-      runLoop();
-   }
+   drainResponses(3);
    EXPECT_EQ(w->entryState(), State::success);
    expectConsistent();
 }
@@ -111,9 +107,7 @@ TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
    EXPECT_FALSE(intf->entryHandle(tunnelKey(1)));
    EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index)) << "member rows still hold it";
    auto fresh = intf->entryCommit(tunnelKey(2), interfaceEntry(t));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    runLoop();
    EXPECT_NE(fresh->hwIndex(), index) << "a new key never gets an index a member row uses";
    EXPECT_FALSE(ingRow(index));
@@ -176,9 +170,7 @@ TEST_F(MergedInterface, NodeWithoutValueBlocksFreeing) {
    EXPECT_FALSE(intf->egrL3Oif1Table()->resolvedEntry(EgrL3Oif1Table::Index(index)));
    EXPECT_FALSE(egrRow(index)) << "the row itself is already cleared";
    EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index));
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
 }
 
@@ -295,10 +287,10 @@ TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
             held.erase(n);
             break;
          case 6:
-            chip->holdResponsesIs(!chip->holdResponses());
+            shuffleResponses(true, 0);
             break;
          case 7:
-            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            shuffleResponses(false, uint32_t(rng()));
             break;
          case 8:
             if (pick(10) == 0) {
@@ -307,16 +299,12 @@ TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
             }
             break;
       }
-      if (!chip->holdResponses()) chip->releaseAllResponses();
-      runLoop();
-      if (chip->heldResponses() == 0) {
+      if (deliverUnheld()) {
          expectConsistent("step " + std::to_string(step) + ": ");
          if (HasFailure()) return;
       }
    }
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    held.clear();
    intf->entryRemoveAll();
    for (int i = 0; i < 3; ++i) {

@@ -117,22 +117,18 @@ TEST_F(SharedIndexSpace, RandomChurnKeepsTheInvariants) {
             held.erase({six, n});
             break;
          case 5:
-            chip->holdResponsesIs(!chip->holdResponses());
+            shuffleResponses(true, 0);
             break;
          case 6:
-            if (chip->heldResponses()) chip->releaseResponse(pick(chip->heldResponses()));
+            shuffleResponses(false, uint32_t(rng()));
             break;
       }
-      if (!chip->holdResponses()) chip->releaseAllResponses();
-      runLoop();
-      if (chip->heldResponses() == 0) {
+      if (deliverUnheld()) {
          expectConsistent("step " + std::to_string(step) + ": ");
          if (HasFailure()) return;
       }
    }
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
+   drainResponses();
    held.clear();
    v4->entryRemoveAll();
    v6->entryRemoveAll();

@@ -125,6 +125,31 @@ protected:
 
    uint32_t runLoop() { return Brio::EventLoop::instance().runUntilIdle(); }
 
+   // A random step's turn of the chip: start or stop holding responses back,
+   // or deliver one held response out of order.
+   void shuffleResponses(bool toggleHolding, uint32_t r) {
+      if (toggleHolding)
+         chip->holdResponsesIs(!chip->holdResponses());
+      else if (chip->heldResponses())
+         chip->releaseResponse(r % chip->heldResponses());
+   }
+   // Delivers what the chip does not hold back. True when nothing is held
+   // back any more: the tables and the chip must then agree.
+   bool deliverUnheld() {
+      if (!chip->holdResponses()) chip->releaseAllResponses();
+      runLoop();
+      return chip->heldResponses() == 0;
+   }
+   // Stops holding responses and delivers everything, over `rounds` rounds
+   // (an answer may lead to a further request).
+   void drainResponses(int rounds = 1) {
+      chip->holdResponsesIs(false);
+      for (int i = 0; i < rounds; ++i) {
+         chip->releaseAllResponses();
+         runLoop();
+      }
+   }
+
    Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name); }
    AsicSim::HwTable::Stats stats(std::string_view name) const {
       auto t = chip->table(name);
