@@ -44,10 +44,6 @@ protected:
    typename Table::Entry entry(uint32_t n, uint8_t ttl = 64) {
       return tunnelEntry<Table>(key(n), ttl);
    }
-   void expectConsistent() {
-      auto v = InvariantChecker(*chip).table(*v4).table(*v6).violations();
-      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
-   }
 };
 
 using TunnelTables = ::testing::Types<L3EgrL3Ipv4TunnelTable, L3EgrL3Ipv6TunnelTable>;

@@ -13,6 +13,7 @@
 #include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
 #include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
+#include "support/InvariantChecker.h"
 
 namespace test {
 
@@ -139,6 +140,23 @@ protected:
       if (!chip->holdResponses()) chip->releaseAllResponses();
       runLoop();
       return chip->heldResponses() == 0;
+   }
+   // Every table this fixture has made agrees with the others and the chip.
+   void expectConsistent(const std::string& where = "") {
+      InvariantChecker checker(*chip);
+      if (v4) checker.table(*v4);
+      if (v6) checker.table(*v6);
+      if (oif) checker.table(*oif);
+      if (nh) checker.table(*nh);
+      if (intf) checker.mergedTable(*intf);
+      auto v = checker.violations();
+      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+   }
+   // The end of a random step: delivers what is not held back and, when
+   // nothing is, checks. False once a check has failed.
+   bool stepConsistent(int step) {
+      if (deliverUnheld()) expectConsistent("step " + std::to_string(step) + ": ");
+      return !HasFailure();
    }
    // Stops holding responses and delivers everything, over `rounds` rounds
    // (an answer may lead to a further request).
