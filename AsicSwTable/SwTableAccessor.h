@@ -65,14 +65,20 @@ struct SwTable::Accessor {
       return it == t.data_.entryHandle.end() ? nullptr : it->second;
    }
 
+   // The element at `key`, made (and the change published) when absent.
+   template <class Map, class Make>
+   static typename Map::mapped_type elementIs(T& t, Map& map, const Key& key, Brio::AttrId attr,
+                                              Make make) {
+      if (auto it = map.find(key); it != map.end()) return it->second;
+      typename Map::mapped_type made = make();
+      map.emplace(key, made);
+      t.publisher_.notify(attr, Brio::KeyRef(key));
+      return made;
+   }
+
    static HandlePtr entryHandleIs(T& t, const Key& key) {
-      auto& map = t.data_.entryHandle;
-      auto it = map.find(key);
-      if (it != map.end()) return it->second;
-      HandlePtr h(new Handle(key, &t));
-      map.emplace(key, h);
-      t.publisher_.notify(SwTable::entryHandleAttr, Brio::KeyRef(key));
-      return h;
+      return elementIs(t, t.data_.entryHandle, key, SwTable::entryHandleAttr,
+                       [&] { return HandlePtr(new Handle(key, &t)); });
    }
 
    // The map's pointer is counted again before it goes, so that removing it
@@ -678,12 +684,8 @@ struct SwTable::Accessor {
    }
 
    static UePtr unresolvedEntryIs(T& t, const Key& key) {
-      auto& map = t.data_.unresolvedEntry;
-      if (auto it = map.find(key); it != map.end()) return it->second;
-      UePtr ue(new Ue(key, &t));
-      map.emplace(key, ue);
-      t.publisher_.notify(SwTable::unresolvedEntryAttr, Brio::KeyRef(key));
-      return ue;
+      return elementIs(t, t.data_.unresolvedEntry, key, SwTable::unresolvedEntryAttr,
+                       [&] { return UePtr(new Ue(key, &t)); });
    }
 
    static void unresolvedEntryDel(T& t, const Key& key) {
