@@ -16,6 +16,7 @@
 
 #include "AsicSim/Chip.h"
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
+#include "SharedL3/L3EcmpMember0Table.h"
 
 namespace test {
 
@@ -53,8 +54,8 @@ public:
       });
       // A held index may outlive its key only while a member still uses it,
       // in software or in a row; and no member row is without its index.
-      auto ingHw = chip_.table(t.ingL3Iif()->name());
-      auto egrHw = chip_.table(t.egrL3Oif1Table()->name());
+      auto ingHw = chip_.table(t.ingL3Iif()->name(), t.ingL3Iif()->unitId());
+      auto egrHw = chip_.table(t.egrL3Oif1Table()->name(), t.egrL3Oif1Table()->unitId());
       auto rowUsed = [](const auto& hw, Asic::Index i) { return hw && hw->row(i); };
       alloc->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& key) {
          const bool used =
@@ -67,6 +68,51 @@ public:
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
             if (hw->row(i) && !alloc->keyForIndex(i))
                fail(hw->name(), ": row ", i, " is used but its merged index is free");
+      }
+      return *this;
+   }
+
+   // Member blocks: ranges disjoint and allocated, programmed rows equal to
+   // their members, member indices equal to what they name, and no used row
+   // or allocated index outside a block (or the rows found at a restart).
+   InvariantChecker& memberTable(const MeridL3Tunnel::L3EcmpMember0Table& t) {
+      auto hw = chip_.table(t.name(), t.unitId());
+      std::map<Asic::Index, Asic::Index> ranges;  // first -> one past last
+      uint32_t placed = 0;
+      t.forEachEntryBlock([&](const auto& b) {
+         if (b.baseIndex() == Asic::invalidIndex) return;
+         const Asic::Index first = b.baseIndex(), end = first + b.size();
+         placed += b.size();
+         auto next = ranges.lower_bound(first);
+         if ((next != ranges.end() && next->first < end) ||
+             (next != ranges.begin() && std::prev(next)->second > first))
+            fail(t.name(), ": block ", b.keyText(), " overlaps another block");
+         ranges.emplace(first, end);
+         for (Asic::Index i = first; i < end; ++i)
+            if (t.indexAllocator().isFree(i))
+               fail(t.name(), ": row ", i, " of block ", b.keyText(), " is free in the allocator");
+         if (b.entryState() != Asic::SwTableBase::success()) return;
+         for (uint32_t s = 0; s < b.size(); ++s) {
+            const auto& m = b.entryBlock().entry(MeridL3Tunnel::L3EcmpMember0Table::Index(s));
+            const std::string* row = hw ? hw->row(first + s) : nullptr;
+            if (hw && (!row || *row != m.rowText()))
+               fail(t.name(), ": row ", first + s, " holds '", (row ? *row : "nothing"),
+                    "', not member ", s, " of ", b.keyText());
+            for (auto [named, field] : {std::pair{m.nextHopHandle().ptr(), m.nextHopIdx()},
+                                        std::pair{m.underlayHandle().ptr(), m.underlayIdx()}}) {
+               if (named && named->isComplete() &&
+                   Asic::SwTableBase::getHwIndexForDependentField(*named) != field)
+                  fail(t.name(), ": member ", s, " of ", b.keyText(), " carries index ", field,
+                       ", its ", named->keyText(), " has ", named->hwIndex());
+            }
+         }
+      });
+      if (t.indexAllocator().used() != placed + t.recoveredRows())
+         fail(t.name(), ": ", t.indexAllocator().used(), " indices allocated, blocks hold ",
+              placed, " and ", t.recoveredRows(), " were found at a restart");
+      for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
+         if (!hw->row(i) || !t.indexAllocator().isFree(i)) continue;
+         fail(t.name(), ": row ", i, " is used but its index is free");
       }
       return *this;
    }
@@ -99,7 +145,7 @@ private:
 
    template <class Table>
    void checkHandles(const Table& t) {
-      auto hw = chip_.table(t.name());
+      auto hw = chip_.table(t.name(), t.unitId());
       auto& alloc = t.indexAllocator();
       auto& owners = owners_[alloc.ptr()];
       for (auto& [key, h] : t.entryHandleIteratorConst()) {
@@ -158,7 +204,7 @@ private:
 
    template <class Table>
    void checkRows(const Table& t) {
-      auto hw = chip_.table(t.name());
+      auto hw = chip_.table(t.name(), t.unitId());
       auto& alloc = t.indexAllocator();
       if (!hw || !alloc) return;
       // A row the software has not claimed again since a restart still holds

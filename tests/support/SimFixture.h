@@ -168,9 +168,9 @@ protected:
       }
    }
 
-   Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name); }
+   Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name, unit); }
    AsicSim::HwTable::Stats stats(std::string_view name) const {
-      auto t = chip->table(name);
+      auto t = chip->table(name, unit);
       return t ? t->stats() : AsicSim::HwTable::Stats{};
    }
 
@@ -183,6 +183,7 @@ protected:
    Brio::Ptr<L3TunnelIngL3NextHopTable> nh;
    Brio::Ptr<L3InterfaceTable> intf;
    std::vector<Asic::SwTable*> tables;
+   Asic::UnitId unit = 0;  // the unit the tables are initialised on
 };
 
 }  // namespace test

@@ -1,0 +1,241 @@
+#include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
+
+#include <type_traits>
+
+#include "Flit/Flit.h"
+#include "Orb/Assert.h"
+#include "Plx/NextHopEntryType.h"
+#include "SharedL3/DontCareHandle.h"
+#include "SharedL3/ValidateEntryState.h"
+#include "Toggle/ToggleState.h"
+
+namespace MeridL3Tunnel {
+
+namespace {
+
+constexpr uint32_t traceProgrammer = 4;
+
+// Strength profiles of the chain's rows.
+constexpr uint32_t tunnelStrength = 17;
+constexpr uint32_t interfaceStrength = 18;
+constexpr uint32_t nextHopStrength = 30;
+constexpr uint32_t dropStrength = 17;
+
+bool valid(const Asic::SwTableBase::EntryHandle::PtrConst& h) {
+   return h && MeridL3Common::validateEntryState(h->entryState());
+}
+
+}  // namespace
+
+bool L3TunnelOverlayEcmpProgrammer::commonIifOifIndex() {
+   static const bool on = (getToggleState("CommonIifOifIndex", "MeridL3.json", true) & 1) != 0;
+   return on;
+}
+
+const Orb::TraceHandle& L3TunnelOverlayEcmpProgrammer::traceHandle() {
+   static const Orb::TraceHandle handle{typeName};
+   return handle;
+}
+
+L3TunnelOverlayEcmpProgrammer::L3TunnelOverlayEcmpProgrammer(FcsdPtr fcsd, LocalEmPtr localEm,
+                                                             LedgerEmPtr ledgerEm)
+    : fcsd_(std::move(fcsd)), localEm_(std::move(localEm)), ledgerEm_(std::move(ledgerEm)) {}
+
+L3TunnelOverlayEcmpProgrammer::~L3TunnelOverlayEcmpProgrammer() { notificationIs(false); }
+
+Brio::Ptr<L3TunnelOverlayEcmpProgrammer> L3TunnelOverlayEcmpProgrammerIs(
+    L3TunnelOverlayEcmpProgrammer::FcsdPtr fcsd, L3TunnelOverlayEcmpProgrammer::LocalEmPtr localEm,
+    L3TunnelOverlayEcmpProgrammer::LedgerEmPtr ledgerEm) {
+   // Held from the start, so that a throwing switch-on drops the only reference.
+   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> p(new L3TunnelOverlayEcmpProgrammer(
+       std::move(fcsd), std::move(localEm), std::move(ledgerEm)));
+   p->notificationIs(true);
+   return p;
+}
+
+Brio::Ptr<L3TunnelOverlayEcmpProgrammer> l3TunnelOverlayEcmpProgrammerFactory(
+    L3TunnelOverlayEcmpProgrammer::FcsdPtr fcsd, L3TunnelOverlayEcmpProgrammer::LocalEmPtr localEm,
+    L3TunnelOverlayEcmpProgrammer::LedgerEmPtr ledgerEm) {
+   return L3TunnelOverlayEcmpProgrammerIs(std::move(fcsd), std::move(localEm),
+                                          std::move(ledgerEm));
+}
+
+void L3TunnelOverlayEcmpProgrammer::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) const {
+   L3EcmpMember0Table::doMountHwTableMountInfo(mountGroup);
+   L3TunnelIngL3NextHopTable::doMountHwTableMountInfo(mountGroup);
+   if (commonIifOifIndex()) {
+      IngL3Iif::doMountHwTableMountInfo(mountGroup);
+      EgrL3Oif1Table::doMountHwTableMountInfo(mountGroup);
+   } else {
+      L3TunnelEgrL3Oif1Table::doMountHwTableMountInfo(mountGroup);
+   }
+   L3EgrL3Ipv4TunnelTable::doMountHwTableMountInfo(mountGroup);
+   L3EgrL3Ipv6TunnelTable::doMountHwTableMountInfo(mountGroup);
+}
+
+// Initialises, listens to write responses from here on, publishes where the
+// hardware table is mounted, and starts from an empty table.
+template <class Table>
+void L3TunnelOverlayEcmpProgrammer::initTable(
+    Table& table, const Brio::Ptr<const MeridCentral::ChipInfo>& chipInfo) {
+   table.doInit(tableUnit, ledgerEm_, chipInfo);
+   // The merged table completes its member tables in its own set-up.
+   if constexpr (std::is_base_of_v<Asic::SwTable, Table>) table.doInitComplete();
+   table.doPublishHwTableMountInfo();
+   if constexpr (std::is_same_v<Table, L3EcmpMember0Table>)
+      table.entryBlockRemoveAll();
+   else
+      table.entryRemoveAll();
+}
+
+void L3TunnelOverlayEcmpProgrammer::initTables(Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
+   ORB_TRACE(traceHandle(), traceProgrammer, "initTables") << "Initialize L3OverlayTunnel tables";
+   FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName, "Initialize L3OverlayTunnel tables");
+   if (!fcsd() || !fcsd()->logicalModInfos())
+      Orb::assertFail("fcsd()->logicalModInfos()", "", __FILE__, __LINE__);
+
+   l3EcmpMember0Table_ = l3EcmpMember0TableFactory();
+   initTable(*l3EcmpMember0Table_, chipInfo);
+   ORB_ASSERT(l3EcmpMember0Table()->entryBlocks() == 0);
+
+   if (commonIifOifIndex()) {
+      l3InterfaceTable_ = l3InterfaceTableFactory();
+      initTable(*l3InterfaceTable_, chipInfo);
+   } else {
+      l3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
+      initTable(*l3TunnelEgrL3Oif1Table_, chipInfo);
+      ORB_ASSERT(l3TunnelEgrL3Oif1Table()->entrys() == 0);
+   }
+
+   l3TunnelIngL3NextHopTable_ = l3TunnelIngL3NextHopTableFactory();
+   initTable(*l3TunnelIngL3NextHopTable_, chipInfo);
+   ORB_ASSERT(l3TunnelIngL3NextHopTable()->entrys() == 0);
+
+   l3EgrL3Ipv4TunnelTable_ = l3EgrL3Ipv4TunnelTableFactory();
+   initTable(*l3EgrL3Ipv4TunnelTable_, chipInfo);
+   ORB_ASSERT(l3EgrL3Ipv4TunnelTable()->entrys() == 0);
+
+   l3EgrL3Ipv6TunnelTable_ = l3EgrL3Ipv6TunnelTableFactory();
+   initTable(*l3EgrL3Ipv6TunnelTable_, chipInfo);
+   ORB_ASSERT(l3EgrL3Ipv6TunnelTable()->entrys() == 0);
+
+   Brio::Ptr<const Orb::Entity> ecmp = localEm_ ? localEm_->getEntity(ecmpGroupPath) : nullptr;
+   ecmpGroup1Table_ = Brio::Ptr<const EcmpGroup1Table>(
+       dynamic_cast<const EcmpGroup1Table*>(ecmp.ptr()));
+
+   programReservedTunnelDropEntry();
+}
+
+L3TunnelKey L3TunnelOverlayEcmpProgrammer::getTunnelDropKey() {
+   const auto zero = Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4);
+   return L3TunnelKey(zero, zero);
+}
+
+void L3TunnelOverlayEcmpProgrammer::programReservedTunnelDropEntry() {
+   const L3TunnelKey key = getTunnelDropKey();
+   const L3TunnelIngL3NextHopTable::Entry entry(SwTableWorkaround::dontCareHandle(Asic::Index(0)),
+                                                0, true, U5(dropStrength), U2());
+   const HandlePtrConst handle = l3TunnelIngL3NextHopTable_->entryCommit(key, entry);
+   if (!MeridL3Common::validateEntryState(handle->entryState())) {
+      ORB_TRACE(traceHandle(), traceProgrammer, "programReservedTunnelDropEntry")
+          << " L3TunnelNextHopTable is Full ";
+      FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName,
+           "programReservedTunnelDropEntry L3TunnelNextHopTable is Full");
+      ORB_ASSERT(0 && "Couldn't install reserved tunnel next hop drop entry");
+   }
+}
+
+L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fillOverlayNextHopInfo(
+    const L3TunnelOverlayViaEntry& viaEntry) {
+   ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
+       << " OverlayVia: srcIpAddr=" << viaEntry.srcIpAddr()
+       << " dstIpAddr=" << viaEntry.dstIpAddr()
+       << " underlayAdjId=" << viaEntry.underlayAdjId().adjId();
+   FLIT(traceHandle(), traceProgrammer, "{}: {} underlayAdjId={}", typeName,
+        "fillOverlayNextHopInfo", viaEntry.underlayAdjId().adjId());
+
+   if (viaEntry.nhEntryType() == Plx::nextHopDrop()) {
+      HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
+      if (!valid(drop)) {
+         ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
+             << " L3TunnelNextHopTable is Full ";
+      }
+      return drop;
+   }
+
+   const L3TunnelKey key(viaEntry.srcIpAddr(), viaEntry.dstIpAddr());
+   const HandlePtrConst tunnel = l3EgrL3Ipv4TunnelTable_->entryRef(
+       key, L3EgrL3Ipv4TunnelTable::Entry(true, false, viaEntry.srcIpAddr(),
+                                          uint8_t(viaEntry.ttl() & 0xFF), viaEntry.dstIpAddr(),
+                                          U5(tunnelStrength)));
+   if (!valid(tunnel)) {
+      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
+          << " L3EgrL3IpTunnelTables is Full ";
+   }
+
+   HandlePtrConst oif;
+   if (!commonIifOifIndex()) {
+      oif = l3TunnelEgrL3Oif1Table_->entryRef(
+          key, L3TunnelEgrL3Oif1Table::Entry(tunnel, 0, 0, U5(interfaceStrength)));
+   } else {
+      const EgrL3Oif1Table::Entry egress(tunnel, 0, 0, U5(interfaceStrength));
+      oif = l3InterfaceTable_->entryCommit(key, L3InterfaceTable::Entry(IngL3Iif::Entry(), egress));
+   }
+   if (!valid(oif)) {
+      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
+          << " L3TunnelEgrL3OifTable is Full ";
+   }
+
+   HandlePtrConst nextHop = l3TunnelIngL3NextHopTable_->entryRef(
+       key, L3TunnelIngL3NextHopTable::Entry(oif, 0, false, U5(nextHopStrength), U2()));
+   if (!valid(nextHop)) {
+      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
+          << " L3TunnelNextHopTable is Full ";
+   }
+   return nextHop;
+}
+
+L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::getUnderlayAdjacency(
+    const L3TunnelOverlayViaEntry& viaEntry) const {
+   if (viaEntry.nhEntryType() == Plx::nextHopDrop())
+      return SwTableWorkaround::dontCareHandle(Asic::Index(0));
+   // Without the shared group table no underlay is ever found.
+   return ecmpGroup1Table_ ? ecmpGroup1Table_->entryWeakRef(viaEntry.underlayAdjId()) : nullptr;
+}
+
+L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
+    Brio::Ptr<const L3TunnelOverlayVia> viaList) {
+   L3EcmpMember0Table::EntryBlock block;
+   uint32_t next = 0;
+   const uint32_t vias = viaList->vias();
+   for (uint32_t i = 0; i < vias; ++i) {
+      const L3TunnelOverlayViaEntry viaEntry = viaList->via(VE_Via(i));
+      ORB_TRACE(traceHandle(), traceProgrammer, "populateOverlayEcmpBlock")
+          << " OverlayVia: nhEntryType=" << viaEntry.nhEntryType()
+          << " srcIpAddr=" << viaEntry.srcIpAddr() << " dstIpAddr=" << viaEntry.dstIpAddr()
+          << " underlayAdjId=" << viaEntry.underlayAdjId().adjId()
+          << "weight=" << viaEntry.weight();
+      FLIT(traceHandle(), traceProgrammer, "{}: {} underlayAdjId={}weight={}", typeName,
+           "populateOverlayEcmpBlock", viaEntry.underlayAdjId().adjId(), viaEntry.weight());
+      // The expression is quoted as written when it fails.
+      // clang-format off
+      ORB_ASSERT(( viaEntry.nhEntryType() == Plx::nextHopArpResolved() ) || ( viaEntry.nhEntryType() == Plx::nextHopDrop() ));
+      // clang-format on
+      const bool resolved = viaEntry.nhEntryType() == Plx::nextHopArpResolved();
+      for (uint32_t w = 0; w < viaEntry.weight(); ++w) {
+         HandlePtrConst nextHop = fillOverlayNextHopInfo(viaEntry);
+         HandlePtrConst underlay = getUnderlayAdjacency(viaEntry);
+         if (!valid(underlay)) {
+            ORB_TRACE(traceHandle(), traceProgrammer, "populateOverlayEcmpBlock")
+                << " Underlay is not yet resolved. UnderlayAdjId=  "
+                << viaEntry.underlayAdjId().adjId();
+         }
+         block.entryIs(L3EcmpMember0Table::Index(next++),
+                       L3EcmpMember0Table::Entry(std::move(nextHop), std::move(underlay), 0, 0,
+                                                 resolved));
+      }
+   }
+   return l3EcmpMember0Table_->entryBlockRef(block);
+}
+
+}  // namespace MeridL3Tunnel

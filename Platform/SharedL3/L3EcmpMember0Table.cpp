@@ -1,0 +1,357 @@
+#include "SharedL3/L3EcmpMember0Table.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "Asic/IndexAllocator.h"
+#include "Asic/SwTableUtil.h"
+#include "Asic/UnresolvedEntry.h"
+#include "Brio/VectorErrors.h"
+#include "Orb/Env.h"
+#include "Orb/Hash.h"
+#include "Orb/Strep.h"
+#include "Sidecar/Loader.h"
+
+namespace MeridL3Tunnel {
+
+namespace {
+
+constexpr uint32_t traceWrite = 5;
+constexpr uint32_t traceState = 6;
+constexpr uint32_t traceHardware = 8;
+constexpr uint32_t blockSeed = 0x2c9e41f7;
+
+using State = Asic::SwTableBase::EntryState;
+
+std::string prefix() { return "Value('" + std::string(L3EcmpMember0Entry::typeName) + "', ** {"; }
+
+Orb::Hash& mixPointer(Orb::Hash& h, const void* p) {
+   const uintptr_t v = reinterpret_cast<uintptr_t>(p);
+   return h.mixBytes(&v, sizeof v);
+}
+
+}  // namespace
+
+// ---- member entry ----------------------------------------------------------
+
+L3EcmpMember0Entry::L3EcmpMember0Entry(Orb::CharRange& r) {
+   r.needString(prefix());
+   r.needString("'nextHopHandle': ");
+   try {
+      nextHopHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("nextHopHandle");
+   }
+   r.needString(", 'underlayHandle': ");
+   try {
+      underlayHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr("underlayHandle");
+   }
+   r.needString(", 'nextHopIdx': ");
+   nextHopIdx_ = Orb::deserializeAttr<uint32_t>(r, "nextHopIdx");
+   r.needString(", 'underlayIdx': ");
+   underlayIdx_ = Orb::deserializeAttr<uint32_t>(r, "underlayIdx");
+   r.needString(", 'resolved': ");
+   resolved_ = Orb::deserializeAttr<bool>(r, "resolved");
+   r.needString("})");
+}
+
+uint32_t L3EcmpMember0Entry::hash(uint32_t seed) const {
+   Orb::Hash h(seed);
+   mixPointer(h, nextHopHandle_.ptr());
+   mixPointer(h, underlayHandle_.ptr());
+   return h.mix(resolved_).result();
+}
+
+std::string valueToStrep(const L3EcmpMember0Entry& e) {
+   using Handle = Asic::SwTableBase::EntryHandle;
+   std::string out = prefix();
+   out.append("'nextHopHandle': ").append(Handle::handleText(e.nextHopHandle_.ptr()));
+   out.append(", 'underlayHandle': ").append(Handle::handleText(e.underlayHandle_.ptr()));
+   out.append(", 'nextHopIdx': ").append(std::to_string(e.nextHopIdx_));
+   out.append(", 'underlayIdx': ").append(std::to_string(e.underlayIdx_));
+   out.append(", 'resolved': ").append(Orb::valueToStrep(e.resolved()));
+   out.append("})");
+   return out;
+}
+
+std::string L3EcmpMember0Entry::rowText() const {
+   L3EcmpMember0Entry row(*this);
+   row.nextHopHandle_ = nullptr;
+   row.underlayHandle_ = nullptr;
+   return valueToStrep(row);
+}
+
+// ---- block -----------------------------------------------------------------
+
+void L3EcmpMember0Table::EntryBlock::entryIs(Index index, const Entry& entry) {
+   const uint32_t i = index.value();
+   if (i > entry_.size()) Brio::throwVectorOutOfRange(i, uint32_t(entry_.size()));
+   if (i == entry_.size())
+      entry_.push_back(entry);
+   else
+      entry_[i] = entry;
+}
+
+const L3EcmpMember0Table::Entry& L3EcmpMember0Table::EntryBlock::entry(Index index) const {
+   const uint32_t i = index.value();
+   if (i >= entry_.size()) Brio::throwVectorOutOfRange(i, uint32_t(entry_.size()));
+   return entry_[i];
+}
+
+uint32_t L3EcmpMember0Table::EntryBlock::hash(uint32_t seed) const {
+   Orb::Hash h(seed);
+   for (auto& e : entry_) h.mix(e.hash(seed));
+   return h.result();
+}
+
+// ---- block handle ------------------------------------------------------------
+
+// Watches the entries a block's members name until all are programmed.
+class L3EcmpMember0Table::Resolver final : public Asic::SwTableBase::UnresolvedEntry {
+public:
+   explicit Resolver(EntryHandle* block) : block_(block) {}
+   void doResolve() override {
+      if (auto* t = block_->table()) t->program(*block_);
+   }
+   void markFailedNeededEntry() override { block_->entryStateIs(State::failedNeededEntry); }
+
+private:
+   ~Resolver() override = default;
+   EntryHandle* block_;
+};
+
+L3EcmpMember0Table::EntryHandle::EntryHandle(L3EcmpMember0Table* table, const EntryBlock& block,
+                                             uint32_t hash)
+    : block_(block), table_(table), hash_(hash) {
+   swTable_ = table;
+   entryType_ = referenceOnly();
+}
+
+L3EcmpMember0Table::EntryHandle::~EntryHandle() {
+   if (resolver_) resolver_->neededEntryHandleSmDelAll();
+}
+
+std::string L3EcmpMember0Table::EntryHandle::keyText() const {
+   std::string text = "block";
+   if (base_ != Asic::invalidIndex) text.append("@").append(std::to_string(base_));
+   return text.append("[").append(std::to_string(size())).append("]");
+}
+
+void L3EcmpMember0Table::EntryHandle::zeroReferencesIs(bool zero) {
+   if (zero && table_) table_->entryBlockRelease(*this);
+}
+
+// ---- table -------------------------------------------------------------------
+
+L3EcmpMember0Table::L3EcmpMember0Table() { hwResponseNeededIs(true); }
+
+L3EcmpMember0Table::~L3EcmpMember0Table() {
+   // The rows stay on the chip for whoever comes next; held blocks only
+   // forget the table.
+   for (auto& [hash, h] : blocks_) {
+      if (h->resolver_) h->resolver_->neededEntryHandleSmDelAll();
+      h->resolver_.reset();
+      h->table_ = nullptr;
+      h->swTableIs(nullptr);
+   }
+   detachHardware();
+}
+
+const Orb::TraceHandle& L3EcmpMember0Table::traceHandle() {
+   static const Orb::TraceHandle handle{typeName};
+   return handle;
+}
+
+Brio::Ptr<Asic::SwTable::Util> L3EcmpMember0Table::doLoadUtil() {
+   auto p = Sidecar::Core::Loader::instance("AsicFeature", typeName);
+   return Brio::Ptr<Util>(dynamic_cast<Util*>(p.ptr()));
+}
+
+void L3EcmpMember0Table::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) {
+   Util::doMountHwTableMountInfo(std::string(typeName) + "::Util", mountGroup, "");
+}
+
+void L3EcmpMember0Table::doInitAllocator() { ranges_.indexCountIs(numEntries()); }
+
+Orb::GenericValue L3EcmpMember0Table::hwRowKey(Asic::Index index) const {
+   return Orb::GenericValue::of(Index(index));
+}
+
+// Rows already on the chip keep their indices out of new blocks' way.
+void L3EcmpMember0Table::syncEntries() {
+   recoveredRow_.clear();
+   if (!util() || !hwTable()) return;
+   auto seen = Brio::makePtr<Asic::FirstFreeIndexAllocator>();
+   seen->indexCountIs(numEntries());
+   seen->initializedIs(true);
+   util()->syncIndexAllocator(Orb::typeId<Index>(), *seen, *hwTable());
+   seen->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue&) {
+      if (ranges_.rangeClaim(i, 1)) recoveredRow_.push_back(i);
+   });
+   ORB_TRACE(traceHandle(), traceState, "syncEntries")
+       << " : rows found in use: " << recoveredRow_.size();
+}
+
+L3EcmpMember0Table::EntryHandlePtrConst L3EcmpMember0Table::entryBlockRef(const EntryBlock& block) {
+   const uint32_t hash = block.hash(blockSeed);
+   auto [first, last] = blocks_.equal_range(hash);
+   for (auto it = first; it != last; ++it) {
+      EntryHandle* h = it->second;
+      if (!EntryBlock::isEq(h->block_, block)) continue;
+      ORB_TRACE(traceHandle(), traceWrite, "entryBlockRef")
+          << " : sharing installed block " << h->keyText();
+      EntryHandlePtrConst shared(h);
+      if (h->entryState() == State::noHwIndex) place(*h);
+      return shared;
+   }
+   auto* h = new EntryHandle(this, block, hash);
+   EntryHandlePtrConst ref(h);
+   blocks_.emplace(hash, h);
+   ORB_TRACE(traceHandle(), traceWrite, "entryBlockRef")
+       << " : new block of " << block.entrys() << " members";
+   place(*h);
+   return ref;
+}
+
+// Finds the block a range and waits for what its members name.
+void L3EcmpMember0Table::place(EntryHandle& h) {
+   const uint32_t n = h.size();
+   if (n == 0) {
+      h.entryStateIs(State::success);
+      h.resolvedEntryStateIs(State::success);
+      return;
+   }
+   if (h.base_ == Asic::invalidIndex) h.base_ = ranges_.rangeNew(n);
+   if (h.base_ == Asic::invalidIndex) {
+      ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
+          << " : no free range of " << n << " members, largest free: " << ranges_.largestFree();
+      h.entryStateIs(State::noHwIndex);
+      h.resolvedEntryStateIs(State::noHwIndex);
+      return;
+   }
+   h.entryStateIs(State::unresolved);
+   if (h.resolver_) h.resolver_->neededEntryHandleSmDelAll();
+   h.resolver_ = Brio::makePtr<Resolver>(&h);
+   std::unordered_set<const Asic::SwTableBase::EntryHandle*> watched;
+   bool failed = false;
+   auto watch = [&](const EntryHandlePtrConst& needed) {
+      if (!needed || needed->isComplete() || !watched.insert(needed.ptr()).second) return;
+      h.resolver_->neededEntryHandleSmIs(needed.ptr());
+      failed |= needed->isFailed();
+   };
+   for (auto& m : h.block_) {
+      watch(m.nextHopHandle());
+      watch(m.underlayHandle());
+   }
+   if (failed) h.entryStateIs(State::failedNeededEntry);
+   if (h.resolver_->neededEntryHandleSms() == 0) program(h);
+}
+
+void L3EcmpMember0Table::program(EntryHandle& h) {
+   if (h.resolver_) {
+      h.resolver_->neededEntryHandleSmDelAll();
+      h.resolver_.reset();
+   }
+   auto index = [](const EntryHandlePtrConst& needed) {
+      return needed ? Asic::SwTableBase::getHwIndexForDependentField(*needed) : Asic::invalidIndex;
+   };
+   for (auto& m : h.block_.entry_) {
+      m.nextHopIdxIs(index(m.nextHopHandle()));
+      m.underlayIdxIs(index(m.underlayHandle()));
+   }
+   requestsForget(h);
+   h.writeRefused_ = false;
+   h.entryStateIs(State::inProgress);
+   h.resolvedEntryStateIs(State::inProgress);
+   if (!util() || !hwTable()) return;
+   ORB_TRACE(traceHandle(), traceHardware, "hwTableEntryIs")
+       << " : block " << h.keyText() << " rows " << h.base_ << ".." << h.base_ + h.size() - 1;
+   for (uint32_t i = 0; i < h.size(); ++i) {
+      const Asic::HwRequestId id =
+          util()->hwTableEntryIs(*hwTable(), h.base_ + i, &h.block_.entry_[i]);
+      if (!id) continue;
+      inFlight_.emplace(id, &h);
+      ++h.outstanding_;
+   }
+   h.rowsWritten_ = true;
+   if (h.outstanding_ && !Asic::publishEntryHandleProgrammedState()) return;
+   requestsForget(h);
+   h.hwIndexIs(h.base_);
+   h.entryStateIs(State::success);
+   h.resolvedEntryStateIs(State::success);
+}
+
+void L3EcmpMember0Table::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index,
+                                               Asic::WriteStatus status) {
+   auto it = inFlight_.find(id);
+   if (it == inFlight_.end()) return;
+   EntryHandle& h = *it->second;
+   inFlight_.erase(it);
+   if (status != Asic::WriteStatus::ok) h.writeRefused_ = true;
+   if (--h.outstanding_) return;
+   const State s = h.writeRefused_ ? State::noHwIndex : State::success;
+   if (s == State::success) h.hwIndexIs(h.base_);
+   h.entryStateIs(s);
+   h.resolvedEntryStateIs(s);
+}
+
+void L3EcmpMember0Table::requestsForget(const EntryHandle& h) {
+   if (!h.outstanding_) return;
+   std::erase_if(inFlight_, [&](const auto& r) { return r.second == &h; });
+   const_cast<EntryHandle&>(h).outstanding_ = 0;
+}
+
+// Rows go before their range is freed, and the range before the entries the
+// members name are let go: no index is reused while a row still uses it.
+void L3EcmpMember0Table::rowsDel(EntryHandle& h) {
+   if (h.resolver_) {
+      h.resolver_->neededEntryHandleSmDelAll();
+      h.resolver_.reset();
+   }
+   requestsForget(h);
+   if (h.base_ == Asic::invalidIndex) return;
+   if (h.rowsWritten_ && util() && hwTable()) {
+      ORB_TRACE(traceHandle(), traceHardware, "hwTableEntryDel") << " : block " << h.keyText();
+      for (uint32_t i = 0; i < h.size(); ++i) util()->hwTableEntryDel(*hwTable(), h.base_ + i);
+   }
+   ranges_.rangeDel(h.base_, h.size());
+   h.base_ = Asic::invalidIndex;
+   h.rowsWritten_ = false;
+}
+
+void L3EcmpMember0Table::entryBlockRelease(EntryHandle& h) {
+   ORB_TRACE(traceHandle(), traceWrite, "entryBlockRelease") << " : block " << h.keyText();
+   auto [first, last] = blocks_.equal_range(h.hash_);
+   for (auto it = first; it != last; ++it) {
+      if (it->second != &h) continue;
+      blocks_.erase(it);
+      break;
+   }
+   rowsDel(h);
+   h.table_ = nullptr;
+   h.block_.entry_.clear();
+}
+
+void L3EcmpMember0Table::entryBlockRemoveAll() {
+   std::vector<EntryHandlePtrConst> held;
+   held.reserve(blocks_.size());
+   for (auto& [hash, h] : blocks_) held.emplace_back(h);
+   blocks_.clear();
+   for (auto& p : held) {
+      auto& h = const_cast<EntryHandle&>(static_cast<const EntryHandle&>(*p));
+      rowsDel(h);
+      h.table_ = nullptr;
+      h.swTableIs(nullptr);
+      h.entryTypeIs(EntryHandle::inDeletion());
+      h.hwIndexIs(Asic::invalidIndex);
+      h.block_.entry_.clear();
+   }
+}
+
+Brio::Ptr<L3EcmpMember0Table> l3EcmpMember0TableFactory() {
+   return Brio::makePtr<L3EcmpMember0Table>();
+}
+
+}  // namespace MeridL3Tunnel

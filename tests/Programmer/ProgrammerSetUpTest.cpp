@@ -1,0 +1,167 @@
+// Set-up of the overlay ECMP programmer: toggle, mounts, table creation, the
+// reserved drop next hop, and an end-to-end group through either interface
+// table.
+#include <dlfcn.h>
+
+#include <algorithm>
+
+#include "SharedL3/DontCareHandle.h"
+#include "support/ProgrammerFixture.h"
+
+namespace test {
+namespace {
+
+using ProgrammerSetUp = ProgrammerFixture;
+using ProgrammerSetUpDeathTest = ProgrammerFixture;
+
+TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
+   ASSERT_EQ(L3TunnelOverlayEcmpProgrammer::commonIifOifIndex(), expectedToggle());
+   start();
+   std::vector<std::string> owners;
+   for (auto& m : mounts.mounts()) owners.push_back(m.owner);
+   auto util = [](std::string_view t) { return std::string(t) + "::Util"; };
+   if (expectedToggle()) {
+      EXPECT_TRUE(programmer->l3InterfaceTable());
+      EXPECT_FALSE(programmer->l3TunnelEgrL3Oif1Table());
+      EXPECT_EQ(owners, (std::vector{util(L3EcmpMember0Table::typeName),
+                                     util(L3TunnelIngL3NextHopTable::typeName),
+                                     util(IngL3Iif::typeName), util(EgrL3Oif1Table::typeName),
+                                     util(L3EgrL3Ipv4TunnelTable::typeName),
+                                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
+   } else {
+      EXPECT_FALSE(programmer->l3InterfaceTable());
+      EXPECT_TRUE(programmer->l3TunnelEgrL3Oif1Table());
+      EXPECT_EQ(owners, (std::vector{util(L3EcmpMember0Table::typeName),
+                                     util(L3TunnelIngL3NextHopTable::typeName),
+                                     util(L3TunnelEgrL3Oif1Table::typeName),
+                                     util(L3EgrL3Ipv4TunnelTable::typeName),
+                                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
+   }
+   EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), groups.ptr());
+   for (auto* t : {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
+                   static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
+      EXPECT_EQ(t->unitId(), 0x1FFu) << t->name();
+      EXPECT_TRUE(ledger->entity("hardware/table/" + std::string(t->name()))) << t->name();
+   }
+}
+
+TEST_F(ProgrammerSetUp, ReservedDropNextHopIsInstalledUnderTheZeroKey) {
+   start();
+   const L3TunnelKey key = L3TunnelOverlayEcmpProgrammer::getTunnelDropKey();
+   EXPECT_EQ(key, L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
+   EXPECT_EQ(key.srcIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
+   EXPECT_EQ(key.dstIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
+   HandlePtr drop = nh->entryWeakRef(key);
+   ASSERT_TRUE(drop);
+   EXPECT_EQ(drop->entryState(), State::success);
+   EXPECT_EQ(drop->entryType(), Type::committed);
+   const auto e = nh->entry(key);
+   EXPECT_TRUE(e.drop());
+   EXPECT_EQ(e.strengthProfileIdx(), U5(17));
+   EXPECT_EQ(e.l3Oif1(), 0);
+   EXPECT_EQ(e.l3Oif1Handle(), SwTableWorkaround::dontCareHandle(0));
+   expectConsistent();
+}
+
+TEST_F(ProgrammerSetUp, MissingUnderlayGroupTableLeavesItNullAndEveryUnderlayUnresolved) {
+   localEm->entityDel(EcmpGroup1Table::mountPath);
+   start();
+   EXPECT_FALSE(programmer->ecmpGroup1Table());
+   Orb::TraceCapture trace("MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5");
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
+   EXPECT_EQ(block(h).size(), 2u);
+   EXPECT_FALSE(block(h).entryBlock().entry(L3EcmpMember0Table::Index(0)).underlayHandle());
+   EXPECT_EQ(std::count_if(trace.lines().begin(), trace.lines().end(),
+                           [](auto& l) { return l.find("Underlay is not yet resolved") !=
+                                                std::string::npos; }),
+             2);
+}
+
+// Every entry of the chain is programmed and names the index of the one before.
+TEST_F(ProgrammerSetUp, GroupIsProgrammedEndToEndThroughTheToggledInterfaceTable) {
+   start();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 1), via("10.0.0.1", "10.0.0.3", 1, 2)});
+   ASSERT_EQ(h->entryState(), State::success);
+   const Block& b = block(h);
+   ASSERT_EQ(b.size(), 2u);
+   for (uint32_t s = 0; s < 2; ++s) {
+      const auto& m = b.entryBlock().entry(L3EcmpMember0Table::Index(s));
+      const HandlePtr& nextHop = m.nextHopHandle();
+      ASSERT_EQ(nextHop->entryState(), State::success);
+      EXPECT_EQ(m.nextHopIdx(), nextHop->hwIndex());
+      EXPECT_EQ(m.underlayIdx(), m.underlayHandle()->hwIndex());
+      EXPECT_EQ(m.underlayHandle(), groups->entryWeakRef(adj(s + 1)));
+      EXPECT_TRUE(m.resolved());
+      const HandlePtr intfHandle = interfaceOf(nextHop);
+      ASSERT_EQ(intfHandle->entryState(), State::success);
+      const auto& nhKey = static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
+      EXPECT_EQ(nh->entry(nhKey).l3Oif1(), intfHandle->hwIndex());
+      HandlePtr tunnel = v4->entryWeakRef(nhKey);
+      ASSERT_EQ(tunnel->entryState(), State::success);
+      if (expectedToggle()) {
+         EXPECT_EQ(intfHandle.ptr(), intf->entryHandle(nhKey).ptr());
+         EXPECT_EQ(intf->egrL3Oif1TableEntry(nhKey).tunnelIdx(), tunnel->hwIndex());
+         EXPECT_EQ(intf->entryHandle(nhKey)->entryType(), Type::committed);
+      } else {
+         EXPECT_EQ(intfHandle->swTable(), oif.ptr());
+         EXPECT_EQ(oif->entry(nhKey).tunnelIdx(), tunnel->hwIndex());
+      }
+   }
+   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 2u);
+   expectConsistent();
+}
+
+TEST_F(ProgrammerSetUpDeathTest, BrokenPlatformStopsInitTables) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   fcsd->logicalModInfosIs(nullptr);
+   EXPECT_DEATH(start(), "assertion \"fcsd\\(\\)->logicalModInfos\\(\\)\" failed "
+                         "\\(L3TunnelOverlayEcmpProgrammer:[0-9]+\\)");
+   fcsd = nullptr;
+   EXPECT_DEATH(start(), "assertion \"fcsd\\(\\)->logicalModInfos\\(\\)\" failed");
+}
+
+TEST_F(ProgrammerSetUpDeathTest, FullNextHopTableStopsInitTablesAtTheDropEntry) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   chipInfo->tableSizeIs(L3TunnelIngL3NextHopTable::typeName, 0);
+   EXPECT_DEATH(
+       {
+          Orb::Trace::configIs("MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5");
+          start();
+       },
+       "L3TunnelOverlayEcmpProgrammer: programReservedTunnelDropEntry L3TunnelNextHopTable is "
+       "Full \n.*assertion \"0 && \"Couldn't install reserved tunnel next hop drop entry\"\" "
+       "failed");
+}
+
+// The agent finds every factory by name and builds a group through them.
+TEST_F(ProgrammerSetUp, FactoriesAreFoundByNameInTheSharedLibrary) {
+   void* lib = dlopen(MERIDL3TUNNEL_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+   if (!lib) lib = dlopen(MERIDL3TUNNEL_LIBRARY, RTLD_NOW);
+   ASSERT_TRUE(lib) << dlerror();
+   for (const char* name :
+        {"l3TunnelOverlayEcmpProgrammerFactory", "l3TunnelOverlayViaFactory",
+         "l3EgrL3Ipv4TunnelTableFactory", "l3EgrL3Ipv6TunnelTableFactory",
+         "l3TunnelEgrL3Oif1TableFactory", "l3TunnelIngL3NextHopTableFactory", "ingL3IifFactory",
+         "egrL3Oif1TableFactory", "l3InterfaceTableFactory"})
+      EXPECT_TRUE(dlsym(lib, name)) << name;
+   using ProgrammerFactory = decltype(&MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory);
+   using ViaFactory = decltype(&MeridL3Tunnel::l3TunnelOverlayViaFactory);
+   auto makeProgrammer =
+       reinterpret_cast<ProgrammerFactory>(dlsym(lib, "l3TunnelOverlayEcmpProgrammerFactory"));
+   auto makeVias = reinterpret_cast<ViaFactory>(dlsym(lib, "l3TunnelOverlayViaFactory"));
+   ASSERT_TRUE(makeProgrammer && makeVias);
+   programmer = makeProgrammer(fcsd, localEm, ledger);
+   programmer->initTables(chipInfo);
+   auto list = makeVias();
+   list->viaPush(via("10.0.0.1", "10.0.0.2", 3));
+   HandlePtr h = programmer->populateOverlayEcmpBlock(list);
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 3u);
+   h = nullptr;
+   programmer = nullptr;
+   dlclose(lib);
+}
+
+}  // namespace
+}  // namespace test
