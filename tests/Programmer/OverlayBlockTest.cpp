@@ -1,0 +1,202 @@
+// From via lists to member blocks: weights and order, drop vias, underlay
+// look-ups, shared chains, the tunnel row's fields, and full tables.
+#include <algorithm>
+
+#include "SharedL3/DontCareHandle.h"
+#include "support/ProgrammerFixture.h"
+
+namespace test {
+namespace {
+
+class OverlayBlock : public ProgrammerFixture {
+protected:
+   void SetUp() override {
+      ProgrammerFixture::SetUp();
+      trace = std::make_unique<Orb::TraceCapture>("MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5");
+   }
+   void TearDown() override {
+      trace.reset();
+      ProgrammerFixture::TearDown();
+   }
+   size_t traced(std::string_view text) const {
+      return size_t(std::count_if(trace->lines().begin(), trace->lines().end(),
+                                  [&](auto& l) { return l.find(text) != std::string::npos; }));
+   }
+   static const L3EcmpMember0Table::Entry& member(const HandlePtr& h, uint32_t slot) {
+      return block(h).entryBlock().entry(L3EcmpMember0Table::Index(slot));
+   }
+   static L3TunnelKey keyOf(const HandlePtr& nextHop) {
+      return static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
+   }
+   void expectFullTableTraced(std::initializer_list<std::string_view> tables, uint32_t rowCount,
+                              const char* traceText);
+   std::unique_ptr<Orb::TraceCapture> trace;
+};
+using OverlayBlockDeathTest = OverlayBlock;
+
+TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
+   start();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2, 1), via("10.0.0.1", "10.0.0.3", 0, 2),
+                          via("10.0.0.1", "10.0.0.4", 3, 3)});
+   ASSERT_EQ(block(h).size(), 5u);
+   const char* dst[] = {"10.0.0.2", "10.0.0.2", "10.0.0.4", "10.0.0.4", "10.0.0.4"};
+   for (uint32_t s = 0; s < 5; ++s) {
+      EXPECT_EQ(keyOf(member(h, s).nextHopHandle()).dstIpAddr(), addr(dst[s])) << s;
+      EXPECT_EQ(member(h, s).underlayHandle(), groups->entryWeakRef(adj(s < 2 ? 1 : 3))) << s;
+   }
+   EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
+   EXPECT_FALSE(nh->entryHas({addr("10.0.0.1"), addr("10.0.0.3")}));
+   // Every via is traced, the weightless one too, with its weight glued on.
+   EXPECT_EQ(traced("populateOverlayEcmpBlock OverlayVia: nhEntryType=nextHopArpResolved "
+                    "srcIpAddr=10.0.0.1 dstIpAddr=10.0.0.3 underlayAdjId=2weight=0"),
+             1u);
+   EXPECT_EQ(traced("fillOverlayNextHopInfo OverlayVia: srcIpAddr=10.0.0.1 dstIpAddr=10.0.0.4 "
+                    "underlayAdjId=3"),
+             3u);
+   EXPECT_EQ(h->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(OverlayBlock, DropViaMembersShareTheReservedDropNextHop) {
+   start();
+   const uint32_t nextHopRows = hw(L3TunnelIngL3NextHopTable::typeName)->usedRows();
+   HandlePtr h = program({dropVia(4)});
+   ASSERT_EQ(block(h).size(), 4u);
+   const HandlePtr drop = nh->entryWeakRef(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
+   for (uint32_t s = 0; s < 4; ++s) {
+      EXPECT_EQ(member(h, s).nextHopHandle(), drop);
+      EXPECT_EQ(member(h, s).underlayHandle(), SwTableWorkaround::dontCareHandle(0));
+      EXPECT_FALSE(member(h, s).resolved());
+      EXPECT_EQ(member(h, s).nextHopIdx(), drop->hwIndex());
+   }
+   EXPECT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), nextHopRows);
+   EXPECT_EQ(v4->entrys(), 0u);
+   EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
+   EXPECT_EQ(h->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(OverlayBlock, EmptyListGivesAnEmptyBlock) {
+   start();
+   HandlePtr h = program({});
+   EXPECT_EQ(block(h).size(), 0u);
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(members->entryBlocks(), 1u);
+   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 0u);
+}
+
+TEST_F(OverlayBlock, MissingUnderlayIsTracedOncePerSlotAndTheMemberStillBuilt) {
+   start();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 3, 99)});
+   EXPECT_EQ(traced("populateOverlayEcmpBlock Underlay is not yet resolved. UnderlayAdjId=  99"),
+             3u);
+   ASSERT_EQ(block(h).size(), 3u);
+   EXPECT_FALSE(member(h, 2).underlayHandle());
+   EXPECT_EQ(member(h, 2).underlayIdx(), Asic::invalidIndex);
+   EXPECT_EQ(h->entryState(), State::success);
+}
+
+// A member waits for its underlay group to be programmed by its owner.
+TEST_F(OverlayBlock, BlockWaitsForAnUnderlayGroupInProgress) {
+   groups->entryIs(adj(7), State::inProgress);
+   start();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 7)});
+   EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
+   EXPECT_EQ(h->entryState(), State::unresolved);
+   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 0u);
+   groups->entryStateIs(adj(7), State::success);
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(member(h, 0).underlayIdx(), groups->entryWeakRef(adj(7))->hwIndex());
+   expectConsistent();
+}
+
+TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   start();
+   EXPECT_DEATH(
+       program({via("10.0.0.1", "10.0.0.2", 1, 1, 64, Plx::NextHopEntryType::nextHopGlean)}),
+       "assertion \"\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopArpResolved\\(\\) \\) \\|\\| "
+       "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
+}
+
+TEST_F(OverlayBlock, ViasWithTheSameAddressesShareOneChain) {
+   start();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 1, 64), via("10.0.0.1", "10.0.0.2", 1, 2, 128)});
+   EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
+   EXPECT_NE(member(h, 0).underlayHandle(), member(h, 1).underlayHandle());
+   EXPECT_EQ(v4->entrys(), 1u);
+   EXPECT_EQ(nh->entrys(), 2u);  // and the drop entry
+   // The later write stands.
+   EXPECT_EQ(v4->entry({addr("10.0.0.1"), addr("10.0.0.2")}).ttlValue(), 128);
+   expectConsistent();
+}
+
+// The tunnel row's fields, whatever the address family.
+TEST_F(OverlayBlock, TunnelRowCarriesTheViaInTheIpv4Table) {
+   struct Case {
+      const char* src;
+      const char* dst;
+      uint32_t ttl;
+      uint8_t written;
+   };
+   start();
+   for (const Case& c : {Case{"10.0.0.1", "10.0.0.2", 300, 44}, Case{"2001:db8::1", "2001:db8::2", 64, 64},
+                         Case{"10.0.0.1", "10.0.0.9", 255, 255}}) {
+      HandlePtr h = program({via(c.src, c.dst, 1, 1, c.ttl)});
+      const L3TunnelKey key{addr(c.src), addr(c.dst)};
+      ASSERT_TRUE(v4->entryHas(key)) << c.dst;
+      const auto e = v4->entry(key);
+      EXPECT_EQ(e.ttlValue(), c.written) << c.dst;
+      EXPECT_TRUE(e.isIpInIpV4Tunnel()) << c.dst;
+      EXPECT_FALSE(e.isIpInIpV6Tunnel()) << c.dst;
+      EXPECT_EQ(e.srcIpAddr(), addr(c.src));
+      EXPECT_EQ(e.dstIpAddr(), addr(c.dst));
+      EXPECT_EQ(e.strengthProfileIndex1(), U5(17));
+      EXPECT_EQ(h->entryState(), State::success) << c.dst;
+   }
+   EXPECT_EQ(v6->entrys(), 0u);
+   EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
+   expectConsistent();
+}
+
+// A full table is traced and the chain is still written behind it. A table
+// finds out that it is full when what its entry names is programmed, so the
+// trace comes at the latest when the via is handed over again.
+void OverlayBlock::expectFullTableTraced(std::initializer_list<std::string_view> tables,
+                                         uint32_t rowCount, const char* traceText) {
+   for (auto t : tables) chipInfo->tableSizeIs(t, rowCount);
+   start();
+   HandlePtr first = program({via("10.0.0.1", "10.0.0.2", 2)});
+   trace->clear();
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
+   EXPECT_EQ(h, first);
+   EXPECT_EQ(traced(traceText), 2u);
+   EXPECT_EQ(traced("Full"), 2u);  // only the full table says so
+   ASSERT_EQ(block(h).size(), 2u);
+   const HandlePtr& nextHop = member(h, 0).nextHopHandle();
+   EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
+   EXPECT_TRUE(nextHop->isFailed());
+   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+   expectConsistent();
+}
+
+TEST_F(OverlayBlock, FullTunnelTableIsTracedAndTheChainGoesOn) {
+   // Index 0 of the tunnel index space is reserved: one row leaves none.
+   expectFullTableTraced({L3EgrL3Ipv4TunnelTable::typeName, L3EgrL3Ipv6TunnelTable::typeName}, 1,
+                         "fillOverlayNextHopInfo L3EgrL3IpTunnelTables is Full ");
+}
+
+TEST_F(OverlayBlock, FullInterfaceTableIsTracedAndTheChainGoesOn) {
+   expectFullTableTraced(
+       {L3TunnelEgrL3Oif1Table::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName}, 0,
+       "fillOverlayNextHopInfo L3TunnelEgrL3OifTable is Full ");
+}
+
+TEST_F(OverlayBlock, FullNextHopTableIsTracedAndTheBlockStillBuilt) {
+   expectFullTableTraced({L3TunnelIngL3NextHopTable::typeName}, 1,  // the drop entry's row
+                         "fillOverlayNextHopInfo L3TunnelNextHopTable is Full ");
+}
+
+}  // namespace
+}  // namespace test
