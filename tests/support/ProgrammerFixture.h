@@ -110,7 +110,7 @@ protected:
       return h.table()->entry(h.key()).l3Oif1Handle();
    }
 
-   void expectConsistent(const std::string& where = "") {
+   void expectConsistent(const std::string& where = "") override {
       SimFixture::expectConsistent(where);
       InvariantChecker checker(*chip);
       if (members) checker.memberTable(*members);

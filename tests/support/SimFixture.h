@@ -142,7 +142,7 @@ protected:
       return chip->heldResponses() == 0;
    }
    // Every table this fixture has made agrees with the others and the chip.
-   void expectConsistent(const std::string& where = "") {
+   virtual void expectConsistent(const std::string& where = "") {
       InvariantChecker checker(*chip);
       if (v4) checker.table(*v4);
       if (v6) checker.table(*v6);
