@@ -1,0 +1,66 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "Toggle/ToggleState.h"
+
+namespace {
+
+class ToggleState : public ::testing::Test {
+protected:
+   void SetUp() override {
+      dir = std::filesystem::temp_directory_path() /
+            ("toggles-" + std::to_string(::getpid()) + "-" +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+      std::filesystem::create_directories(dir);
+      setenv(toggleDirVariable, dir.c_str(), 1);
+   }
+   void TearDown() override {
+      unsetenv(toggleDirVariable);
+      std::filesystem::remove_all(dir);
+   }
+   void fileIs(const std::string& text) { std::ofstream(dir / "MeridL3.json") << text; }
+   uint32_t state(bool def) { return getToggleState("CommonIifOifIndex", "MeridL3.json", def); }
+   std::filesystem::path dir;
+};
+
+TEST_F(ToggleState, FileDecidesAndAbsenceGivesTheDefault) {
+   struct Case {
+      const char* text;  // null: no file
+      bool defaultState;
+      uint32_t expected;
+   };
+   for (const Case& c : {Case{nullptr, true, 1}, Case{nullptr, false, 0},
+                         Case{"{\"CommonIifOifIndex\": false}", true, 0},
+                         Case{" {\n \"Other\": true, \"CommonIifOifIndex\": true }\n", false, 1},
+                         Case{"{\"CommonIifOifIndex\": 6}", true, 6},
+                         Case{"{\"Other\": false}", true, 1}, Case{"{}", false, 0}}) {
+      std::filesystem::remove(dir / "MeridL3.json");
+      if (c.text) fileIs(c.text);
+      EXPECT_EQ(state(c.defaultState), c.expected) << (c.text ? c.text : "no file");
+   }
+   unsetenv(toggleDirVariable);
+   fileIs("{\"CommonIifOifIndex\": false}");
+   EXPECT_EQ(state(true), 1u) << "without the variable no file is read";
+}
+
+TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
+   for (const char* text : {"", "{\"CommonIifOifIndex\": yes}", "{\"CommonIifOifIndex\" false}",
+                            "{\"CommonIifOifIndex\": true", "{\"a\": 1} x",
+                            "{\"CommonIifOifIndex\": 99999999999}"}) {
+      fileIs(text);
+      try {
+         state(true);
+         ADD_FAILURE() << "accepted: " << text;
+      } catch (const std::invalid_argument& e) {
+         EXPECT_NE(std::string(e.what()).find((dir / "MeridL3.json").string() + ": "),
+                   std::string::npos)
+             << e.what();
+         EXPECT_NE(std::string(e.what()).find(" at byte "), std::string::npos) << e.what();
+      }
+   }
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+// The ECMP member table on its own: blocks wait for what they name, find a
+// contiguous range or report noHwIndex, hear their write responses, and give
+// rows, range and named entries back when their last holder goes. Underlay
+// group handles stand in for next hops, since their states can be steered.
+#include <gtest/gtest.h>
+
+#include "AsicSim/Chip.h"
+#include "Brio/EventLoop.h"
+#include "SharedL3/EcmpGroup1Table.h"
+#include "SharedL3/L3EcmpMember0Table.h"
+#include "support/InvariantChecker.h"
+
+namespace test {
+namespace {
+
+using MeridL3Tunnel::EcmpGroup1Table;
+using MeridL3Tunnel::L3EcmpMember0Table;
+using State = Asic::SwTableBase::EntryState;
+using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
+using Block = L3EcmpMember0Table::EntryHandle;
+
+MeridL3Common::L3AdjIdKey adj(uint32_t id) {
+   return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
+}
+
+class MemberBlock : public ::testing::Test {
+protected:
+   void SetUp() override {
+      Brio::EventLoop::instance().clear();
+      chip = Brio::makePtr<AsicSim::Chip>();
+      chip->install();
+      chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
+      chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, 8);
+      table = makeTable();
+      named = Brio::makePtr<EcmpGroup1Table>();
+   }
+   void TearDown() override {
+      table.reset();
+      Brio::EventLoop::instance().clear();
+      chip->uninstall();
+   }
+   Brio::Ptr<L3EcmpMember0Table> makeTable() {
+      auto t = MeridL3Tunnel::l3EcmpMember0TableFactory();
+      t->doInit(0, nullptr, chipInfo);
+      t->doInitComplete();
+      return t;
+   }
+   // A block of `n` members naming the groups `ids` in turn.
+   L3EcmpMember0Table::EntryBlock blockOf(uint32_t n, std::vector<uint32_t> ids) {
+      L3EcmpMember0Table::EntryBlock b;
+      for (uint32_t i = 0; i < n; ++i) {
+         const HandlePtr h = named->entryWeakRef(adj(ids[i % ids.size()]));
+         b.entryIs(L3EcmpMember0Table::Index(i), {h, nullptr, 0, 0, true});
+      }
+      return b;
+   }
+   static const Block& block(const HandlePtr& h) { return static_cast<const Block&>(*h); }
+   void runLoop() { Brio::EventLoop::instance().runUntilIdle(); }
+   uint32_t rows() const { return chip->table(L3EcmpMember0Table::typeName)->usedRows(); }
+   void expectConsistent() {
+      InvariantChecker checker(*chip);
+      checker.memberTable(*table);
+      auto v = checker.violations();
+      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+   }
+
+   Brio::Ptr<AsicSim::Chip> chip;
+   Brio::Ptr<MeridCentral::ChipInfo> chipInfo;
+   Brio::Ptr<L3EcmpMember0Table> table;
+   Brio::Ptr<EcmpGroup1Table> named;
+};
+
+TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
+   named->entryIs(adj(1), State::inProgress);
+   named->entryIs(adj(2), State::success);
+   HandlePtr h = table->entryBlockRef(blockOf(3, {1, 2}));
+   EXPECT_EQ(h->entryState(), State::unresolved);
+   EXPECT_EQ(block(h).baseIndex(), 0u);
+   EXPECT_EQ(rows(), 0u);
+   named->entryStateIs(adj(1), State::success);
+   EXPECT_EQ(h->entryState(), State::inProgress);
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(h->hwIndex(), 0u);
+   EXPECT_EQ(rows(), 3u);
+   const auto& m = block(h).entryBlock().entry(L3EcmpMember0Table::Index(1));
+   EXPECT_EQ(m.nextHopIdx(), named->entryWeakRef(adj(2))->hwIndex());
+   EXPECT_EQ(m.underlayIdx(), Asic::invalidIndex);
+   expectConsistent();
+}
+
+TEST_F(MemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
+   named->entryIs(adj(1), State::inProgress);
+   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   named->entryStateIs(adj(1), State::failedNeededEntry);
+   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+   named->entryStateIs(adj(1), State::success);
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
+   named->entryIs(adj(1));
+   named->entryIs(adj(2));
+   HandlePtr a = table->entryBlockRef(blockOf(3, {1}));
+   HandlePtr b = table->entryBlockRef(blockOf(2, {2}));
+   HandlePtr c = table->entryBlockRef(blockOf(3, {2}));
+   a = nullptr;  // 0..2 free, 3..4 and 5..7 taken
+   runLoop();
+   HandlePtr big = table->entryBlockRef(blockOf(4, {1, 2}));
+   EXPECT_EQ(big->entryState(), State::noHwIndex);
+   EXPECT_EQ(block(big).baseIndex(), Asic::invalidIndex);
+   EXPECT_EQ(table->indexAllocator().largestFree(), 3u);
+   b = nullptr;  // 0..4 free
+   runLoop();
+   HandlePtr again = table->entryBlockRef(blockOf(4, {1, 2}));
+   EXPECT_EQ(again, big);
+   runLoop();
+   EXPECT_EQ(big->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(MemberBlock, RefusedRowWriteIsNoHwIndex) {
+   named->entryIs(adj(1));
+   chip->writeFailuresIs(L3EcmpMember0Table::typeName, 1);
+   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   runLoop();
+   EXPECT_EQ(h->entryState(), State::noHwIndex);
+   EXPECT_EQ(h->hwIndex(), Asic::invalidIndex);
+   h = nullptr;
+   runLoop();
+   EXPECT_EQ(rows(), 0u);
+   EXPECT_EQ(table->indexAllocator().used(), 0u);
+}
+
+// Released with its writes still unanswered: the rows go at once and the late
+// answers change nothing.
+TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
+   named->entryIs(adj(1));
+   chip->holdResponsesIs(true);
+   HandlePtr h = table->entryBlockRef(blockOf(3, {1}));
+   EXPECT_EQ(h->entryState(), State::inProgress);
+   const HandlePtr group = named->entryWeakRef(adj(1));
+   const uint32_t refsWithBlock = group->references();
+   h = nullptr;
+   EXPECT_EQ(group->references(), refsWithBlock - 3);
+   EXPECT_EQ(rows(), 0u);
+   chip->holdResponsesIs(false);
+   chip->releaseAllResponses();
+   runLoop();
+   EXPECT_EQ(table->entryBlocks(), 0u);
+   HandlePtr next = table->entryBlockRef(blockOf(1, {1}));
+   runLoop();
+   EXPECT_EQ(next->entryState(), State::success);
+   expectConsistent();
+}
+
+TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
+   named->entryIs(adj(1));
+   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   runLoop();
+   table->entryBlockRemoveAll();
+   EXPECT_EQ(table->entryBlocks(), 0u);
+   EXPECT_EQ(rows(), 0u);
+   EXPECT_EQ(h->entryType(), Asic::SwTableBase::EntryHandle::inDeletion());
+   EXPECT_EQ(block(h).size(), 0u);
+   h = nullptr;  // nothing left to release
+   runLoop();
+   expectConsistent();
+}
+
+// A restart destroys the table, not the rows; the next table keeps new blocks
+// off them.
+TEST_F(MemberBlock, RowsSurviveTheTableAndSyncKeepsThemOutOfNewBlocks) {
+   named->entryIs(adj(1));
+   HandlePtr h = table->entryBlockRef(blockOf(3, {1}));
+   runLoop();
+   table.reset();
+   EXPECT_EQ(rows(), 3u);
+   h = nullptr;
+   EXPECT_EQ(rows(), 3u);
+   table = makeTable();
+   table->syncEntries();
+   EXPECT_EQ(table->recoveredRows(), 3u);
+   HandlePtr next = table->entryBlockRef(blockOf(2, {1}));
+   EXPECT_EQ(block(next).baseIndex(), 3u);
+   runLoop();
+   expectConsistent();
+}
+
+TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
+   auto named = Brio::makePtr<EcmpGroup1Table>();
+   const HandlePtr h = named->entryIs(adj(3));
+   const L3EcmpMember0Table::Entry e(h, nullptr, 7, 9, true);
+   const std::string text = valueToStrep(e);
+   EXPECT_EQ(e.rowText(), "Value('MeridL3Tunnel::L3EcmpMember0Table::Entry', ** {'nextHopHandle': "
+                          "0x0, 'underlayHandle': 0x0, 'nextHopIdx': 7, 'underlayIdx': 9, "
+                          "'resolved': True})");
+   Orb::CharRange r(text);
+   const L3EcmpMember0Table::Entry back(r);
+   EXPECT_EQ(back, e);
+   EXPECT_EQ(back.nextHopIdx(), 7u);
+   L3EcmpMember0Table::EntryBlock b;
+   EXPECT_THROW(b.entryIs(L3EcmpMember0Table::Index(1), e), std::out_of_range);
+   b.entryIs(L3EcmpMember0Table::Index(0), e);
+   EXPECT_EQ(b.entrys(), 1u);
+}
+
+}  // namespace
+}  // namespace test
