@@ -47,8 +47,8 @@ Brio::Ptr<L3TunnelOverlayEcmpProgrammer> L3TunnelOverlayEcmpProgrammerIs(
     L3TunnelOverlayEcmpProgrammer::FcsdPtr fcsd, L3TunnelOverlayEcmpProgrammer::LocalEmPtr localEm,
     L3TunnelOverlayEcmpProgrammer::LedgerEmPtr ledgerEm) {
    // Held from the start, so that a throwing switch-on drops the only reference.
-   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> p(new L3TunnelOverlayEcmpProgrammer(
-       std::move(fcsd), std::move(localEm), std::move(ledgerEm)));
+   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> p(
+       new L3TunnelOverlayEcmpProgrammer(std::move(fcsd), std::move(localEm), std::move(ledgerEm)));
    p->notificationIs(true);
    return p;
 }
@@ -56,8 +56,7 @@ Brio::Ptr<L3TunnelOverlayEcmpProgrammer> L3TunnelOverlayEcmpProgrammerIs(
 Brio::Ptr<L3TunnelOverlayEcmpProgrammer> l3TunnelOverlayEcmpProgrammerFactory(
     L3TunnelOverlayEcmpProgrammer::FcsdPtr fcsd, L3TunnelOverlayEcmpProgrammer::LocalEmPtr localEm,
     L3TunnelOverlayEcmpProgrammer::LedgerEmPtr ledgerEm) {
-   return L3TunnelOverlayEcmpProgrammerIs(std::move(fcsd), std::move(localEm),
-                                          std::move(ledgerEm));
+   return L3TunnelOverlayEcmpProgrammerIs(std::move(fcsd), std::move(localEm), std::move(ledgerEm));
 }
 
 void L3TunnelOverlayEcmpProgrammer::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) const {
@@ -120,8 +119,8 @@ void L3TunnelOverlayEcmpProgrammer::initTables(Brio::Ptr<const MeridCentral::Chi
    ORB_ASSERT(l3EgrL3Ipv6TunnelTable()->entrys() == 0);
 
    Brio::Ptr<const Orb::Entity> ecmp = localEm_ ? localEm_->getEntity(ecmpGroupPath) : nullptr;
-   ecmpGroup1Table_ = Brio::Ptr<const EcmpGroup1Table>(
-       dynamic_cast<const EcmpGroup1Table*>(ecmp.ptr()));
+   ecmpGroup1Table_ =
+       Brio::Ptr<const EcmpGroup1Table>(dynamic_cast<const EcmpGroup1Table*>(ecmp.ptr()));
 
    programReservedTunnelDropEntry();
 }
@@ -148,8 +147,7 @@ void L3TunnelOverlayEcmpProgrammer::programReservedTunnelDropEntry() {
 L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fillOverlayNextHopInfo(
     const L3TunnelOverlayViaEntry& viaEntry) {
    ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
-       << " OverlayVia: srcIpAddr=" << viaEntry.srcIpAddr()
-       << " dstIpAddr=" << viaEntry.dstIpAddr()
+       << " OverlayVia: srcIpAddr=" << viaEntry.srcIpAddr() << " dstIpAddr=" << viaEntry.dstIpAddr()
        << " underlayAdjId=" << viaEntry.underlayAdjId().adjId();
    FLIT(traceHandle(), traceProgrammer, "{}: {} underlayAdjId={}", typeName,
         "fillOverlayNextHopInfo", viaEntry.underlayAdjId().adjId());
@@ -203,7 +201,8 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::get
    return ecmpGroup1Table_ ? ecmpGroup1Table_->entryWeakRef(viaEntry.underlayAdjId()) : nullptr;
 }
 
-L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
+L3TunnelOverlayEcmpProgrammer::HandlePtrConst
+L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
     Brio::Ptr<const L3TunnelOverlayVia> viaList) {
    L3EcmpMember0Table::EntryBlock block;
    uint32_t next = 0;
@@ -230,9 +229,9 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::pop
                 << " Underlay is not yet resolved. UnderlayAdjId=  "
                 << viaEntry.underlayAdjId().adjId();
          }
-         block.entryIs(L3EcmpMember0Table::Index(next++),
-                       L3EcmpMember0Table::Entry(std::move(nextHop), std::move(underlay), 0, 0,
-                                                 resolved));
+         block.entryIs(
+             L3EcmpMember0Table::Index(next++),
+             L3EcmpMember0Table::Entry(std::move(nextHop), std::move(underlay), 0, 0, resolved));
       }
    }
    return l3EcmpMember0Table_->entryBlockRef(block);

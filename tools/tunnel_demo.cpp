@@ -1,133 +1,176 @@
-// Programs a handful of IPv4 and IPv6 egress tunnels on the simulated chip and
-// prints what the software tables hold and what the chip's rows hold.
-#include <algorithm>
+// Plays the forwarding agent for a few overlay ECMP groups on the simulated
+// chip: sets the programmer up, programs the groups, reprograms one and
+// releases another, and prints each member block with the tunnel chain behind
+// every member, then what each hardware table holds.
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
+#include <map>
 #include <sstream>
-#include <vector>
+#include <string>
 
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
-#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
-#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
-#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
+#include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
+#include "Plx/NextHopEntryType.h"
 
 using namespace MeridL3Tunnel;
+using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
 
 namespace {
 
-template <class Table>
-void printTable(const Table& table, const AsicSim::Chip& chip) {
-   using Key = typename Table::Key;
-   std::vector<Key> keys;
-   for (auto& [key, handle] : table.entryHandleIteratorConst()) keys.push_back(key);
-   std::sort(keys.begin(), keys.end());
-   std::cout << table.name() << "  (" << table.entrys() << " entries";
-   if (table.indexAllocator())
-      std::cout << ", " << table.indexAllocator()->used() << "/" << table.numEntries()
-                << " indices used in its index space";
-   std::cout << ")\n";
-   std::cout << "  " << std::left << std::setw(46) << "key" << std::setw(8) << "index"
-             << std::setw(12) << "state"
-             << "type\n";
-   for (auto& key : keys) {
-      auto h = table.entryHandle(key);
-      std::ostringstream k;
-      k << key;
-      std::cout << "  " << std::setw(46) << k.str() << std::setw(8) << h->hwIndex() << std::setw(12)
-                << h->entryState() << h->entryType() << "\n";
+constexpr Asic::UnitId unit = L3TunnelOverlayEcmpProgrammer::tableUnit;
+
+L3TunnelOverlayViaEntry via(const char* dst, uint32_t weight, uint32_t adjId, uint32_t ttl = 64) {
+   L3TunnelOverlayViaEntry e;
+   e.nhEntryTypeIs(Plx::nextHopArpResolved());
+   e.srcIpAddrIs(Wire::IpGenAddr("192.0.2.1"));
+   e.dstIpAddrIs(Wire::IpGenAddr(dst));
+   e.ttlIs(ttl);
+   e.weightIs(weight);
+   e.underlayAdjIdIs({adjId, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp});
+   return e;
+}
+
+L3TunnelOverlayViaEntry dropVia(uint32_t weight) {
+   L3TunnelOverlayViaEntry e;
+   e.nhEntryTypeIs(Plx::nextHopDrop());
+   e.weightIs(weight);
+   return e;
+}
+
+Brio::Ptr<const L3TunnelOverlayVia> list(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
+   auto l = l3TunnelOverlayViaFactory();
+   for (auto& v : vias) l->viaPush(v);
+   return l;
+}
+
+std::string indexText(const HandlePtr& h) {
+   if (!h) return "-";
+   std::ostringstream os;
+   if (h->isHwIndexValid())
+      os << h->hwIndex();
+   else
+      os << "none";
+   if (h->entryState() != Asic::SwTableBase::success()) os << " (" << h->entryState() << ")";
+   return os.str();
+}
+
+std::string underlayText(const HandlePtr& h) {
+   if (!h) return "not resolved";
+   if (h->entryState() == Asic::SwTableBase::wontProgram()) return "- (drop)";
+   return "index " + indexText(h);
+}
+
+void printGroup(const std::string& name, const HandlePtr& handle,
+                const L3TunnelOverlayEcmpProgrammer& p) {
+   const auto& b = static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle);
+   std::cout << "group " << name << ": " << b.size() << " members";
+   if (b.baseIndex() != Asic::invalidIndex)
+      std::cout << " in rows " << b.baseIndex() << ".." << b.baseIndex() + b.size() - 1;
+   std::cout << ", " << handle->entryState() << "\n";
+   std::cout << "  " << std::left << std::setw(6) << "slot" << std::setw(10) << "next hop"
+             << std::setw(11) << "interface" << std::setw(8) << "tunnel" << std::setw(34)
+             << "tunnel source -> destination, ttl"
+             << "underlay\n";
+   uint32_t slot = 0;
+   for (const auto& m : b.entryBlock()) {
+      const auto& nh =
+          static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*m.nextHopHandle());
+      const auto entry = p.l3TunnelIngL3NextHopTable()->resolvedEntry(nh.key());
+      const HandlePtr intf = entry ? entry->l3Oif1Handle() : nullptr;
+      std::string tunnelText = "drop";
+      HandlePtr tunnel;
+      if (!entry || !entry->drop()) {
+         tunnel = p.l3EgrL3Ipv4TunnelTable()->entryWeakRef(nh.key());
+         std::ostringstream os;
+         os << nh.key().srcIpAddr() << " -> " << nh.key().dstIpAddr();
+         if (auto t = p.l3EgrL3Ipv4TunnelTable()->resolvedEntry(nh.key()))
+            os << ", " << unsigned(t->ttlValue());
+         tunnelText = os.str();
+      }
+      std::cout << "  " << std::setw(6) << slot++ << std::setw(10) << indexText(m.nextHopHandle())
+                << std::setw(11) << (entry && entry->drop() ? "-" : indexText(intf)) << std::setw(8)
+                << indexText(tunnel) << std::setw(34) << tunnelText
+                << underlayText(m.underlayHandle()) << "\n";
    }
-   auto hw = chip.table(table.name());
-   std::cout << "  hardware rows of " << table.name() << ":\n";
-   for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
-      if (hw->row(i))
-         std::cout << "    [" << i << "] "
-                   << (hw->rowText(i).empty() ? "(in use; the entry has no fields)"
-                                              : hw->rowText(i))
-                   << "\n";
+   std::cout << "\n";
+}
+
+void printRows(const AsicSim::Chip& chip) {
+   std::cout << "hardware tables (rows used / rows; writes, deletes, changed rows):\n";
+   for (const auto& name : chip.tableNames()) {
+      auto t = chip.table(name, unit);
+      if (!t) continue;
+      std::cout << "  " << std::setw(44) << name << std::right << std::setw(4) << t->usedRows()
+                << " / " << std::setw(4) << std::left << t->numEntries() << "  "
+                << t->stats().writes << ", " << t->stats().deletes << ", " << t->stats().changes
+                << "\n";
+   }
    std::cout << "\n";
 }
 
 }  // namespace
 
 int main() {
-   Brio::Ptr<AsicSim::Chip> chip = Brio::makePtr<AsicSim::Chip>();
+   auto chip = Brio::makePtr<AsicSim::Chip>();
    chip->install();
    auto chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
-   chipInfo->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 16);
-   chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 16);
-   auto ledger = Brio::makePtr<Ledger::EntityManager>();
+   for (auto name :
+        {L3EcmpMember0Table::typeName, L3TunnelIngL3NextHopTable::typeName,
+         L3TunnelEgrL3Oif1Table::typeName, L3EgrL3Ipv4TunnelTable::typeName,
+         L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName})
+      chipInfo->tableSizeIs(name, 64);
 
-   chipInfo->tableSizeIs(L3TunnelEgrL3Oif1Table::typeName, 16);
-   chipInfo->tableSizeIs(L3TunnelIngL3NextHopTable::typeName, 16);
-   auto v4 = l3EgrL3Ipv4TunnelTableFactory();
-   auto v6 = l3EgrL3Ipv6TunnelTableFactory();
-   auto oif = l3TunnelEgrL3Oif1TableFactory();
-   auto nh = l3TunnelIngL3NextHopTableFactory();
-   for (Asic::SwTable* t :
-        std::initializer_list<Asic::SwTable*>{v4.ptr(), v6.ptr(), oif.ptr(), nh.ptr()}) {
-      t->doInit(0, ledger, chipInfo);
-      t->doInitComplete();
-   }
+   // What the agent has before it loads the library.
+   auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
+   modules->modIdIs(unit, 0);
+   auto fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
+   fcsd->logicalModInfosIs(modules);
+   auto localEm = Brio::makePtr<Local::EntityManager>();
+   auto underlay = Brio::makePtr<EcmpGroup1Table>();
+   for (uint32_t id = 1; id <= 3; ++id)
+      underlay->entryIs({id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp});
+   localEm->entityIs(EcmpGroup1Table::mountPath, underlay);
+   auto ledgerEm = Brio::makePtr<Ledger::EntityManager>();
 
-   const char* v4Tunnels[][2] = {
-       {"10.0.0.1", "10.1.0.1"}, {"10.0.0.1", "10.1.0.2"}, {"10.0.0.2", "10.1.0.3"}};
-   const char* v6Tunnels[][2] = {{"2001:db8::1", "2001:db8:1::1"},
-                                 {"2001:db8::1", "2001:db8:1::2"}};
-   using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
-   std::vector<HandlePtr> held;
-   for (auto& t : v4Tunnels) {
-      Wire::IpGenAddr src(t[0]), dst(t[1]);
-      held.push_back(v4->entryRef(
-          {src, dst}, L3EgrL3Ipv4TunnelTable::Entry(true, false, src, 64, dst, U5(17))));
-   }
-   for (auto& t : v6Tunnels) {
-      Wire::IpGenAddr src(t[0]), dst(t[1]);
-      held.push_back(v6->entryCommit(
-          {src, dst}, L3EgrL3Ipv6TunnelTable::Entry(false, true, src, 64, dst, U5(17))));
-   }
-   // Chains: each interface names its tunnel and each next hop its interface;
-   // written before the tunnels' write responses are in, they wait for what they name
-   // and carry its index once it is programmed.
-   std::vector<HandlePtr> nextHops;
-   for (auto& [key, tunnelHandle] : v4->entryHandleIteratorConst()) {
-      if (key.dstIpAddr() == Wire::IpGenAddr("10.1.0.3")) continue;
-      auto o = oif->entryRef(key, L3TunnelEgrL3Oif1Table::Entry(tunnelHandle, 0, 0, U5(18)));
-      nextHops.push_back(
-          nh->entryRef(key, L3TunnelIngL3NextHopTable::Entry(o, 0, false, U5(30), U2())));
-   }
-   Brio::EventLoop::instance().runUntilIdle();
+   auto programmer = l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledgerEm);
+   Ledger::MountGroup mounts;
+   programmer->doMountHwTableMountInfo(mounts);
+   programmer->initTables(chipInfo);
+   auto& loop = Brio::EventLoop::instance();
 
-   printTable(*v4, *chip);
-   printTable(*v6, *chip);
-   printTable(*oif, *chip);
-   printTable(*nh, *chip);
+   std::cout << "CommonIifOifIndex is "
+             << (L3TunnelOverlayEcmpProgrammer::commonIifOifIndex()
+                     ? "on: tunnel interfaces live in the merged L3InterfaceTable"
+                     : "off: tunnel interfaces live in L3TunnelEgrL3Oif1Table")
+             << "\n\n";
 
-   // A merged interface: one index, used in the ingress and the egress table.
-   auto intf = l3InterfaceTableFactory();
-   intf->doInit(0, ledger, chipInfo);
-   L3TunnelKey mergedKey(Wire::IpGenAddr("10.0.0.2"), Wire::IpGenAddr("10.1.0.3"));
-   auto merged = intf->entryCommit(
-       mergedKey,
-       L3InterfaceTable::Entry(IngL3Iif::Entry(),
-                               EgrL3Oif1Table::Entry(v4->entryHandle(mergedKey), 0, 0, U5(18))));
-   Brio::EventLoop::instance().runUntilIdle();
-   std::cout << L3InterfaceTable::typeName << "\n  " << mergedKey << " -> index "
-             << merged->hwIndex() << ", " << merged->entryState() << "\n\n";
-   printTable(*intf->ingL3Iif(), *chip);
-   printTable(*intf->egrL3Oif1Table(), *chip);
-   merged.reset();
-   intf.reset();
+   std::map<std::string, HandlePtr> groups;
+   groups["web"] = programmer->populateOverlayEcmpBlock(
+       list({via("198.51.100.1", 2, 1), via("198.51.100.2", 1, 2)}));
+   groups["db"] = programmer->populateOverlayEcmpBlock(
+       list({via("198.51.100.2", 1, 2), via("198.51.100.3", 1, 7), dropVia(1)}));
+   groups["backup"] = programmer->populateOverlayEcmpBlock(list({via("2001:db8::9", 2, 3)}));
+   loop.runUntilIdle();
+   std::cout << "== three groups programmed (adjacency 7 has no underlay group yet)\n\n";
+   for (auto& [name, h] : groups) printGroup(name, h, *programmer);
+   printRows(*chip);
 
-   nextHops.clear();
-   held.clear();
-   nh.reset();
-   oif.reset();
-   v4.reset();
-   v6.reset();
+   // The new block is taken before the old one is let go, as an agent does.
+   HandlePtr web = programmer->populateOverlayEcmpBlock(
+       list({via("198.51.100.1", 1, 1), via("198.51.100.4", 1, 3)}));
+   groups["web"] = web;
+   groups.erase("db");
+   loop.runUntilIdle();
+   std::cout << "== web reprogrammed, db released\n\n";
+   for (auto& [name, h] : groups) printGroup(name, h, *programmer);
+   printRows(*chip);
+
+   groups.clear();
+   web = nullptr;
+   programmer = nullptr;
+   loop.runUntilIdle();
    chip->uninstall();
    return 0;
 }

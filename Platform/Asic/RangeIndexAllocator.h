@@ -36,8 +36,8 @@ private:
    void extentIs(Index first, uint32_t size);
    void extentDel(std::map<Index, uint32_t>::iterator it);
 
-   std::map<Index, uint32_t> byStart_;             // first -> size
-   std::set<std::pair<uint32_t, Index>> bySize_;   // (size, first)
+   std::map<Index, uint32_t> byStart_;            // first -> size
+   std::set<std::pair<uint32_t, Index>> bySize_;  // (size, first)
    uint32_t count_ = 0;
    uint32_t used_ = 0;
 };

@@ -47,9 +47,9 @@ TEST_F(ToggleState, FileDecidesAndAbsenceGivesTheDefault) {
 }
 
 TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
-   for (const char* text : {"", "{\"CommonIifOifIndex\": yes}", "{\"CommonIifOifIndex\" false}",
-                            "{\"CommonIifOifIndex\": true", "{\"a\": 1} x",
-                            "{\"CommonIifOifIndex\": 99999999999}"}) {
+   for (const char* text :
+        {"", "{\"CommonIifOifIndex\": yes}", "{\"CommonIifOifIndex\" false}",
+         "{\"CommonIifOifIndex\": true", "{\"a\": 1} x", "{\"CommonIifOifIndex\": 99999999999}"}) {
       fileIs(text);
       try {
          state(true);

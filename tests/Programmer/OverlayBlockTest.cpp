@@ -76,6 +76,16 @@ TEST_F(OverlayBlock, DropViaMembersShareTheReservedDropNextHop) {
    expectConsistent();
 }
 
+TEST_F(OverlayBlock, MissingDropEntryIsTracedAndItsNullHandleUsed) {
+   start();
+   nh->entryRemove(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
+   runLoop();
+   HandlePtr h = program({dropVia(2)});
+   EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 2u);
+   EXPECT_FALSE(member(h, 1).nextHopHandle());
+   EXPECT_EQ(member(h, 1).nextHopIdx(), Asic::invalidIndex);
+}
+
 TEST_F(OverlayBlock, EmptyListGivesAnEmptyBlock) {
    start();
    HandlePtr h = program({});
@@ -122,7 +132,8 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
 
 TEST_F(OverlayBlock, ViasWithTheSameAddressesShareOneChain) {
    start();
-   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 1, 64), via("10.0.0.1", "10.0.0.2", 1, 2, 128)});
+   HandlePtr h =
+       program({via("10.0.0.1", "10.0.0.2", 1, 1, 64), via("10.0.0.1", "10.0.0.2", 1, 2, 128)});
    EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
    EXPECT_NE(member(h, 0).underlayHandle(), member(h, 1).underlayHandle());
    EXPECT_EQ(v4->entrys(), 1u);
@@ -141,8 +152,9 @@ TEST_F(OverlayBlock, TunnelRowCarriesTheViaInTheIpv4Table) {
       uint8_t written;
    };
    start();
-   for (const Case& c : {Case{"10.0.0.1", "10.0.0.2", 300, 44}, Case{"2001:db8::1", "2001:db8::2", 64, 64},
-                         Case{"10.0.0.1", "10.0.0.9", 255, 255}}) {
+   for (const Case& c :
+        {Case{"10.0.0.1", "10.0.0.2", 300, 44}, Case{"2001:db8::1", "2001:db8::2", 64, 64},
+         Case{"10.0.0.1", "10.0.0.9", 255, 255}}) {
       HandlePtr h = program({via(c.src, c.dst, 1, 1, c.ttl)});
       const L3TunnelKey key{addr(c.src), addr(c.dst)};
       ASSERT_TRUE(v4->entryHas(key)) << c.dst;

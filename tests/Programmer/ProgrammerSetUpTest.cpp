@@ -16,30 +16,37 @@ using ProgrammerSetUpDeathTest = ProgrammerFixture;
 
 TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
    ASSERT_EQ(L3TunnelOverlayEcmpProgrammer::commonIifOifIndex(), expectedToggle());
-   start();
+   {
+      Orb::TraceCapture trace("MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5");
+      start();
+      EXPECT_EQ(trace.lines(),
+                std::vector<std::string>{"MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer: "
+                                         "initTables Initialize L3OverlayTunnel tables"});
+   }
    std::vector<std::string> owners;
    for (auto& m : mounts.mounts()) owners.push_back(m.owner);
    auto util = [](std::string_view t) { return std::string(t) + "::Util"; };
    if (expectedToggle()) {
       EXPECT_TRUE(programmer->l3InterfaceTable());
       EXPECT_FALSE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners, (std::vector{util(L3EcmpMember0Table::typeName),
-                                     util(L3TunnelIngL3NextHopTable::typeName),
-                                     util(IngL3Iif::typeName), util(EgrL3Oif1Table::typeName),
-                                     util(L3EgrL3Ipv4TunnelTable::typeName),
-                                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
+      EXPECT_EQ(owners,
+                (std::vector{util(L3EcmpMember0Table::typeName),
+                             util(L3TunnelIngL3NextHopTable::typeName), util(IngL3Iif::typeName),
+                             util(EgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
+                             util(L3EgrL3Ipv6TunnelTable::typeName)}));
    } else {
       EXPECT_FALSE(programmer->l3InterfaceTable());
       EXPECT_TRUE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners, (std::vector{util(L3EcmpMember0Table::typeName),
-                                     util(L3TunnelIngL3NextHopTable::typeName),
-                                     util(L3TunnelEgrL3Oif1Table::typeName),
-                                     util(L3EgrL3Ipv4TunnelTable::typeName),
-                                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
+      EXPECT_EQ(owners,
+                (std::vector{
+                    util(L3EcmpMember0Table::typeName), util(L3TunnelIngL3NextHopTable::typeName),
+                    util(L3TunnelEgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
+                    util(L3EgrL3Ipv6TunnelTable::typeName)}));
    }
    EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), groups.ptr());
-   for (auto* t : {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
-                   static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
+   for (auto* t :
+        {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
+         static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
       EXPECT_EQ(t->unitId(), 0x1FFu) << t->name();
       EXPECT_TRUE(ledger->entity("hardware/table/" + std::string(t->name()))) << t->name();
    }
@@ -72,8 +79,9 @@ TEST_F(ProgrammerSetUp, MissingUnderlayGroupTableLeavesItNullAndEveryUnderlayUnr
    EXPECT_EQ(block(h).size(), 2u);
    EXPECT_FALSE(block(h).entryBlock().entry(L3EcmpMember0Table::Index(0)).underlayHandle());
    EXPECT_EQ(std::count_if(trace.lines().begin(), trace.lines().end(),
-                           [](auto& l) { return l.find("Underlay is not yet resolved") !=
-                                                std::string::npos; }),
+                           [](auto& l) {
+                              return l.find("Underlay is not yet resolved") != std::string::npos;
+                           }),
              2);
 }
 
@@ -94,7 +102,8 @@ TEST_F(ProgrammerSetUp, GroupIsProgrammedEndToEndThroughTheToggledInterfaceTable
       EXPECT_TRUE(m.resolved());
       const HandlePtr intfHandle = interfaceOf(nextHop);
       ASSERT_EQ(intfHandle->entryState(), State::success);
-      const auto& nhKey = static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
+      const auto& nhKey =
+          static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
       EXPECT_EQ(nh->entry(nhKey).l3Oif1(), intfHandle->hwIndex());
       HandlePtr tunnel = v4->entryWeakRef(nhKey);
       ASSERT_EQ(tunnel->entryState(), State::success);
@@ -114,8 +123,9 @@ TEST_F(ProgrammerSetUp, GroupIsProgrammedEndToEndThroughTheToggledInterfaceTable
 TEST_F(ProgrammerSetUpDeathTest, BrokenPlatformStopsInitTables) {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
    fcsd->logicalModInfosIs(nullptr);
-   EXPECT_DEATH(start(), "assertion \"fcsd\\(\\)->logicalModInfos\\(\\)\" failed "
-                         "\\(L3TunnelOverlayEcmpProgrammer:[0-9]+\\)");
+   EXPECT_DEATH(start(),
+                "assertion \"fcsd\\(\\)->logicalModInfos\\(\\)\" failed "
+                "\\(L3TunnelOverlayEcmpProgrammer:[0-9]+\\)");
    fcsd = nullptr;
    EXPECT_DEATH(start(), "assertion \"fcsd\\(\\)->logicalModInfos\\(\\)\" failed");
 }
@@ -138,11 +148,10 @@ TEST_F(ProgrammerSetUp, FactoriesAreFoundByNameInTheSharedLibrary) {
    void* lib = dlopen(MERIDL3TUNNEL_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
    if (!lib) lib = dlopen(MERIDL3TUNNEL_LIBRARY, RTLD_NOW);
    ASSERT_TRUE(lib) << dlerror();
-   for (const char* name :
-        {"l3TunnelOverlayEcmpProgrammerFactory", "l3TunnelOverlayViaFactory",
-         "l3EgrL3Ipv4TunnelTableFactory", "l3EgrL3Ipv6TunnelTableFactory",
-         "l3TunnelEgrL3Oif1TableFactory", "l3TunnelIngL3NextHopTableFactory", "ingL3IifFactory",
-         "egrL3Oif1TableFactory", "l3InterfaceTableFactory"})
+   for (const char* name : {"l3TunnelOverlayEcmpProgrammerFactory", "l3TunnelOverlayViaFactory",
+                            "l3EgrL3Ipv4TunnelTableFactory", "l3EgrL3Ipv6TunnelTableFactory",
+                            "l3TunnelEgrL3Oif1TableFactory", "l3TunnelIngL3NextHopTableFactory",
+                            "ingL3IifFactory", "egrL3Oif1TableFactory", "l3InterfaceTableFactory"})
       EXPECT_TRUE(dlsym(lib, name)) << name;
    using ProgrammerFactory = decltype(&MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory);
    using ViaFactory = decltype(&MeridL3Tunnel::l3TunnelOverlayViaFactory);

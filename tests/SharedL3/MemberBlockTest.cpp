@@ -194,9 +194,10 @@ TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
    const HandlePtr h = named->entryIs(adj(3));
    const L3EcmpMember0Table::Entry e(h, nullptr, 7, 9, true);
    const std::string text = valueToStrep(e);
-   EXPECT_EQ(e.rowText(), "Value('MeridL3Tunnel::L3EcmpMember0Table::Entry', ** {'nextHopHandle': "
-                          "0x0, 'underlayHandle': 0x0, 'nextHopIdx': 7, 'underlayIdx': 9, "
-                          "'resolved': True})");
+   EXPECT_EQ(e.rowText(),
+             "Value('MeridL3Tunnel::L3EcmpMember0Table::Entry', ** {'nextHopHandle': "
+             "0x0, 'underlayHandle': 0x0, 'nextHopIdx': 7, 'underlayIdx': 9, "
+             "'resolved': True})");
    Orb::CharRange r(text);
    const L3EcmpMember0Table::Entry back(r);
    EXPECT_EQ(back, e);
@@ -205,6 +206,30 @@ TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
    EXPECT_THROW(b.entryIs(L3EcmpMember0Table::Index(1), e), std::out_of_range);
    b.entryIs(L3EcmpMember0Table::Index(0), e);
    EXPECT_EQ(b.entrys(), 1u);
+}
+
+}  // namespace
+}  // namespace test
+
+namespace test {
+namespace {
+
+TEST(UnderlayGroups, IndicesComeAndGoWithTheGroups) {
+   auto groups = Brio::makePtr<EcmpGroup1Table>(2);
+   const HandlePtr a = groups->entryIs(adj(1));
+   const HandlePtr b = groups->entryIs(adj(2), State::inProgress);
+   const HandlePtr c = groups->entryIs(adj(3));
+   EXPECT_EQ(a->hwIndex(), 0u);
+   EXPECT_EQ(b->entryState(), State::inProgress);
+   EXPECT_EQ(c->entryState(), State::noHwIndex);
+   EXPECT_EQ(groups->entryWeakRef(adj(4)), nullptr);
+   groups->entryDel(adj(1));
+   EXPECT_FALSE(groups->entryHas(adj(1)));
+   EXPECT_EQ(a->entryState(), State::unresolved);
+   EXPECT_EQ(a->hwIndex(), Asic::invalidIndex);
+   groups->entryIs(adj(3));  // the owner tries again
+   EXPECT_EQ(c->entryState(), State::success);
+   EXPECT_EQ(c->hwIndex(), 0u);
 }
 
 }  // namespace

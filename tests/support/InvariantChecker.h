@@ -108,8 +108,8 @@ public:
          }
       });
       if (t.indexAllocator().used() != placed + t.recoveredRows())
-         fail(t.name(), ": ", t.indexAllocator().used(), " indices allocated, blocks hold ",
-              placed, " and ", t.recoveredRows(), " were found at a restart");
+         fail(t.name(), ": ", t.indexAllocator().used(), " indices allocated, blocks hold ", placed,
+              " and ", t.recoveredRows(), " were found at a restart");
       for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
          if (!hw->row(i) || !t.indexAllocator().isFree(i)) continue;
          fail(t.name(), ": row ", i, " is used but its index is free");

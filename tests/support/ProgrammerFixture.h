@@ -42,7 +42,8 @@ inline L3TunnelOverlayViaEntry dropVia(uint32_t weight) {
    return via("0.0.0.0", "0.0.0.0", weight, 0, 0, Plx::nextHopDrop());
 }
 
-inline Brio::Ptr<const L3TunnelOverlayVia> viaList(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
+inline Brio::Ptr<const L3TunnelOverlayVia> viaList(
+    std::initializer_list<L3TunnelOverlayViaEntry> vias) {
    auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
    for (auto& v : vias) list->viaPush(v);
    return list;
@@ -63,10 +64,10 @@ protected:
    void SetUp() override {
       SimFixture::SetUp();
       unit = L3TunnelOverlayEcmpProgrammer::tableUnit;
-      for (auto name : {L3EcmpMember0Table::typeName, L3TunnelIngL3NextHopTable::typeName,
-                        L3TunnelEgrL3Oif1Table::typeName, L3EgrL3Ipv4TunnelTable::typeName,
-                        L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName,
-                        EgrL3Oif1Table::typeName})
+      for (auto name :
+           {L3EcmpMember0Table::typeName, L3TunnelIngL3NextHopTable::typeName,
+            L3TunnelEgrL3Oif1Table::typeName, L3EgrL3Ipv4TunnelTable::typeName,
+            L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName})
          chipInfo->tableSizeIs(name, rows);
       auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
       modules->modIdIs(L3TunnelOverlayEcmpProgrammer::tableUnit, 0);
