@@ -69,6 +69,13 @@ Asic::HwRequestId Util::hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index inde
    return chip_->erase(*this, static_cast<HwTable&>(hwTable), index);
 }
 
+Orb::Optional<std::string> Util::hwTableEntryText(const Asic::HwTable& hwTable,
+                                                  Asic::Index index) const {
+   const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
+   if (!row) return {};
+   return *row;
+}
+
 void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
                               Asic::HwTable& hwTable) {
    auto& t = static_cast<HwTable&>(hwTable);

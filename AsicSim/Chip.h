@@ -72,6 +72,8 @@ public:
    Asic::HwRequestId hwTableEntryIs(Asic::HwTable& hwTable, Asic::Index index,
                                     const Asic::EntryBase* entry) override;
    Asic::HwRequestId hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) override;
+   Orb::Optional<std::string> hwTableEntryText(const Asic::HwTable& hwTable,
+                                               Asic::Index index) const override;
    Asic::Index maxIndex() const override;
    void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
                            Asic::HwTable& hwTable) override;

@@ -815,6 +815,35 @@ struct SwTable::Accessor {
       }
    }
 
+   // The agent's replay after a restart is done: rows the sync found whose key
+   // no entry has claimed since are deleted and their indices given back. An
+   // index-keyed table's rows belong to the table that allocates its indices,
+   // which purges them.
+   static void purgeStaleEntries(T& t) {
+      if constexpr (!T::knownIndex) {
+         Util* util = liveUtil(t);
+         auto& alloc = t.data_.indexAllocator;
+         if (!util || !alloc) return;
+         auto rows = Brio::makePtr<FirstFreeIndexAllocator>();
+         rows->indexCountIs(t.numEntries());
+         rows->initializedIs(true);
+         util->syncIndexAllocator(Orb::typeId<Key>(), *rows, *t.hwTable());
+         std::vector<std::pair<Index, Key>> stale;
+         rows->forEachHeldIndex([&](Index i, const Orb::GenericValue& k) {
+            const Key& key = *k.template as<Key>();
+            if (!entryHandle(t, key) && !t.data_.resolvedEntry.count(key))
+               stale.emplace_back(i, key);
+         });
+         ORB_TRACE(trace(), traceWrite, "purgeStaleEntries")
+             << " : rows nobody claimed: " << stale.size();
+         for (auto& [i, key] : stale) {
+            ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : stale key: " << key;
+            util->hwTableEntryDel(*t.hwTable(), i);
+            if (alloc->indexForKey(key) == i) doReleaseHwIndex(t, key);
+         }
+      }
+   }
+
    static Orb::GenericValue hwRowKey(const T& t, Index index) {
       if constexpr (T::knownIndex) {
          return t.indexKeySource()

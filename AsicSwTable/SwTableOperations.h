@@ -60,6 +60,7 @@ public:                                                                         
    void doCompleteEntryHandleForTesting(const Key& key, Orb::Optional<Asic::Index> index);       \
    void cleanup();                                                                               \
    void syncEntries() override;                                                                  \
+   void purgeStaleEntries();                                                                     \
    Orb::GenericValue hwRowKey(Asic::Index index) const override;                                 \
    static void doMountHwTableMountInfo(Ledger::MountGroup& mountGroup);                          \
    void doRecoverHwTable(Asic::RecoverGroup& recoverGroup, Asic::UnitId unit,                    \
@@ -147,6 +148,7 @@ public:
    }                                                                                               \
    void T::cleanup() { Asic::SwTable::Accessor<T>::cleanupTable(*this); }                          \
    void T::syncEntries() { Asic::SwTable::Accessor<T>::syncEntries(*this); }                       \
+   void T::purgeStaleEntries() { Asic::SwTable::Accessor<T>::purgeStaleEntries(*this); }           \
    Orb::GenericValue T::hwRowKey(Asic::Index i) const {                                            \
       return Asic::SwTable::Accessor<T>::hwRowKey(*this, i);                                       \
    }                                                                                               \

@@ -243,6 +243,31 @@ void L3InterfaceTable::doInit(Asic::UnitId unit, Brio::Ptr<Ledger::EntityManager
    indexDeallocatorSmIs(this);
 }
 
+void L3InterfaceTable::purgeStaleEntries() {
+   if (!indexAllocator_) return;
+   std::vector<std::pair<Asic::Index, Orb::GenericValue>> stale;
+   indexAllocator_->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& k) {
+      const Key* key = k.as<Key>();
+      if (!key || entryHandle(*key) || mergedEntryHas(*key) || unresolvedMergedEntryHas(*key))
+         return;
+      // A member entry still at the index is on its way out: the deallocator frees it.
+      if (ingL3Iif_->entryHandle(IngL3Iif::Index(i)) ||
+          egrL3Oif1Table_->entryHandle(EgrL3Oif1Table::Index(i)))
+         return;
+      stale.emplace_back(i, k);
+   });
+   ORB_TRACE(traceHandle(), 5, "purgeStaleEntries")
+       << " : indices nobody claimed: " << stale.size();
+   for (auto& [i, key] : stale) {
+      for (Asic::SwTable* member : {static_cast<Asic::SwTable*>(ingL3Iif_.ptr()),
+                                    static_cast<Asic::SwTable*>(egrL3Oif1Table_.ptr())}) {
+         if (member->util() && member->hwTable())
+            member->util()->hwTableEntryDel(*member->hwTable(), i);
+      }
+      indexAllocator_->releaseIndex(key);
+   }
+}
+
 void L3InterfaceTable::doInitAllocator() {
    auto shalloc = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(
        Orb::typeId<L3InterfaceTable>(), this);

@@ -152,6 +152,10 @@ public:
    void doInitAllocator();
    void doPublishHwTableMountInfo() override;
    void doEnclosingInit();
+   // The agent's replay after a restart is done: indices found in the member
+   // rows whose key no merged entry has claimed since are freed, their member
+   // rows deleted.
+   void purgeStaleEntries();
    static void doMountHwTableMountInfo(Ledger::MountGroup& mountGroup);
 
    // Members.

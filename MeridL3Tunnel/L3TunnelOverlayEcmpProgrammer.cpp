@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "Asic/RecoverGroup.h"
 #include "Flit/Flit.h"
 #include "Orb/Assert.h"
 #include "Plx/NextHopEntryType.h"
@@ -90,8 +91,7 @@ void L3TunnelOverlayEcmpProgrammer::initTable(
 void L3TunnelOverlayEcmpProgrammer::initTables(Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
    ORB_TRACE(traceHandle(), traceProgrammer, "initTables") << "Initialize L3OverlayTunnel tables";
    FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName, "Initialize L3OverlayTunnel tables");
-   if (!fcsd() || !fcsd()->logicalModInfos())
-      Orb::assertFail("fcsd()->logicalModInfos()", "", __FILE__, __LINE__);
+   requireModuleInfo();
 
    l3EcmpMember0Table_ = l3EcmpMember0TableFactory();
    initTable(*l3EcmpMember0Table_, chipInfo);
@@ -118,11 +118,59 @@ void L3TunnelOverlayEcmpProgrammer::initTables(Brio::Ptr<const MeridCentral::Chi
    initTable(*l3EgrL3Ipv6TunnelTable_, chipInfo);
    ORB_ASSERT(l3EgrL3Ipv6TunnelTable()->entrys() == 0);
 
+   ecmpGroup1TableFind();
+   programReservedTunnelDropEntry();
+}
+
+void L3TunnelOverlayEcmpProgrammer::requireModuleInfo() const {
+   if (!fcsd() || !fcsd()->logicalModInfos())
+      Orb::assertFail("fcsd()->logicalModInfos()", "", __FILE__, __LINE__);
+}
+
+void L3TunnelOverlayEcmpProgrammer::ecmpGroup1TableFind() {
    Brio::Ptr<const Orb::Entity> ecmp = localEm_ ? localEm_->getEntity(ecmpGroupPath) : nullptr;
    ecmpGroup1Table_ =
        Brio::Ptr<const EcmpGroup1Table>(dynamic_cast<const EcmpGroup1Table*>(ecmp.ptr()));
+}
 
+void L3TunnelOverlayEcmpProgrammer::recoverTables(
+    Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
+   ORB_TRACE(traceHandle(), traceProgrammer, "recoverTables") << "Recover L3OverlayTunnel tables";
+   FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName, "Recover L3OverlayTunnel tables");
+   requireModuleInfo();
+   l3EcmpMember0Table_ = l3EcmpMember0TableFactory();
+   l3TunnelIngL3NextHopTable_ = l3TunnelIngL3NextHopTableFactory();
+   l3EgrL3Ipv4TunnelTable_ = l3EgrL3Ipv4TunnelTableFactory();
+   l3EgrL3Ipv6TunnelTable_ = l3EgrL3Ipv6TunnelTableFactory();
+   std::vector<Asic::SwTable*> tables{l3EcmpMember0Table_.ptr(), l3TunnelIngL3NextHopTable_.ptr(),
+                                      l3EgrL3Ipv4TunnelTable_.ptr(), l3EgrL3Ipv6TunnelTable_.ptr()};
+   if (commonIifOifIndex()) {
+      // The merged table learns its indices from its members' rows itself.
+      l3InterfaceTable_ = l3InterfaceTableFactory();
+      l3InterfaceTable_->doInit(tableUnit, ledgerEm_, chipInfo);
+      l3InterfaceTable_->doPublishHwTableMountInfo();
+   } else {
+      l3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
+      tables.push_back(l3TunnelEgrL3Oif1Table_.ptr());
+   }
+   Asic::RecoverGroup recoverGroup;
+   for (auto* t : tables) recoverGroup.tableIs(*t, tableUnit, ledgerEm_, chipInfo);
+   recoverGroup.recover();
+   for (auto* t : tables) t->doPublishHwTableMountInfo();
+   ecmpGroup1TableFind();
    programReservedTunnelDropEntry();
+}
+
+void L3TunnelOverlayEcmpProgrammer::purgeStaleEntries() {
+   ORB_TRACE(traceHandle(), traceProgrammer, "purgeStaleEntries") << "Purge stale entries";
+   // Members first: their rows name next hops, which name interfaces, which
+   // name tunnels.
+   if (l3EcmpMember0Table_) l3EcmpMember0Table_->purgeStaleEntries();
+   if (l3TunnelIngL3NextHopTable_) l3TunnelIngL3NextHopTable_->purgeStaleEntries();
+   if (l3InterfaceTable_) l3InterfaceTable_->purgeStaleEntries();
+   if (l3TunnelEgrL3Oif1Table_) l3TunnelEgrL3Oif1Table_->purgeStaleEntries();
+   if (l3EgrL3Ipv4TunnelTable_) l3EgrL3Ipv4TunnelTable_->purgeStaleEntries();
+   if (l3EgrL3Ipv6TunnelTable_) l3EgrL3Ipv6TunnelTable_->purgeStaleEntries();
 }
 
 L3TunnelKey L3TunnelOverlayEcmpProgrammer::getTunnelDropKey() {

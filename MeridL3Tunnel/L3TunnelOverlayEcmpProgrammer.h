@@ -83,6 +83,14 @@ public:
    // process when the agent's common state lacks its module information, a
    // table is not empty, or the drop entry cannot be installed.
    void initTables(Brio::Ptr<const MeridCentral::ChipInfo> chipInfo);
+   // After an agent restart, in place of initTables: makes the same tables,
+   // re-attaches each to the rows its hardware table kept and learns which
+   // indices they use, empties nothing, and installs the drop entry (on its
+   // old row). The agent then replays its groups and calls purgeStaleEntries.
+   void recoverTables(Brio::Ptr<const MeridCentral::ChipInfo> chipInfo);
+   // The replay is done: rows found at the recovery that no write has claimed
+   // since are deleted from every table and their indices freed.
+   void purgeStaleEntries();
 
    // The key of the reserved drop next hop: both addresses IPv4 zero.
    static L3TunnelKey getTunnelDropKey();
@@ -107,6 +115,8 @@ private:
 
    template <class Table>
    void initTable(Table& table, const Brio::Ptr<const MeridCentral::ChipInfo>& chipInfo);
+   void requireModuleInfo() const;
+   void ecmpGroup1TableFind();
 
    // Declaration order is the order of the attributes; destruction releases
    // them in reverse.

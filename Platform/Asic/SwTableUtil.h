@@ -2,6 +2,7 @@
 // The hardware-access object of a table: the plug-in that writes rows of one
 // hardware table. Tables own one each; the plug-in loader supplies it.
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "Asic/EntryBase.h"
@@ -9,6 +10,7 @@
 #include "Asic/RecoverGroup.h"
 #include "Asic/SwTable.h"
 #include "Ledger/MountGroup.h"
+#include "Orb/Optional.h"
 
 #pragma GCC visibility push(default)
 namespace Asic {
@@ -21,6 +23,9 @@ public:
    // request whose response will confirm it.
    virtual HwRequestId hwTableEntryIs(HwTable& hwTable, Index index, const EntryBase* entry) = 0;
    virtual HwRequestId hwTableEntryDel(HwTable& hwTable, Index index) = 0;
+   // Reads a row back: the content a row holds, or nothing when it is clear
+   // (or the hardware cannot tell).
+   virtual Orb::Optional<std::string> hwTableEntryText(const HwTable&, Index) const { return {}; }
    // Marks in `allocator` every index the hardware table's rows use, with the
    // row's key, for rows whose key is of `keyType`.
    virtual void syncIndexAllocator(Orb::TypeId keyType, GenericIndexAllocator& allocator,

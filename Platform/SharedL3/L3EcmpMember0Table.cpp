@@ -106,6 +106,37 @@ uint32_t L3EcmpMember0Table::EntryBlock::hash(uint32_t seed) const {
    return h.result();
 }
 
+uint32_t L3EcmpMember0Table::RowKey::hash(uint32_t seed) const {
+   return Orb::Hash(seed).mix(index).mix(base).mix(size).result();
+}
+
+// Text form: RowKey(5, 4, 3): row 5 of the block of 3 rows at 4.
+std::ostream& operator<<(std::ostream& os, const L3EcmpMember0Table::RowKey& k) {
+   return os << "RowKey(" << k.index << ", " << k.base << ", " << k.size << ")";
+}
+
+L3EcmpMember0Table::RowKey::RowKey(Orb::CharRange& r) {
+   r.needString("RowKey(");
+   index = Orb::deserializeAttr<uint32_t>(r, "index");
+   r.needString(", ");
+   base = Orb::deserializeAttr<uint32_t>(r, "base");
+   r.needString(", ");
+   size = Orb::deserializeAttr<uint32_t>(r, "size");
+   r.needString(")");
+}
+
+namespace {
+// The row text of every member, as the chip would hold it, hashed.
+uint32_t rowsHash(const L3EcmpMember0Table::EntryBlock& block) {
+   Orb::Hash h(blockSeed);
+   for (auto& m : block) {
+      const std::string text = m.rowText();
+      h.mixBytes(text.data(), text.size());
+   }
+   return h.result();
+}
+}  // namespace
+
 // ---- block handle ------------------------------------------------------------
 
 // Watches the entries a block's members name until all are programmed.
@@ -176,22 +207,86 @@ void L3EcmpMember0Table::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup)
 void L3EcmpMember0Table::doInitAllocator() { ranges_.indexCountIs(numEntries()); }
 
 Orb::GenericValue L3EcmpMember0Table::hwRowKey(Asic::Index index) const {
-   return Orb::GenericValue::of(Index(index));
+   auto it = byBase_.upper_bound(index);
+   if (it != byBase_.begin()) {
+      --it;
+      if (index - it->first < it->second->size())
+         return Orb::GenericValue::of(RowKey(index, it->first, it->second->size()));
+   }
+   return Orb::GenericValue::of(RowKey(index, index, 1));
 }
 
-// Rows already on the chip keep their indices out of new blocks' way.
+// Rows already on the chip keep their indices out of new blocks' way until a
+// block with the same rows claims them or they are purged.
 void L3EcmpMember0Table::syncEntries() {
    recoveredRow_.clear();
+   recoveredBlock_.clear();
    if (!util() || !hwTable()) return;
    auto seen = Brio::makePtr<Asic::FirstFreeIndexAllocator>();
    seen->indexCountIs(numEntries());
    seen->initializedIs(true);
-   util()->syncIndexAllocator(Orb::typeId<Index>(), *seen, *hwTable());
-   seen->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue&) {
-      if (ranges_.rangeClaim(i, 1)) recoveredRow_.push_back(i);
+   util()->syncIndexAllocator(Orb::typeId<RowKey>(), *seen, *hwTable());
+   std::map<Asic::Index, RowKey> rowKey;
+   seen->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& key) {
+      if (!ranges_.rangeClaim(i, 1)) return;
+      recoveredRow_.insert(i);
+      rowKey.emplace(i, *key.as<RowKey>());
    });
+   // A block is recovered whole only when every row of it is there.
+   for (auto& [i, key] : rowKey) {
+      if (key.index != key.base || key.size == 0) continue;
+      Orb::Hash h(blockSeed);
+      bool whole = true;
+      for (uint32_t r = 0; r < key.size && whole; ++r) {
+         auto it = rowKey.find(key.base + r);
+         auto text = util()->hwTableEntryText(*hwTable(), key.base + r);
+         whole = it != rowKey.end() && it->second.base == key.base && it->second.size == key.size &&
+                 text;
+         if (whole) h.mixBytes(text->data(), text->size());
+      }
+      if (whole) recoveredBlock_.emplace(h.result(), key);
+   }
    ORB_TRACE(traceHandle(), traceState, "syncEntries")
-       << " : rows found in use: " << recoveredRow_.size();
+       << " : rows found in use: " << recoveredRow_.size()
+       << ", whole blocks: " << recoveredBlock_.size();
+}
+
+bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base, const EntryBlock& block) const {
+   uint32_t r = 0;
+   for (auto& m : block) {
+      if (!recoveredRow_.count(base + r)) return false;
+      auto text = util()->hwTableEntryText(*hwTable(), base + r++);
+      if (!text || *text != m.rowText()) return false;
+   }
+   return true;
+}
+
+// A recovered block with exactly these rows, else a free range.
+Asic::Index L3EcmpMember0Table::rangeFor(const EntryHandle& h) {
+   if (!recoveredBlock_.empty() && util() && hwTable()) {
+      auto [first, last] = recoveredBlock_.equal_range(rowsHash(h.block_));
+      for (auto it = first; it != last; ++it) {
+         const RowKey k = it->second;
+         if (k.size != h.size() || !recoveredRowsEqual(k.base, h.block_)) continue;
+         recoveredBlock_.erase(it);
+         for (uint32_t r = 0; r < k.size; ++r) recoveredRow_.erase(k.base + r);
+         ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
+             << " : block takes back its rows at " << k.base;
+         return k.base;
+      }
+   }
+   return ranges_.rangeNew(h.size());
+}
+
+void L3EcmpMember0Table::purgeStaleEntries() {
+   ORB_TRACE(traceHandle(), traceWrite, "purgeStaleEntries")
+       << " : rows nobody claimed: " << recoveredRow_.size();
+   for (Asic::Index i : recoveredRow_) {
+      if (util() && hwTable()) util()->hwTableEntryDel(*hwTable(), i);
+      ranges_.rangeDel(i, 1);
+   }
+   recoveredRow_.clear();
+   recoveredBlock_.clear();
 }
 
 L3EcmpMember0Table::EntryHandlePtrConst L3EcmpMember0Table::entryBlockRef(const EntryBlock& block) {
@@ -223,14 +318,6 @@ void L3EcmpMember0Table::place(EntryHandle& h) {
       h.resolvedEntryStateIs(State::success);
       return;
    }
-   if (h.base_ == Asic::invalidIndex) h.base_ = ranges_.rangeNew(n);
-   if (h.base_ == Asic::invalidIndex) {
-      ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
-          << " : no free range of " << n << " members, largest free: " << ranges_.largestFree();
-      h.entryStateIs(State::noHwIndex);
-      h.resolvedEntryStateIs(State::noHwIndex);
-      return;
-   }
    h.entryStateIs(State::unresolved);
    if (h.resolver_) h.resolver_->neededEntryHandleSmDelAll();
    h.resolver_ = Brio::makePtr<Resolver>(&h);
@@ -260,6 +347,18 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
    for (auto& m : h.block_.entry_) {
       m.nextHopIdxIs(index(m.nextHopHandle()));
       m.underlayIdxIs(index(m.underlayHandle()));
+   }
+   if (h.base_ == Asic::invalidIndex) {
+      h.base_ = rangeFor(h);
+      if (h.base_ == Asic::invalidIndex) {
+         ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
+             << " : no free range of " << h.size()
+             << " members, largest free: " << ranges_.largestFree();
+         h.entryStateIs(State::noHwIndex);
+         h.resolvedEntryStateIs(State::noHwIndex);
+         return;
+      }
+      byBase_.emplace(h.base_, &h);
    }
    requestsForget(h);
    h.writeRefused_ = false;
@@ -317,6 +416,7 @@ void L3EcmpMember0Table::rowsDel(EntryHandle& h) {
       for (uint32_t i = 0; i < h.size(); ++i) util()->hwTableEntryDel(*hwTable(), h.base_ + i);
    }
    ranges_.rangeDel(h.base_, h.size());
+   byBase_.erase(h.base_);
    h.base_ = Asic::invalidIndex;
    h.rowsWritten_ = false;
 }

@@ -11,15 +11,23 @@
 //
 // A block handle's entry state, moved by `entryBlockRef`, by the watchers of
 // the entries its members name, and by write responses:
-//   unresolved        -> waiting for the named entries to be programmed;
+//   unresolved        -> waiting for the named entries to be programmed; the
+//                        block gets its range once they are;
 //   failedNeededEntry -> one of them failed; still watching, so a later
 //                        success resolves the block;
 //   inProgress        -> rows written, responses outstanding;
 //   success           -> every row acknowledged (an empty block at once);
 //   noHwIndex         -> no free range of the block's size, or a row refused.
 //                        Installing an equal block again retries.
+//
+// After a restart the rows the chip kept are found by `syncEntries`, grouped
+// into the blocks that wrote them (each row's key names its block). A block
+// programmed again with the same rows takes its old range back without
+// changing a row; `purgeStaleEntries` deletes the rest.
 #include <cstdint>
+#include <map>
 #include <ostream>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -98,6 +106,19 @@ public:
    using EntryHandlePtrConst = Asic::SwTableBase::EntryHandle::PtrConst;
    class EntryBlock;
    class EntryHandle;
+   // The key the chip keeps with each row: the row and the block it belongs to.
+   struct RowKey {
+      static constexpr std::string_view typeName = "MeridL3Tunnel::L3EcmpMember0Table::RowKey";
+      uint32_t index = 0;
+      uint32_t base = 0;
+      uint32_t size = 0;
+      RowKey() = default;
+      RowKey(uint32_t i, uint32_t b, uint32_t n) : index(i), base(b), size(n) {}
+      explicit RowKey(Orb::CharRange& r);
+      uint32_t hash(uint32_t seed) const;
+      friend bool operator==(const RowKey&, const RowKey&) = default;
+      friend std::ostream& operator<<(std::ostream& os, const RowKey& k);
+   };
 
    L3EcmpMember0Table();
    ~L3EcmpMember0Table() override;
@@ -118,8 +139,10 @@ public:
    }
 
    const Asic::RangeIndexAllocator& indexAllocator() const { return ranges_; }
-   // Rows found on the hardware at sync that no block owns.
+   // Rows found on the hardware at sync that no block has claimed since.
    uint32_t recoveredRows() const { return uint32_t(recoveredRow_.size()); }
+   // Deletes those rows and frees their indices.
+   void purgeStaleEntries();
 
    static void doMountHwTableMountInfo(Ledger::MountGroup& mountGroup);
    void doInitAllocator() override;
@@ -139,6 +162,8 @@ private:
    class Resolver;
    void place(EntryHandle& h);
    void program(EntryHandle& h);
+   Asic::Index rangeFor(const EntryHandle& h);
+   bool recoveredRowsEqual(Asic::Index base, const EntryBlock& block) const;
    void rowsDel(EntryHandle& h);
    void requestsForget(const EntryHandle& h);
    void entryBlockRelease(EntryHandle& h);
@@ -147,7 +172,10 @@ private:
    // Installed blocks by the hash of their members; not counted.
    std::unordered_multimap<uint32_t, EntryHandle*> blocks_;
    std::unordered_map<Asic::HwRequestId, EntryHandle*> inFlight_;
-   std::vector<Asic::Index> recoveredRow_;
+   std::map<Asic::Index, EntryHandle*> byBase_;  // blocks that hold a range
+   std::set<Asic::Index> recoveredRow_;
+   // Whole blocks among the recovered rows, by the hash of their rows' text.
+   std::unordered_multimap<uint32_t, RowKey> recoveredBlock_;
 };
 
 // The members of one group, in slot order.

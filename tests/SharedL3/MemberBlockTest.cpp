@@ -75,7 +75,7 @@ TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    named->entryIs(adj(2), State::success);
    HandlePtr h = table->entryBlockRef(blockOf(3, {1, 2}));
    EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(block(h).baseIndex(), 0u);
+   EXPECT_EQ(block(h).baseIndex(), Asic::invalidIndex);  // the range comes with resolution
    EXPECT_EQ(rows(), 0u);
    named->entryStateIs(adj(1), State::success);
    EXPECT_EQ(h->entryState(), State::inProgress);
@@ -170,22 +170,38 @@ TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
    expectConsistent();
 }
 
-// A restart destroys the table, not the rows; the next table keeps new blocks
-// off them.
-TEST_F(MemberBlock, RowsSurviveTheTableAndSyncKeepsThemOutOfNewBlocks) {
+// A restart destroys the table, not the rows. The next table keeps new blocks
+// off them, gives a block with the same rows its old range back without
+// changing a row, and purges the rest.
+TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    named->entryIs(adj(1));
-   HandlePtr h = table->entryBlockRef(blockOf(3, {1}));
+   named->entryIs(adj(2));
+   HandlePtr kept = table->entryBlockRef(blockOf(2, {1}));
+   HandlePtr dropped = table->entryBlockRef(blockOf(3, {2}));
    runLoop();
+   const Asic::Index keptBase = block(kept).baseIndex();
    table.reset();
-   EXPECT_EQ(rows(), 3u);
-   h = nullptr;
-   EXPECT_EQ(rows(), 3u);
+   kept = dropped = nullptr;
+   EXPECT_EQ(rows(), 5u);
+   const auto changes = chip->table(L3EcmpMember0Table::typeName)->stats().changes;
+
    table = makeTable();
    table->syncEntries();
-   EXPECT_EQ(table->recoveredRows(), 3u);
-   HandlePtr next = table->entryBlockRef(blockOf(2, {1}));
-   EXPECT_EQ(block(next).baseIndex(), 3u);
+   EXPECT_EQ(table->recoveredRows(), 5u);
+   HandlePtr fresh = table->entryBlockRef(blockOf(1, {1, 2}));  // new rows: elsewhere
+   HandlePtr replayed = table->entryBlockRef(blockOf(2, {1}));
    runLoop();
+   EXPECT_EQ(block(replayed).baseIndex(), keptBase);
+   EXPECT_EQ(block(fresh).baseIndex(), 5u);
+   EXPECT_EQ(chip->table(L3EcmpMember0Table::typeName)->stats().changes, changes + 1);
+   EXPECT_EQ(table->recoveredRows(), 3u);
+   expectConsistent();
+
+   table->purgeStaleEntries();
+   runLoop();
+   EXPECT_EQ(table->recoveredRows(), 0u);
+   EXPECT_EQ(rows(), 3u);
+   EXPECT_EQ(table->indexAllocator().used(), 3u);
    expectConsistent();
 }
 

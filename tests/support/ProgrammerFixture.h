@@ -99,6 +99,38 @@ protected:
       runLoop();
    }
 
+   // An agent restart: the software goes (the tables first, so that the
+   // groups' blocks delete nothing), the chip keeps its rows, and a new
+   // programmer recovers the tables from them.
+   void restart(std::initializer_list<HandlePtr*> groups) {
+      programmer.reset();
+      members.reset();
+      v4.reset();
+      v6.reset();
+      oif.reset();
+      intf.reset();
+      nh.reset();
+      for (auto* g : groups) *g = nullptr;
+      runLoop();
+      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
+      programmer->recoverTables(chipInfo);
+      v4 = programmer->l3EgrL3Ipv4TunnelTable();
+      v6 = programmer->l3EgrL3Ipv6TunnelTable();
+      oif = programmer->l3TunnelEgrL3Oif1Table();
+      intf = programmer->l3InterfaceTable();
+      nh = programmer->l3TunnelIngL3NextHopTable();
+      members = programmer->l3EcmpMember0Table();
+      runLoop();
+   }
+
+   // Row changes over every table of the chip.
+   uint32_t changes() const {
+      uint32_t n = 0;
+      for (auto& name : chip->tableNames())
+         if (auto t = chip->table(name, unit)) n += t->stats().changes;
+      return n;
+   }
+
    HandlePtr program(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
       HandlePtr h = programmer->populateOverlayEcmpBlock(viaList(vias));
       runLoop();
