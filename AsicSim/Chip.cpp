@@ -1,7 +1,17 @@
 #include "AsicSim/Chip.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
 #include "Brio/EventLoop.h"
 #include "MeridCentral/ChipInfo.h"
+#include "Orb/GenericValueText.h"
 #include "Sidecar/Loader.h"
 
 namespace AsicSim {
@@ -32,6 +42,10 @@ uint32_t HwTable::usedRows() const {
    for (auto& r : rows_)
       if (r) ++n;
    return n;
+}
+
+void HwTable::rowTextIs(Asic::Index index, std::string text) {
+   if (index < rows_.size()) rows_[index] = std::move(text);
 }
 
 bool HwTable::rowIs(Asic::Index index, const Asic::EntryBase* value) {
@@ -177,5 +191,227 @@ Asic::HwRequestId Chip::respond(Util& util, Asic::Index index, Asic::WriteStatus
 }
 
 void Chip::deliver(const Response& r) { r.util->doNotifyWriteResponse(r.id, r.index, r.status); }
+
+// ---- state file -------------------------------------------------------------
+//
+//   l3tunnel-chip-state <version>
+//   table <unit> <rows> <name>
+//   row <index> <text> <key type> <key text>
+//   end <checksum>
+//
+// Strings are written as <length>:<bytes>; the checksum (FNV-1a, 64 bits,
+// hex) covers every byte before the "end" line.
+
+namespace {
+
+constexpr std::string_view stateMagic = "l3tunnel-chip-state";
+
+uint64_t fnv1a(std::string_view bytes) {
+   uint64_t h = 0xcbf29ce484222325ull;
+   for (unsigned char c : bytes) {
+      h ^= c;
+      h *= 0x100000001b3ull;
+   }
+   return h;
+}
+
+void putString(std::string& out, std::string_view s) {
+   out.append(std::to_string(s.size())).append(":").append(s);
+}
+
+class StateReader {
+public:
+   StateReader(const std::string& path, std::string_view text) : path_(path), text_(text) {}
+
+   [[noreturn]] void fail(const std::string& what) const {
+      throw std::runtime_error(path_ + ": " + what + " (line " + std::to_string(line_) + ")");
+   }
+   bool atEnd() const { return pos_ >= text_.size(); }
+   std::string_view word() {
+      const size_t start = pos_;
+      while (pos_ < text_.size() && text_[pos_] != ' ' && text_[pos_] != '\n') ++pos_;
+      if (start == pos_) fail("a field is missing");
+      return text_.substr(start, pos_ - start);
+   }
+   uint64_t number(uint64_t max) {
+      const std::string_view w = word();
+      uint64_t v = 0;
+      for (char c : w) {
+         if (c < '0' || c > '9') fail("'" + std::string(w) + "' is not a number");
+         v = v * 10 + uint64_t(c - '0');
+         if (v > max) fail(std::string(w) + " is out of range");
+      }
+      return v;
+   }
+   std::string_view string() {
+      uint64_t n = 0;
+      const size_t start = pos_;
+      while (pos_ < text_.size() && text_[pos_] >= '0' && text_[pos_] <= '9') {
+         n = n * 10 + uint64_t(text_[pos_++] - '0');
+         if (n > text_.size()) fail("a string length runs past the end of the file");
+      }
+      if (pos_ == start || pos_ >= text_.size() || text_[pos_] != ':')
+         fail("a string is not written as <length>:<bytes>");
+      ++pos_;
+      if (n > text_.size() - pos_) fail("a string runs past the end of the file");
+      const std::string_view s = text_.substr(pos_, n);
+      pos_ += n;
+      return s;
+   }
+   void blank() {
+      if (pos_ >= text_.size() || text_[pos_] != ' ') fail("fields must be separated by one blank");
+      ++pos_;
+   }
+   void lineEnd() {
+      if (pos_ >= text_.size() || text_[pos_] != '\n') fail("text after the last field");
+      ++pos_;
+      ++line_;
+   }
+   size_t position() const { return pos_; }
+
+private:
+   const std::string& path_;
+   std::string_view text_;
+   size_t pos_ = 0;
+   uint32_t line_ = 1;
+};
+
+void writeFileAtomically(const std::string& path, const std::string& bytes) {
+   const std::string tmp = path + ".tmp." + std::to_string(::getpid());
+   auto fail = [&](const char* what) {
+      const std::string reason = std::strerror(errno);
+      ::unlink(tmp.c_str());
+      throw std::runtime_error(path + ": cannot " + what + ": " + reason);
+   };
+   const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+   if (fd < 0) fail("create the new state file");
+   size_t done = 0;
+   while (done < bytes.size()) {
+      const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+         ::close(fd);
+         fail("write the new state file");
+      }
+      done += size_t(n);
+   }
+   if (::fsync(fd) != 0) {
+      ::close(fd);
+      fail("flush the new state file");
+   }
+   ::close(fd);
+   if (::rename(tmp.c_str(), path.c_str()) != 0) fail("replace the state file");
+   // The rename itself must reach the disk too.
+   const auto slash = path.find_last_of('/');
+   const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+   const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
+   if (dfd >= 0) {
+      ::fsync(dfd);
+      ::close(dfd);
+   }
+}
+
+}  // namespace
+
+void Chip::stateSave(const std::string& path) const {
+   std::string out(stateMagic);
+   out.append(" ").append(std::to_string(stateVersion)).append("\n");
+   for (auto& [id, t] : tables_) {
+      out.append("table ").append(std::to_string(id.second)).append(" ");
+      out.append(std::to_string(t->numEntries())).append(" ");
+      putString(out, id.first);
+      out.append("\n");
+      for (Asic::Index i = 0; i < t->numEntries(); ++i) {
+         const std::string* row = t->row(i);
+         if (!row) continue;
+         const Orb::GenericValue& key = t->rowKey(i);
+         out.append("row ").append(std::to_string(i)).append(" ");
+         putString(out, *row);
+         out.append(" ");
+         putString(out, key ? key.type().name() : std::string_view());
+         out.append(" ");
+         putString(out, key ? key.text() : std::string());
+         out.append("\n");
+      }
+   }
+   char sum[32];
+   std::snprintf(sum, sizeof sum, "%016llx", static_cast<unsigned long long>(fnv1a(out)));
+   out.append("end ").append(sum).append("\n");
+   writeFileAtomically(path, out);
+}
+
+void Chip::stateLoad(const std::string& path) {
+   std::ifstream in(path, std::ios::binary);
+   if (!in) throw std::runtime_error(path + ": cannot open the state file");
+   std::ostringstream buf;
+   buf << in.rdbuf();
+   const std::string text = buf.str();
+
+   StateReader r(path, text);
+   if (r.atEnd() || r.word() != stateMagic) r.fail("not a chip state file");
+   r.blank();
+   const uint64_t version = r.number(0xFFFFFFFFu);
+   if (version != stateVersion)
+      r.fail("state file version " + std::to_string(version) + ", this program reads version " +
+             std::to_string(stateVersion));
+   r.lineEnd();
+   // The checksum first: nothing of a damaged file is read.
+   const size_t endLine = text.rfind("\nend ");
+   if (endLine == std::string::npos) r.fail("the file is cut short: no end line");
+   {
+      StateReader tail(path, std::string_view(text).substr(endLine + 5));
+      const std::string_view sum = tail.word();
+      char want[32];
+      std::snprintf(
+          want, sizeof want, "%016llx",
+          static_cast<unsigned long long>(fnv1a(std::string_view(text).substr(0, endLine + 1))));
+      if (sum != want) r.fail("checksum mismatch: the file is damaged");
+      tail.lineEnd();
+      if (!tail.atEnd()) r.fail("text after the end line");
+   }
+
+   decltype(tables_) loaded;
+   Brio::Ptr<HwTable> current;
+   while (r.position() < endLine + 1) {
+      const std::string_view kind = r.word();
+      r.blank();
+      if (kind == "table") {
+         const auto unit = Asic::UnitId(r.number(0xFFFFFFFFu));
+         r.blank();
+         const auto rows = uint32_t(r.number(0xFFFFFFFEu));
+         r.blank();
+         const std::string name(r.string());
+         if (loaded.count({name, unit})) r.fail("table " + name + " appears twice");
+         current = Brio::makePtr<HwTable>(name, unit, rows);
+         loaded.emplace(std::pair{name, unit}, current);
+      } else if (kind == "row") {
+         if (!current) r.fail("a row before any table");
+         const auto index = Asic::Index(r.number(0xFFFFFFFFu));
+         if (index >= current->numEntries())
+            r.fail("row " + std::to_string(index) + " is outside its table");
+         r.blank();
+         std::string rowText(r.string());
+         r.blank();
+         const std::string_view keyType = r.string();
+         r.blank();
+         const std::string_view keyText = r.string();
+         Orb::GenericValue key;
+         if (!keyType.empty()) {
+            try {
+               key = Orb::genericValueFromText(keyType, keyText);
+            } catch (const std::invalid_argument& e) {
+               r.fail(std::string("row key: ") + e.what());
+            }
+         }
+         current->rowTextIs(index, std::move(rowText));
+         current->rowKeyIs(index, std::move(key));
+      } else {
+         r.fail("unknown record '" + std::string(kind) + "'");
+      }
+      r.lineEnd();
+   }
+   tables_ = std::move(loaded);
+   held_.clear();
+}
 
 }  // namespace AsicSim

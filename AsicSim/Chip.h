@@ -57,6 +57,8 @@ public:
    // for rows whose content does not carry it.
    const Orb::GenericValue& rowKey(Asic::Index index) const;
    void rowKeyIs(Asic::Index index, Orb::GenericValue key);
+   // Sets a row's content as it was saved, without counting a write.
+   void rowTextIs(Asic::Index index, std::string text);
 
 private:
    std::vector<std::optional<std::string>> rows_;
@@ -98,6 +100,14 @@ public:
    Brio::Ptr<HwTable> tableIs(std::string_view name, Asic::UnitId unit, uint32_t rows);
    std::vector<std::string> tableNames() const;
    void tableSizeIs(std::string_view name, uint32_t rows, Asic::UnitId unit = 0);
+
+   // The rows and row keys of every table, kept across processes. Saving
+   // writes a new file and renames it over the old one, so a crash leaves
+   // either. Loading replaces this chip's tables only when the whole file is
+   // sound; else it throws std::runtime_error naming the file and the fault.
+   static constexpr uint32_t stateVersion = 1;
+   void stateSave(const std::string& path) const;
+   void stateLoad(const std::string& path);
 
    // Responses.
    bool holdResponses() const { return holdResponses_; }

@@ -2,10 +2,17 @@
 
 #include <ostream>
 
+#include "Orb/GenericValueText.h"
 #include "Orb/Hash.h"
 #include "Orb/Strep.h"
 
 namespace MeridL3Tunnel {
+
+namespace {
+// Keys the chip keeps with its rows are read back from their text after a restart.
+const bool textRegistered =
+    (Orb::genericValueParserIs(L3TunnelKey::typeName, &Orb::parseGenericValue<L3TunnelKey>), true);
+}  // namespace
 
 // Text form: L3TunnelKey('10.0.0.1', '10.0.0.2')
 L3TunnelKey::L3TunnelKey(Orb::CharRange& r) {

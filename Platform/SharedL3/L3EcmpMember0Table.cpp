@@ -8,6 +8,7 @@
 #include "Asic/UnresolvedEntry.h"
 #include "Brio/VectorErrors.h"
 #include "Orb/Env.h"
+#include "Orb/GenericValueText.h"
 #include "Orb/Hash.h"
 #include "Orb/Strep.h"
 #include "Sidecar/Loader.h"
@@ -105,6 +106,13 @@ uint32_t L3EcmpMember0Table::EntryBlock::hash(uint32_t seed) const {
    for (auto& e : entry_) h.mix(e.hash(seed));
    return h.result();
 }
+
+namespace {
+const bool rowKeyTextRegistered =
+    (Orb::genericValueParserIs(L3EcmpMember0Table::RowKey::typeName,
+                               &Orb::parseGenericValue<L3EcmpMember0Table::RowKey>),
+     true);
+}  // namespace
 
 uint32_t L3EcmpMember0Table::RowKey::hash(uint32_t seed) const {
    return Orb::Hash(seed).mix(index).mix(base).mix(size).result();

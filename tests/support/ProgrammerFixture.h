@@ -102,7 +102,10 @@ protected:
    // An agent restart: the software goes (the tables first, so that the
    // groups' blocks delete nothing), the chip keeps its rows, and a new
    // programmer recovers the tables from them.
-   void restart(std::initializer_list<HandlePtr*> groups) {
+   // With `statePath` the restart crosses processes: the chip's rows go
+   // through the state file into a new chip.
+   void restart(std::initializer_list<HandlePtr*> groups, const std::string& statePath = "") {
+      if (!statePath.empty()) chip->stateSave(statePath);
       programmer.reset();
       members.reset();
       v4.reset();
@@ -112,6 +115,12 @@ protected:
       nh.reset();
       for (auto* g : groups) *g = nullptr;
       runLoop();
+      if (!statePath.empty()) {
+         chip->uninstall();
+         chip = Brio::makePtr<AsicSim::Chip>();
+         chip->stateLoad(statePath);
+         chip->install();
+      }
       programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
       programmer->recoverTables(chipInfo);
       v4 = programmer->l3EgrL3Ipv4TunnelTable();
