@@ -829,11 +829,15 @@ struct SwTable::Accessor {
          rows->initializedIs(true);
          util->syncIndexAllocator(Orb::typeId<Key>(), *rows, *t.hwTable());
          std::vector<std::pair<Index, Key>> stale;
-         rows->forEachHeldIndex([&](Index i, const Orb::GenericValue& k) {
-            const Key& key = *k.template as<Key>();
+         // A plain loop: a lambda handed to the allocator's template would be
+         // instantiated, and exported, with the platform's visibility.
+         for (Index i = 0; i < rows->indexCount(); ++i) {
+            const auto k = rows->keyForIndex(i);
+            if (!k) continue;
+            const Key& key = *k->template as<Key>();
             if (!entryHandle(t, key) && !t.data_.resolvedEntry.count(key))
                stale.emplace_back(i, key);
-         });
+         }
          ORB_TRACE(trace(), traceWrite, "purgeStaleEntries")
              << " : rows nobody claimed: " << stale.size();
          for (auto& [i, key] : stale) {

@@ -246,16 +246,17 @@ void L3InterfaceTable::doInit(Asic::UnitId unit, Brio::Ptr<Ledger::EntityManager
 void L3InterfaceTable::purgeStaleEntries() {
    if (!indexAllocator_) return;
    std::vector<std::pair<Asic::Index, Orb::GenericValue>> stale;
-   indexAllocator_->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& k) {
-      const Key* key = k.as<Key>();
+   for (Asic::Index i = 0; i < indexAllocator_->indexCount(); ++i) {
+      const auto k = indexAllocator_->keyForIndex(i);
+      const Key* key = k ? k->as<Key>() : nullptr;
       if (!key || entryHandle(*key) || mergedEntryHas(*key) || unresolvedMergedEntryHas(*key))
-         return;
+         continue;
       // A member entry still at the index is on its way out: the deallocator frees it.
       if (ingL3Iif_->entryHandle(IngL3Iif::Index(i)) ||
           egrL3Oif1Table_->entryHandle(EgrL3Oif1Table::Index(i)))
-         return;
-      stale.emplace_back(i, k);
-   });
+         continue;
+      stale.emplace_back(i, *k);
+   }
    ORB_TRACE(traceHandle(), 5, "purgeStaleEntries")
        << " : indices nobody claimed: " << stale.size();
    for (auto& [i, key] : stale) {
