@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what a fresh Debian machine lacks, builds, and runs the demo.
+# Installs what a fresh Debian machine lacks, builds, and runs l3tunnel on
+# the default example scenario.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -20,4 +21,4 @@ fi
 
 cmake -S . -B build >/dev/null
 cmake --build build -j2
-./build/tools/tunnel_demo
+./build/tools/l3tunnel/l3tunnel run examples/default.json

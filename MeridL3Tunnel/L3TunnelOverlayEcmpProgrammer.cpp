@@ -42,7 +42,14 @@ L3TunnelOverlayEcmpProgrammer::L3TunnelOverlayEcmpProgrammer(FcsdPtr fcsd, Local
                                                              LedgerEmPtr ledgerEm)
     : fcsd_(std::move(fcsd)), localEm_(std::move(localEm)), ledgerEm_(std::move(ledgerEm)) {}
 
-L3TunnelOverlayEcmpProgrammer::~L3TunnelOverlayEcmpProgrammer() { notificationIs(false); }
+// The tunnel tables go first: a table that outlives the entries naming it
+// would delete its rows as they let go, and the rows must stay on the chip for
+// whoever programs it next. The rest go in reverse declaration order.
+L3TunnelOverlayEcmpProgrammer::~L3TunnelOverlayEcmpProgrammer() {
+   notificationIs(false);
+   l3EgrL3Ipv6TunnelTable_.reset();
+   l3EgrL3Ipv4TunnelTable_.reset();
+}
 
 Brio::Ptr<L3TunnelOverlayEcmpProgrammer> L3TunnelOverlayEcmpProgrammerIs(
     L3TunnelOverlayEcmpProgrammer::FcsdPtr fcsd, L3TunnelOverlayEcmpProgrammer::LocalEmPtr localEm,

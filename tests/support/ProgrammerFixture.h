@@ -99,20 +99,21 @@ protected:
       runLoop();
    }
 
-   // An agent restart: the software goes (the tables first, so that the
-   // groups' blocks delete nothing), the chip keeps its rows, and a new
+   // An agent restart: the software goes (the programmer with its tables
+   // first, so that the groups' blocks delete nothing), the chip keeps its
+   // rows, and a new
    // programmer recovers the tables from them.
    // With `statePath` the restart crosses processes: the chip's rows go
    // through the state file into a new chip.
    void restart(std::initializer_list<HandlePtr*> groups, const std::string& statePath = "") {
       if (!statePath.empty()) chip->stateSave(statePath);
-      programmer.reset();
       members.reset();
       v4.reset();
       v6.reset();
       oif.reset();
       intf.reset();
       nh.reset();
+      programmer.reset();  // the programmer's own order of letting its tables go
       for (auto* g : groups) *g = nullptr;
       runLoop();
       if (!statePath.empty()) {

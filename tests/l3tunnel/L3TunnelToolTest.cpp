@@ -1,0 +1,510 @@
+// The installed l3tunnel program, run on scenarios written per test: what its
+// JSON says about the tables, the chip and the groups, how it restarts within
+// a run and across runs, and how it refuses bad input and usage.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+constexpr const char* binary = L3TUNNEL_INSTALLED;
+
+std::string fileText(const fs::path& p) {
+   std::ifstream in(p, std::ios::binary);
+   std::ostringstream s;
+   s << in.rdbuf();
+   return s.str();
+}
+
+struct Outcome {
+   int code = -1;
+   std::string out;
+   std::string err;
+   Json json() const { return Json::parse(out); }
+};
+
+// Scenario pieces. Every via goes from 10.0.0.1; underlay groups 1 to 3 exist.
+Json via(const std::string& dst, uint32_t weight = 1, uint32_t adj = 1) {
+   return {{"nhEntryType", "nextHopArpResolved"},
+           {"srcIpAddr", "10.0.0.1"},
+           {"dstIpAddr", dst},
+           {"weight", weight},
+           {"underlayAdjId", {{"adjId", adj}}}};
+}
+Json dropVia(uint32_t weight) { return {{"nhEntryType", "nextHopDrop"}, {"weight", weight}}; }
+// Vectors, not Json, so that a single element is not taken for the whole.
+Json program(const std::string& group, const std::vector<Json>& vias) {
+   return {{"op", "program"}, {"group", group}, {"vias", vias}};
+}
+Json release(const std::string& group) { return {{"op", "release"}, {"group", group}}; }
+Json op(const std::string& name) { return {{"op", name}}; }
+Json scenario(const std::vector<Json>& steps, bool commonIifOifIndex = true) {
+   return {{"toggles", {{"CommonIifOifIndex", commonIifOifIndex}}},
+           {"underlay", Json::array({{{"adjId", 1}}, {{"adjId", 2}}, {{"adjId", 3}}})},
+           {"steps", steps}};
+}
+
+// The entry of `table` at hardware index `index`.
+const Json& entryAt(const Json& snap, const std::string& table, uint32_t index) {
+   for (const auto& e : snap.at("tables").at(table).at("entries"))
+      if (e.at("hwIndex") == index) return e;
+   throw std::runtime_error(table + " has no entry at " + std::to_string(index));
+}
+
+// The entry of a tunnel-keyed table for the tunnel to `dst`.
+const Json& entryTo(const Json& snap, const std::string& table, const std::string& dst) {
+   for (const auto& e : snap.at("tables").at(table).at("entries"))
+      if (e.at("key").is_object() && e.at("key").at("dstIpAddr") == dst) return e;
+   throw std::runtime_error(table + " has no entry for " + dst);
+}
+
+// A number in an entry's text, e.g. field "l3Oif1" of a next hop.
+uint32_t textField(const Json& entry, const std::string& field) {
+   std::smatch m;
+   const std::string text = entry.at("entry").get<std::string>();
+   if (!std::regex_search(text, m, std::regex("'" + field + "': (\\d+)")))
+      throw std::runtime_error("no " + field + " in " + text);
+   const std::string digits = m[1];
+   uint32_t v = 0;
+   std::from_chars(digits.data(), digits.data() + digits.size(), v);
+   return v;
+}
+
+std::vector<uint32_t> nextHops(const Json& snap, const std::string& group) {
+   std::vector<uint32_t> v;
+   for (const auto& m : snap.at("groups").at(group).at("members"))
+      v.push_back(m.at("nextHopIndex").get<uint32_t>());
+   return v;
+}
+
+uint32_t totalChanges(const Json& snap) {
+   uint32_t n = 0;
+   for (const auto& [name, s] : snap.at("stats").items()) n += s.at("changes").get<uint32_t>();
+   return n;
+}
+
+class L3TunnelTool : public ::testing::Test {
+protected:
+   void SetUp() override {
+      const char* tmp = std::getenv("TMPDIR");
+      std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/l3tunnel-test-XXXXXX";
+      ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+      dir_ = pattern;
+   }
+   void TearDown() override { fs::remove_all(dir_); }
+
+   fs::path write(const std::string& name, const std::string& text) {
+      const fs::path p = dir_ / name;
+      std::ofstream(p) << text;
+      return p;
+   }
+
+   Outcome run(const std::vector<std::string>& args,
+               const std::vector<std::pair<std::string, std::string>>& env = {}) {
+      const fs::path out = dir_ / "stdout", err = dir_ / "stderr";
+      const pid_t pid = fork();
+      if (pid == 0) {
+         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+         for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
+         std::vector<char*> argv{const_cast<char*>(binary)};
+         for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+         argv.push_back(nullptr);
+         execv(binary, argv.data());
+         _exit(127);
+      }
+      int status = 0;
+      waitpid(pid, &status, 0);
+      Outcome r;
+      r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      r.out = fileText(out);
+      r.err = fileText(err);
+      return r;
+   }
+
+   // Runs the scenario with --json and the extra arguments; expects success.
+   Json runJson(const Json& s, std::vector<std::string> extra = {}) {
+      std::vector<std::string> args{"run", write("scenario.json", s.dump()).string(), "--json"};
+      args.insert(args.end(), extra.begin(), extra.end());
+      const Outcome r = run(args);
+      EXPECT_EQ(r.code, 0) << r.err;
+      return r.code == 0 ? r.json() : Json();
+   }
+
+   fs::path dir_;
+};
+
+// ---- what the tables hold ----------------------------------------------------
+
+class ToggleTest : public L3TunnelTool, public ::testing::WithParamInterface<bool> {};
+
+// Each member's next hop names an interface whose egress half names the
+// tunnel of the member's via, whichever table holds the interfaces.
+TEST_P(ToggleTest, ChainsRunThroughTheInterfaceTableTheToggleChooses) {
+   const bool on = GetParam();
+   const Json snap = runJson(scenario({program("g", {via("10.1.0.1"), via("10.1.0.2")})}, on));
+   const std::string intf = on ? "L3InterfaceTable" : "L3TunnelEgrL3Oif1Table";
+   for (const char* present : {"IngL3Iif", "EgrL3Oif1Table", "L3InterfaceTable"})
+      EXPECT_EQ(snap.at("tables").contains(present), on) << present;
+   EXPECT_EQ(snap.at("tables").contains("L3TunnelEgrL3Oif1Table"), !on);
+   EXPECT_EQ(snap.at("hardware").contains("IngL3Iif"), on);
+   EXPECT_EQ(snap.at("hardware").contains("L3TunnelEgrL3Oif1Table"), !on);
+
+   const std::vector<std::string> dst{"10.1.0.1", "10.1.0.2"};
+   const auto hops = nextHops(snap, "g");
+   ASSERT_EQ(hops.size(), 2u);
+   for (size_t i = 0; i < hops.size(); ++i) {
+      const Json& nh = entryAt(snap, "L3TunnelIngL3NextHopTable", hops[i]);
+      EXPECT_EQ(nh.at("key").at("dstIpAddr"), dst[i]);
+      const uint32_t oif = textField(nh, "l3Oif1");
+      const Json& i3 = entryAt(snap, intf, oif);
+      EXPECT_EQ(i3.at("key").at("dstIpAddr"), dst[i]);
+      EXPECT_EQ(entryAt(snap, "L3EgrL3Ipv4TunnelTable", textField(i3, "tunnelIdx")).at("key"),
+                nh.at("key"));
+      // The merged index is written into both member tables.
+      if (on) {
+         EXPECT_EQ(entryAt(snap, "IngL3Iif", oif).at("key"), oif);
+      }
+   }
+   for (const auto& [name, t] : snap.at("tables").items()) {
+      const std::string hw = name == "L3InterfaceTable" ? "IngL3Iif" : name;
+      EXPECT_EQ(t.at("used"), snap.at("hardware").at(hw).size()) << name;
+      for (const auto& e : t.at("entries")) EXPECT_EQ(e.at("entryState"), "success") << name;
+   }
+}
+
+// A restart within a run lands every replayed entry on its old row without
+// changing it; what is not replayed stays until the reconcile.
+TEST_P(ToggleTest, RestartStepKeepsRowsAndReconcilePurgesWhatWasNotReplayed) {
+   const Json a = program("a", {via("10.2.0.1", 2), via("10.2.0.2", 1, 2)});
+   const Json steps = runJson(
+       scenario({a, program("b", {via("10.2.0.3", 1, 3)}), op("restart"), a, op("reconcile")},
+                GetParam()),
+       {"--each-step"});
+   ASSERT_EQ(steps.size(), 5u);
+   EXPECT_TRUE(steps[2].at("groups").empty());
+   EXPECT_EQ(steps[2].at("hardware"), steps[1].at("hardware")) << "a restart deletes no row";
+   EXPECT_EQ(totalChanges(steps[3]), totalChanges(steps[1])) << "the replay changes no row";
+   EXPECT_EQ(steps[3].at("groups").at("a"), steps[1].at("groups").at("a"));
+   EXPECT_EQ(steps[3].at("tables").at("L3EcmpMember0Table").at("entries"),
+             steps[0].at("tables").at("L3EcmpMember0Table").at("entries"));
+   // b's member row and next hop are stale until the reconcile purges them.
+   EXPECT_EQ(steps[3].at("hardware").at("L3EcmpMember0Table").size(), 4u);
+   EXPECT_EQ(steps[4].at("hardware").at("L3EcmpMember0Table").size(), 3u);
+   EXPECT_EQ(steps[4].at("hardware").at("L3TunnelIngL3NextHopTable").size(), 3u);
+   EXPECT_THROW(entryTo(steps[4], "L3TunnelIngL3NextHopTable", "10.2.0.3"), std::runtime_error);
+}
+
+// The same across processes, through the state directory.
+TEST_P(ToggleTest, SecondRunFromTheSavedChipFindsTheSameIndicesAndChangesNothing) {
+   const Json s = scenario({program("a", {via("10.3.0.1", 2), dropVia(1)}),
+                            program("b", {via("10.3.0.1"), via("10.3.0.2", 1, 2)})},
+                           GetParam());
+   const std::string state = (dir_ / "state" / "nested").string();
+   const Json first = runJson(s, {"--state-dir", state});
+   ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state"));
+   const Json second = runJson(s, {"--state-dir", state});
+   for (const auto& [name, t] : first.at("tables").items()) {
+      std::map<std::string, Json> before, after;
+      for (const auto& e : t.at("entries")) before[e.at("key").dump()] = e.at("hwIndex");
+      for (const auto& e : second.at("tables").at(name).at("entries"))
+         after[e.at("key").dump()] = e.at("hwIndex");
+      EXPECT_EQ(after, before) << name;
+   }
+   EXPECT_EQ(second.at("hardware"), first.at("hardware"));
+   EXPECT_EQ(second.at("groups"), first.at("groups"));
+   for (const auto& [name, st] : second.at("stats").items()) EXPECT_EQ(st.at("changes"), 0) << name;
+}
+
+INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "On" : "Off"; });
+
+TEST_F(L3TunnelTool, GroupsWithTheSameTunnelShareItsChainAndEqualGroupsShareABlock) {
+   const Json shared = via("10.4.0.1");
+   const Json snap = runJson(scenario({program("a", {shared, via("10.4.0.2", 1, 2)}),
+                                       program("b", {shared, via("10.4.0.3", 1, 3)}),
+                                       program("c", {shared, via("10.4.0.2", 1, 2)})}));
+   EXPECT_EQ(nextHops(snap, "a")[0], nextHops(snap, "b")[0]);
+   EXPECT_EQ(nextHops(snap, "a"), nextHops(snap, "c"));
+   EXPECT_EQ(snap.at("tables").at("L3EgrL3Ipv4TunnelTable").at("used"), 3);
+   EXPECT_EQ(snap.at("tables").at("L3TunnelIngL3NextHopTable").at("used"), 4);  // with the drop
+   EXPECT_EQ(snap.at("tables").at("L3EcmpMember0Table").at("used"), 4) << "c takes a's rows";
+}
+
+TEST_F(L3TunnelTool, EachViaTakesWeightConsecutiveSlots) {
+   const std::vector<std::vector<uint32_t>> cases{{1}, {3, 1}, {2, 0, 2}, {1, 1, 1}, {4}};
+   for (const auto& weights : cases) {
+      std::vector<Json> vias;
+      uint32_t total = 0;
+      for (size_t i = 0; i < weights.size(); ++i) {
+         vias.push_back(via("10.5.0." + std::to_string(i + 1), weights[i]));
+         total += weights[i];
+      }
+      const Json snap = runJson(scenario({program("g", vias)}));
+      const Json& members = snap.at("groups").at("g").at("members");
+      ASSERT_EQ(members.size(), total) << Json(vias);
+      EXPECT_EQ(snap.at("tables").at("L3EcmpMember0Table").at("used"), total);
+      uint32_t slot = 0;
+      for (size_t i = 0; i < weights.size(); ++i) {
+         const std::string dst = "10.5.0." + std::to_string(i + 1);
+         for (uint32_t w = 0; w < weights[i]; ++w, ++slot) {
+            EXPECT_EQ(members[slot].at("slot"), slot);
+            EXPECT_EQ(members[slot].at("nextHopIndex"),
+                      entryTo(snap, "L3TunnelIngL3NextHopTable", dst).at("hwIndex"))
+                << "slot " << slot << " of " << Json(vias);
+         }
+      }
+   }
+}
+
+TEST_F(L3TunnelTool, DropViasUseTheReservedNextHopAndMissingUnderlaysShowAsNull) {
+   const Json snap =
+       runJson(scenario({program("g", {dropVia(2), via("10.6.0.1"), via("10.6.0.2", 1, 9)})}));
+   const Json& drop = entryTo(snap, "L3TunnelIngL3NextHopTable", "0.0.0.0");
+   EXPECT_NE(drop.at("entry").get<std::string>().find("'drop': True"), std::string::npos);
+   const Json& m = snap.at("groups").at("g").at("members");
+   ASSERT_EQ(m.size(), 4u);
+   for (int i : {0, 1}) {
+      EXPECT_EQ(m[i].at("nextHopIndex"), drop.at("hwIndex"));
+      EXPECT_EQ(m[i].at("underlayAdjId"), 0);
+      EXPECT_EQ(m[i].at("resolved"), false);
+   }
+   EXPECT_EQ(m[2].at("underlayAdjId"), 1);
+   EXPECT_EQ(m[2].at("resolved"), true);
+   EXPECT_TRUE(m[3].at("underlayAdjId").is_null()) << "no underlay group 9";
+}
+
+TEST_F(L3TunnelTool, ReleasedRowsAreReusedAndUnplacedBlocksHaveNoIndex) {
+   Json s = scenario(
+       {program("a", {via("10.7.0.1", 2)}), program("b", {via("10.7.0.2", 3)}), release("a"),
+        program("c", {via("10.7.0.3", 2)}), program("d", {via("10.7.0.4", 2)})},
+       false);
+   s["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 6}}}};
+   const Json steps = runJson(s, {"--each-step"});
+   ASSERT_EQ(steps.size(), 5u);
+   EXPECT_EQ(steps[2].at("hardware").at("L3EcmpMember0Table").size(), 3u);
+   EXPECT_FALSE(steps[2].at("groups").contains("a"));
+   // c takes a's rows and, the whole chain of a being gone, a's next hop.
+   EXPECT_EQ(steps[3].at("groups").at("c").at("members"),
+             steps[0].at("groups").at("a").at("members"));
+   const Json& aRows = steps[0].at("hardware").at("L3EcmpMember0Table");
+   const Json& cRows = steps[3].at("hardware").at("L3EcmpMember0Table");
+   ASSERT_EQ(cRows.size(), 5u);
+   EXPECT_EQ(Json::array({cRows[0], cRows[1]}), aRows);
+   // Six rows hold b and c; d has none.
+   size_t unplaced = 0;
+   for (const auto& e : steps[4].at("tables").at("L3EcmpMember0Table").at("entries")) {
+      if (!e.at("key").is_null()) continue;
+      ++unplaced;
+      EXPECT_TRUE(e.at("hwIndex").is_null());
+      EXPECT_EQ(e.at("entryState"), "noHwIndex");
+   }
+   EXPECT_EQ(unplaced, 2u);
+}
+
+TEST_F(L3TunnelTool, EachStepPrintsOneObjectPerStepEndingInThePlainRunsState) {
+   const Json s =
+       scenario({program("a", {via("10.8.0.1")}), program("b", {via("10.8.0.2")}), release("a")});
+   const Json steps = runJson(s, {"--each-step"});
+   ASSERT_TRUE(steps.is_array());
+   ASSERT_EQ(steps.size(), 3u);
+   EXPECT_EQ(steps[2], runJson(s));
+   for (const auto& snap : steps)
+      for (const char* key : {"tables", "hardware", "groups", "stats"})
+         EXPECT_TRUE(snap.contains(key)) << key;
+}
+
+// The scenario's toggles hold, whatever toggle directory the caller has, and
+// the private one is gone when the run is over.
+TEST_F(L3TunnelTool, CallersToggleDirectoryIsIgnoredAndNothingIsLeftBehind) {
+   fs::create_directories(dir_ / "toggles");
+   fs::create_directories(dir_ / "tmp");
+   write("toggles/MeridL3.json", "{\"CommonIifOifIndex\": false}");
+   Json s = scenario({});
+   s.erase("toggles");
+   const Outcome r = run(
+       {"run", write("s.json", s.dump()).string(), "--json"},
+       {{"L3TUNNEL_TOGGLE_DIR", (dir_ / "toggles").string()}, {"TMPDIR", (dir_ / "tmp").string()}});
+   ASSERT_EQ(r.code, 0) << r.err;
+   EXPECT_TRUE(r.json().at("tables").contains("L3InterfaceTable"));
+   EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
+}
+
+TEST_F(L3TunnelTool, ExamplesRunAndTheBadOneIsRefusedAsDocumented) {
+   for (const auto& f : fs::directory_iterator(L3TUNNEL_EXAMPLES)) {
+      const Outcome r = run({"run", f.path().string(), "--json"});
+      if (f.path().filename() == "bad.json") {
+         EXPECT_EQ(r.code, 2);
+         EXPECT_EQ(r.err, "l3tunnel: " + f.path().string() +
+                              ": step 3: vias[1].ttl: -1 is not an unsigned 32-bit number\n");
+         continue;
+      }
+      EXPECT_EQ(r.code, 0) << f.path() << r.err;
+      EXPECT_NO_THROW(r.json()) << f.path();
+   }
+}
+
+// ---- refusals ------------------------------------------------------------------
+
+// A damaged state file or one of another version is refused before anything
+// runs and is left as it was.
+TEST_F(L3TunnelTool, UnusableStateFilesAreRefusedAndKept) {
+   const std::string scenarioFile =
+       write("s.json", scenario({program("a", {via("10.9.0.1", 2)})}).dump()).string();
+   const fs::path state = dir_ / "state", file = state / "chip.state";
+   ASSERT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
+   const std::string good = fileText(file);
+   ASSERT_EQ(good.rfind("l3tunnel-chip-state 1\n", 0), 0u) << "the format's header changed";
+   std::string flipped = good;
+   flipped[good.size() / 2] ^= 0x01;
+   const std::vector<std::pair<const char*, std::string>> damaged{
+       {"garbage", "not a chip state\n"},
+       {"other version", "l3tunnel-chip-state 2" + good.substr(good.find('\n'))},
+       {"cut short", good.substr(0, good.size() / 2)},
+       {"one bit flipped", flipped},
+       {"empty", ""},
+   };
+   for (const auto& [what, text] : damaged) {
+      write("state/chip.state", text);
+      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string()});
+      EXPECT_EQ(r.code, 2) << what;
+      EXPECT_TRUE(r.out.empty()) << what;
+      EXPECT_EQ(r.err.rfind("l3tunnel: " + file.string() + ": ", 0), 0u) << what << ": " << r.err;
+      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << what << ": " << r.err;
+      EXPECT_EQ(fileText(file), text) << what;
+   }
+   // A sound file whose tables are not the size the scenario gives them.
+   write("state/chip.state", good);
+   Json smaller = scenario({});
+   smaller["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 8}}}};
+   const Outcome r =
+       run({"run", write("small.json", smaller.dump()).string(), "--state-dir", state.string()});
+   EXPECT_EQ(r.code, 2);
+   EXPECT_EQ(r.err, "l3tunnel: " + file.string() +
+                        ": L3EcmpMember0Table has 4096 rows there, the scenario gives it 8\n");
+   EXPECT_EQ(fileText(file), good);
+}
+
+struct BadInput {
+   const char* name;
+   std::string scenario;
+   const char* message;  // what follows "l3tunnel: FILE: "
+};
+
+const std::string goodVia =
+    R"({"nhEntryType": "nextHopArpResolved", "srcIpAddr": "10.0.0.1", "dstIpAddr": "10.0.0.2",
+        "underlayAdjId": {"adjId": 1}})";
+std::string steps(const std::string& list) { return R"({"steps": [)" + list + "]}"; }
+std::string programOf(const std::string& viaList) {
+   return R"({"op": "program", "group": "g", "vias": [)" + viaList + "]}";
+}
+std::string viaWith(const std::string& field) {
+   return R"({"nhEntryType": "nextHopArpResolved", "srcIpAddr": "10.0.0.1", "dstIpAddr": "10.0.0.2",
+              "underlayAdjId": {"adjId": 1}, )" +
+          field + "}";
+}
+
+const std::vector<BadInput> badInputs{
+    {"MalformedJson", R"({"steps": [)", "malformed JSON: parse error at line"},
+    {"UnknownTopField", R"({"colour": 1})", "colour: unknown field"},
+    {"UnknownViaField", steps(programOf(viaWith(R"("mtu": 9000)"))),
+     "step 1: vias[0].mtu: unknown field"},
+    {"UnknownOp", steps(R"({"op": "flush"})"), "step 1: op: \"flush\" is not an op"},
+    {"UnknownOpField", steps(R"({"op": "restart", "group": "g"})"), "step 1: group: unknown field"},
+    {"BadAddress", steps(programOf(viaWith(R"("dstIpAddr": "10.0.0.300")"))),
+     "step 1: vias[0].dstIpAddr: \"10.0.0.300\" is not an IPv4 or IPv6 address"},
+    {"NegativeNumber", steps(programOf(goodVia + "," + viaWith(R"("ttl": -1)"))),
+     "step 1: vias[1].ttl: -1 is not an unsigned 32-bit number"},
+    {"TooLargeNumber", steps(programOf(viaWith(R"("weight": 4294967296)"))),
+     "step 1: vias[0].weight: 4294967296 is not an unsigned 32-bit number"},
+    {"Fraction", steps(programOf(viaWith(R"("ttl": 1.5)"))), "step 1: vias[0].ttl: 1.5 is not"},
+    {"TooManyMembers", steps(programOf(viaWith(R"("weight": 4097)"))),
+     "step 1: vias: the weights add up to 4097 members"},
+    {"UnknownTable", R"({"chip": {"tableSizes": {"L3Nope": 8}}})",
+     "chip.tableSizes.L3Nope: unknown table name"},
+    {"TableTooLarge", R"({"chip": {"tableSizes": {"IngL3Iif": 65537}}})",
+     "chip.tableSizes.IngL3Iif: 65537 rows"},
+    {"UnknownToggle", R"({"toggles": {"FastPath": true}})", "toggles.FastPath: unknown toggle"},
+    {"ReleaseBeforeProgram", steps(programOf(goodVia) + R"(, {"op": "release", "group": "h"})"),
+     "step 2: group: \"h\" holds no block to release"},
+    {"ReleaseAfterRestart",
+     steps(programOf(goodVia) + R"(, {"op": "restart"}, {"op": "release", "group": "g"})"),
+     "step 3: group: \"g\" holds no block to release"},
+    {"MissingField", steps(R"({"op": "program", "group": "g"})"), "step 1: vias: missing"},
+    {"ReservedDropKey",
+     steps(programOf(viaWith(R"("srcIpAddr": "0.0.0.0", "dstIpAddr": "0.0.0.0")"))),
+     "step 1: vias[0]: 0.0.0.0 -> 0.0.0.0 is the reserved drop next hop's key"},
+    {"UnsupportedNextHop", steps(programOf(R"({"nhEntryType": "nextHopGlean"})")),
+     "step 1: vias[0].nhEntryType: \"nextHopGlean\" is not nextHopArpResolved or nextHopDrop"},
+};
+
+class BadInputTest : public L3TunnelTool, public ::testing::WithParamInterface<BadInput> {};
+
+// Refused before anything runs: one line, exit code 2, no output, no state.
+TEST_P(BadInputTest, IsRefusedWithOneLineNamingTheField) {
+   const std::string file = write("bad.json", GetParam().scenario).string();
+   const fs::path state = dir_ / "state";
+   const Outcome r = run({"run", file, "--json", "--state-dir", state.string()});
+   EXPECT_EQ(r.code, 2);
+   EXPECT_TRUE(r.out.empty()) << r.out;
+   const std::string prefix = "l3tunnel: " + file + ": ";
+   EXPECT_EQ(r.err.rfind(prefix + GetParam().message, 0), 0u) << r.err;
+   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+   EXPECT_FALSE(fs::exists(state));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenario, BadInputTest, ::testing::ValuesIn(badInputs),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
+   struct Case {
+      std::vector<std::string> args;
+      int code;
+      std::string out;  // what stdout starts with
+      std::string err;  // what stderr starts with
+   };
+   const std::string file = write("s.json", "{}").string();
+   const std::vector<Case> cases{
+       {{"--help"}, 0, "usage: l3tunnel run", ""},
+       {{"run", file, "--help"}, 0, "usage: l3tunnel run", ""},
+       {{"--version"}, 0, std::string("l3tunnel ") + L3TUNNEL_VERSION + "\n", ""},
+       {{}, 2, "", "l3tunnel: missing command\nusage:"},
+       {{"run"}, 2, "", "l3tunnel: run: missing scenario file\nusage:"},
+       {{"play", file}, 2, "", "l3tunnel: unknown command 'play'\nusage:"},
+       {{"run", file, "--colour"}, 2, "", "l3tunnel: unknown option '--colour'\nusage:"},
+       {{"run", file, "--state-dir"}, 2, "", "l3tunnel: --state-dir needs a value\nusage:"},
+       {{"run", file, file}, 2, "", "l3tunnel: run: unexpected argument"},
+       {{"run", (dir_ / "none.json").string()},
+        2,
+        "",
+        "l3tunnel: " + (dir_ / "none.json").string()},
+   };
+   for (const auto& c : cases) {
+      const Outcome r = run(c.args);
+      const std::string what = ::testing::PrintToString(c.args);
+      EXPECT_EQ(r.code, c.code) << what;
+      EXPECT_EQ(r.out.rfind(c.out, 0), 0u) << what << r.out;
+      EXPECT_EQ(r.err.rfind(c.err, 0), 0u) << what << r.err;
+      if (c.code == 2) {
+         EXPECT_TRUE(r.out.empty()) << what;
+      }
+   }
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+#pragma once
+// The forwarding agent on the simulated chip, as far as overlay ECMP groups
+// go: it owns the chip, sets the programmer up as the agent does at start (or
+// after a restart), and plays a scenario's steps. What it holds is read out
+// by Snapshot; printing is someone else's business.
+//
+// The programmer reads its toggle once per process, so one process runs the
+// scenarios of one toggle setting only.
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "Asic/SwTableBase.h"
+#include "AsicSim/Chip.h"
+#include "Brio/Ptr.h"
+#include "Ledger/EntityManager.h"
+#include "Ledger/MountGroup.h"
+#include "Local/EntityManager.h"
+#include "MeridCentral/ChipInfo.h"
+#include "MeridCentral/FeatureAgentCommonSmData.h"
+#include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
+#include "Scenario.h"
+
+namespace L3TunnelTool {
+
+class Agent {
+public:
+   using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
+
+   // Makes the chip and fixes the scenario's toggles for the process; sets
+   // nothing up yet. Throws std::logic_error when this process already runs
+   // with other toggle values.
+   explicit Agent(const Scenario& scenario);
+   ~Agent();
+   Agent(const Agent&) = delete;
+   Agent& operator=(const Agent&) = delete;
+
+   // Before start: the rows a previous process saved. Throws
+   // std::runtime_error naming the file when it is unusable, or when its
+   // tables are not the size the scenario gives them.
+   void chipStateLoad(const std::string& path);
+   void chipStateSave(const std::string& path) const;
+
+   // Sets the programmer up: a fresh start, or a recovery from the rows the
+   // chip holds.
+   void start(bool recover);
+   void stepRun(const Step& step);
+   // Delivers every outstanding write response.
+   void settle();
+
+   const Scenario& scenario() const { return scenario_; }
+   const AsicSim::Chip& chip() const { return *chip_; }
+   const MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer* programmer() const {
+      return programmer_.ptr();
+   }
+   // Groups that hold a block, by name.
+   const std::map<std::string, HandlePtr>& groups() const { return groups_; }
+   bool commonIifOifIndex() const;
+
+private:
+   void softwareIs();
+   void programmerDel();
+   void restart();
+
+   Scenario scenario_;
+   Brio::Ptr<AsicSim::Chip> chip_;
+   // The agent's software: destroyed and made again by a restart.
+   Brio::Ptr<MeridCentral::ChipInfo> chipInfo_;
+   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd_;
+   Brio::Ptr<Local::EntityManager> localEm_;
+   Brio::Ptr<MeridL3Tunnel::EcmpGroup1Table> underlay_;
+   Brio::Ptr<Ledger::EntityManager> ledgerEm_;
+   Ledger::MountGroup mounts_;
+   Brio::Ptr<MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer> programmer_;
+   std::map<std::string, HandlePtr> groups_;
+};
+
+}  // namespace L3TunnelTool
