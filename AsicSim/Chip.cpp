@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -11,6 +12,7 @@
 
 #include "Brio/EventLoop.h"
 #include "MeridCentral/ChipInfo.h"
+#include "Orb/CharRange.h"
 #include "Orb/GenericValueText.h"
 #include "Sidecar/Loader.h"
 
@@ -219,60 +221,55 @@ void putString(std::string& out, std::string_view s) {
    out.append(std::to_string(s.size())).append(":").append(s);
 }
 
+// The text cursor of the framework, with faults reported by file and line.
 class StateReader {
 public:
-   StateReader(const std::string& path, std::string_view text) : path_(path), text_(text) {}
+   StateReader(const std::string& path, std::string_view text) : path_(path), r_(text) {}
 
    [[noreturn]] void fail(const std::string& what) const {
       throw std::runtime_error(path_ + ": " + what + " (line " + std::to_string(line_) + ")");
    }
-   bool atEnd() const { return pos_ >= text_.size(); }
-   std::string_view word() {
-      const size_t start = pos_;
-      while (pos_ < text_.size() && text_[pos_] != ' ' && text_[pos_] != '\n') ++pos_;
-      if (start == pos_) fail("a field is missing");
-      return text_.substr(start, pos_ - start);
-   }
-   uint64_t number(uint64_t max) {
-      const std::string_view w = word();
-      uint64_t v = 0;
-      for (char c : w) {
-         if (c < '0' || c > '9') fail("'" + std::string(w) + "' is not a number");
-         v = v * 10 + uint64_t(c - '0');
-         if (v > max) fail(std::string(w) + " is out of range");
+   // Runs a read of the cursor, whose faults come back as this file's.
+   template <class F>
+   auto checked(F&& f) {
+      try {
+         return f();
+      } catch (const std::range_error& e) {
+         fail(e.what());
       }
-      return v;
+   }
+   bool atEnd() const { return r_.atEnd(); }
+   size_t position() const { return r_.position(); }
+   std::string_view word() {
+      const std::string_view rest = r_.rest();
+      const size_t n = std::min(rest.find(' '), rest.find('\n'));
+      if (n == 0) fail("a field is missing");
+      const std::string_view w = rest.substr(0, n == rest.npos ? rest.size() : n);
+      r_.advance(w.size());
+      return w;
+   }
+   uint32_t number() {
+      return checked([&] { return r_.readUnsigned(0xFFFFFFFFu); });
    }
    std::string_view string() {
-      uint64_t n = 0;
-      const size_t start = pos_;
-      while (pos_ < text_.size() && text_[pos_] >= '0' && text_[pos_] <= '9') {
-         n = n * 10 + uint64_t(text_[pos_++] - '0');
-         if (n > text_.size()) fail("a string length runs past the end of the file");
-      }
-      if (pos_ == start || pos_ >= text_.size() || text_[pos_] != ':')
-         fail("a string is not written as <length>:<bytes>");
-      ++pos_;
-      if (n > text_.size() - pos_) fail("a string runs past the end of the file");
-      const std::string_view s = text_.substr(pos_, n);
-      pos_ += n;
+      const uint32_t n = number();
+      checked([&] { r_.needString(":"); });
+      if (n > r_.rest().size()) fail("a string runs past the end of the file");
+      const std::string_view s = r_.rest().substr(0, n);
+      r_.advance(n);
       return s;
    }
    void blank() {
-      if (pos_ >= text_.size() || text_[pos_] != ' ') fail("fields must be separated by one blank");
-      ++pos_;
+      checked([&] { r_.needString(" "); });
    }
    void lineEnd() {
-      if (pos_ >= text_.size() || text_[pos_] != '\n') fail("text after the last field");
-      ++pos_;
+      checked([&] { r_.needString("\n"); });
       ++line_;
    }
-   size_t position() const { return pos_; }
 
 private:
    const std::string& path_;
-   std::string_view text_;
-   size_t pos_ = 0;
+   Orb::CharRange r_;
    uint32_t line_ = 1;
 };
 
@@ -350,7 +347,7 @@ void Chip::stateLoad(const std::string& path) {
    StateReader r(path, text);
    if (r.atEnd() || r.word() != stateMagic) r.fail("not a chip state file");
    r.blank();
-   const uint64_t version = r.number(0xFFFFFFFFu);
+   const uint32_t version = r.number();
    if (version != stateVersion)
       r.fail("state file version " + std::to_string(version) + ", this program reads version " +
              std::to_string(stateVersion));
@@ -376,9 +373,12 @@ void Chip::stateLoad(const std::string& path) {
       const std::string_view kind = r.word();
       r.blank();
       if (kind == "table") {
-         const auto unit = Asic::UnitId(r.number(0xFFFFFFFFu));
+         const Asic::UnitId unit = r.number();
          r.blank();
-         const auto rows = uint32_t(r.number(0xFFFFFFFEu));
+         const uint32_t rows = r.number();
+         // A bound a real chip never reaches, so that no file can make us
+         // allocate without limit.
+         if (rows > (1u << 24)) r.fail("a table of " + std::to_string(rows) + " rows");
          r.blank();
          const std::string name(r.string());
          if (loaded.count({name, unit})) r.fail("table " + name + " appears twice");
@@ -386,7 +386,7 @@ void Chip::stateLoad(const std::string& path) {
          loaded.emplace(std::pair{name, unit}, current);
       } else if (kind == "row") {
          if (!current) r.fail("a row before any table");
-         const auto index = Asic::Index(r.number(0xFFFFFFFFu));
+         const Asic::Index index = r.number();
          if (index >= current->numEntries())
             r.fail("row " + std::to_string(index) + " is outside its table");
          r.blank();

@@ -31,11 +31,7 @@ public:
    explicit EgrL3Oif1Entry(Orb::CharRange& r) {
       r.needString(prefix());
       r.needString("'tunnelIdxHandle': ");
-      try {
-         tunnelIdxHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
-      } catch (const std::range_error&) {
-         Orb::rethrowFromDeserializeAttr("tunnelIdxHandle");
-      }
+      tunnelIdxHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "tunnelIdxHandle");
       r.needString(", 'tunnelIdx': ");
       tunnelIdx_ = Orb::deserializeAttr<uint16_t>(r, "tunnelIdx");
       r.needString(", 'ttlThreshold': ");

@@ -16,11 +16,7 @@ std::string prefix() {
 L3TunnelIngL3NextHopEntry::L3TunnelIngL3NextHopEntry(Orb::CharRange& r) {
    r.needString(prefix());
    r.needString("'l3Oif1Handle': ");
-   try {
-      l3Oif1Handle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
-   } catch (const std::range_error&) {
-      Orb::rethrowFromDeserializeAttr("l3Oif1Handle");
-   }
+   l3Oif1Handle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "l3Oif1Handle");
    r.needString(", 'l3Oif1': ");
    l3Oif1_ = Orb::deserializeAttr<uint16_t>(r, "l3Oif1");
    r.needString(", 'drop': ");

@@ -26,6 +26,15 @@ bool valid(const Asic::SwTableBase::EntryHandle::PtrConst& h) {
    return h && MeridL3Common::validateEntryState(h->entryState());
 }
 
+// A step of a via's chain that its table could not take is traced, and the
+// chain goes on.
+void fullTraced(const Asic::SwTableBase::EntryHandle::PtrConst& h, const char* message) {
+   if (valid(h)) return;
+   ORB_TRACE(L3TunnelOverlayEcmpProgrammer::traceHandle(), traceProgrammer,
+             "fillOverlayNextHopInfo")
+       << message;
+}
+
 }  // namespace
 
 bool L3TunnelOverlayEcmpProgrammer::commonIifOifIndex() {
@@ -209,10 +218,7 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
 
    if (viaEntry.nhEntryType() == Plx::nextHopDrop()) {
       HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
-      if (!valid(drop)) {
-         ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
-             << " L3TunnelNextHopTable is Full ";
-      }
+      fullTraced(drop, " L3TunnelNextHopTable is Full ");
       return drop;
    }
 
@@ -221,10 +227,7 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
        key, L3EgrL3Ipv4TunnelTable::Entry(true, false, viaEntry.srcIpAddr(),
                                           uint8_t(viaEntry.ttl() & 0xFF), viaEntry.dstIpAddr(),
                                           U5(tunnelStrength)));
-   if (!valid(tunnel)) {
-      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
-          << " L3EgrL3IpTunnelTables is Full ";
-   }
+   fullTraced(tunnel, " L3EgrL3IpTunnelTables is Full ");
 
    HandlePtrConst oif;
    if (!commonIifOifIndex()) {
@@ -234,17 +237,11 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
       const EgrL3Oif1Table::Entry egress(tunnel, 0, 0, U5(interfaceStrength));
       oif = l3InterfaceTable_->entryCommit(key, L3InterfaceTable::Entry(IngL3Iif::Entry(), egress));
    }
-   if (!valid(oif)) {
-      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
-          << " L3TunnelEgrL3OifTable is Full ";
-   }
+   fullTraced(oif, " L3TunnelEgrL3OifTable is Full ");
 
    HandlePtrConst nextHop = l3TunnelIngL3NextHopTable_->entryRef(
        key, L3TunnelIngL3NextHopTable::Entry(oif, 0, false, U5(nextHopStrength), U2()));
-   if (!valid(nextHop)) {
-      ORB_TRACE(traceHandle(), traceProgrammer, "fillOverlayNextHopInfo")
-          << " L3TunnelNextHopTable is Full ";
-   }
+   fullTraced(nextHop, " L3TunnelNextHopTable is Full ");
    return nextHop;
 }
 

@@ -44,7 +44,7 @@ public:
 
    // Every table is initialised on this unit.
    static constexpr Asic::UnitId tableUnit = 0x1FF;
-   static constexpr std::string_view ecmpGroupPath = "l3/swTable/shared/destination/ecmp";
+   static constexpr std::string_view ecmpGroupPath = EcmpGroup1Table::mountPath;
 
    // "CommonIifOifIndex" in "MeridL3.json" (default on), read on the first
    // call and kept for the life of the process. On: the tunnel interface is

@@ -101,6 +101,15 @@ SwTableBase::EntryHandle::PtrConst SwTableBase::EntryHandle::handleFromText(Orb:
    return PtrConst(h);
 }
 
+SwTableBase::EntryHandle::PtrConst SwTableBase::EntryHandle::handleFromText(Orb::CharRange& r,
+                                                                            const char* attrName) {
+   try {
+      return handleFromText(r);
+   } catch (const std::range_error&) {
+      Orb::rethrowFromDeserializeAttr(attrName);
+   }
+}
+
 void SwTableBase::EntryHandle::hwIndexIs(Index i) {
    if (i == hwIndex_) return;
    hwIndex_ = i;

@@ -114,6 +114,9 @@ public:
    // "0x0"; reading it back finds the live handle at that address.
    static std::string handleText(const EntryHandle* h);
    static PtrConst handleFromText(Orb::CharRange& r);
+   // The same for the handle attribute `attrName` of a value: a fault is
+   // reported under the attribute's name.
+   static PtrConst handleFromText(Orb::CharRange& r, const char* attrName);
 
 protected:
    EntryHandle();

@@ -38,17 +38,9 @@ Orb::Hash& mixPointer(Orb::Hash& h, const void* p) {
 L3EcmpMember0Entry::L3EcmpMember0Entry(Orb::CharRange& r) {
    r.needString(prefix());
    r.needString("'nextHopHandle': ");
-   try {
-      nextHopHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
-   } catch (const std::range_error&) {
-      Orb::rethrowFromDeserializeAttr("nextHopHandle");
-   }
+   nextHopHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "nextHopHandle");
    r.needString(", 'underlayHandle': ");
-   try {
-      underlayHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r);
-   } catch (const std::range_error&) {
-      Orb::rethrowFromDeserializeAttr("underlayHandle");
-   }
+   underlayHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "underlayHandle");
    r.needString(", 'nextHopIdx': ");
    nextHopIdx_ = Orb::deserializeAttr<uint32_t>(r, "nextHopIdx");
    r.needString(", 'underlayIdx': ");
@@ -134,14 +126,18 @@ L3EcmpMember0Table::RowKey::RowKey(Orb::CharRange& r) {
 }
 
 namespace {
-// The row text of every member, as the chip would hold it, hashed.
-uint32_t rowsHash(const L3EcmpMember0Table::EntryBlock& block) {
+// A block's rows as the chip holds them, hashed, to find them again after a
+// restart.
+uint32_t rowsHash(const std::vector<std::string>& texts) {
    Orb::Hash h(blockSeed);
-   for (auto& m : block) {
-      const std::string text = m.rowText();
-      h.mixBytes(text.data(), text.size());
-   }
+   for (auto& t : texts) h.mixBytes(t.data(), t.size());
    return h.result();
+}
+std::vector<std::string> rowTexts(const L3EcmpMember0Table::EntryBlock& block) {
+   std::vector<std::string> texts;
+   texts.reserve(block.entrys());
+   for (auto& m : block) texts.push_back(m.rowText());
+   return texts;
 }
 }  // namespace
 
@@ -168,8 +164,18 @@ L3EcmpMember0Table::EntryHandle::EntryHandle(L3EcmpMember0Table* table, const En
    entryType_ = referenceOnly();
 }
 
-L3EcmpMember0Table::EntryHandle::~EntryHandle() {
-   if (resolver_) resolver_->neededEntryHandleSmDelAll();
+L3EcmpMember0Table::EntryHandle::~EntryHandle() { resolverDel(); }
+
+void L3EcmpMember0Table::EntryHandle::statesIs(State s) {
+   entryStateIs(s);
+   resolvedEntryStateIs(s);
+}
+
+// Watchers are stopped before the resolver goes: one may be running it.
+void L3EcmpMember0Table::EntryHandle::resolverDel() {
+   if (!resolver_) return;
+   resolver_->neededEntryHandleSmDelAll();
+   resolver_.reset();
 }
 
 std::string L3EcmpMember0Table::EntryHandle::keyText() const {
@@ -190,8 +196,7 @@ L3EcmpMember0Table::~L3EcmpMember0Table() {
    // The rows stay on the chip for whoever comes next; held blocks only
    // forget the table.
    for (auto& [hash, h] : blocks_) {
-      if (h->resolver_) h->resolver_->neededEntryHandleSmDelAll();
-      h->resolver_.reset();
+      h->resolverDel();
       h->table_ = nullptr;
       h->swTableIs(nullptr);
    }
@@ -243,28 +248,28 @@ void L3EcmpMember0Table::syncEntries() {
    // A block is recovered whole only when every row of it is there.
    for (auto& [i, key] : rowKey) {
       if (key.index != key.base || key.size == 0) continue;
-      Orb::Hash h(blockSeed);
-      bool whole = true;
-      for (uint32_t r = 0; r < key.size && whole; ++r) {
+      std::vector<std::string> texts;
+      for (uint32_t r = 0; r < key.size; ++r) {
          auto it = rowKey.find(key.base + r);
          auto text = util()->hwTableEntryText(*hwTable(), key.base + r);
-         whole = it != rowKey.end() && it->second.base == key.base && it->second.size == key.size &&
-                 text;
-         if (whole) h.mixBytes(text->data(), text->size());
+         if (it == rowKey.end() || it->second.base != key.base || it->second.size != key.size ||
+             !text)
+            break;
+         texts.push_back(std::move(*text));
       }
-      if (whole) recoveredBlock_.emplace(h.result(), key);
+      if (texts.size() == key.size) recoveredBlock_.emplace(rowsHash(texts), key);
    }
    ORB_TRACE(traceHandle(), traceState, "syncEntries")
        << " : rows found in use: " << recoveredRow_.size()
        << ", whole blocks: " << recoveredBlock_.size();
 }
 
-bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base, const EntryBlock& block) const {
-   uint32_t r = 0;
-   for (auto& m : block) {
+bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base,
+                                            const std::vector<std::string>& texts) const {
+   for (uint32_t r = 0; r < texts.size(); ++r) {
       if (!recoveredRow_.count(base + r)) return false;
-      auto text = util()->hwTableEntryText(*hwTable(), base + r++);
-      if (!text || *text != m.rowText()) return false;
+      auto text = util()->hwTableEntryText(*hwTable(), base + r);
+      if (!text || *text != texts[r]) return false;
    }
    return true;
 }
@@ -272,10 +277,11 @@ bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base, const EntryBlock& 
 // A recovered block with exactly these rows, else a free range.
 Asic::Index L3EcmpMember0Table::rangeFor(const EntryHandle& h) {
    if (!recoveredBlock_.empty() && util() && hwTable()) {
-      auto [first, last] = recoveredBlock_.equal_range(rowsHash(h.block_));
+      const std::vector<std::string> texts = rowTexts(h.block_);
+      auto [first, last] = recoveredBlock_.equal_range(rowsHash(texts));
       for (auto it = first; it != last; ++it) {
          const RowKey k = it->second;
-         if (k.size != h.size() || !recoveredRowsEqual(k.base, h.block_)) continue;
+         if (k.size != h.size() || !recoveredRowsEqual(k.base, texts)) continue;
          recoveredBlock_.erase(it);
          for (uint32_t r = 0; r < k.size; ++r) recoveredRow_.erase(k.base + r);
          ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
@@ -318,16 +324,16 @@ L3EcmpMember0Table::EntryHandlePtrConst L3EcmpMember0Table::entryBlockRef(const 
    return ref;
 }
 
-// Finds the block a range and waits for what its members name.
+// Waits for what the block's members name; the block takes its range when
+// they are programmed.
 void L3EcmpMember0Table::place(EntryHandle& h) {
    const uint32_t n = h.size();
    if (n == 0) {
-      h.entryStateIs(State::success);
-      h.resolvedEntryStateIs(State::success);
+      h.statesIs(State::success);
       return;
    }
    h.entryStateIs(State::unresolved);
-   if (h.resolver_) h.resolver_->neededEntryHandleSmDelAll();
+   h.resolverDel();
    h.resolver_ = Brio::makePtr<Resolver>(&h);
    std::unordered_set<const Asic::SwTableBase::EntryHandle*> watched;
    bool failed = false;
@@ -345,10 +351,7 @@ void L3EcmpMember0Table::place(EntryHandle& h) {
 }
 
 void L3EcmpMember0Table::program(EntryHandle& h) {
-   if (h.resolver_) {
-      h.resolver_->neededEntryHandleSmDelAll();
-      h.resolver_.reset();
-   }
+   h.resolverDel();
    auto index = [](const EntryHandlePtrConst& needed) {
       return needed ? Asic::SwTableBase::getHwIndexForDependentField(*needed) : Asic::invalidIndex;
    };
@@ -362,16 +365,14 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
          ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
              << " : no free range of " << h.size()
              << " members, largest free: " << ranges_.largestFree();
-         h.entryStateIs(State::noHwIndex);
-         h.resolvedEntryStateIs(State::noHwIndex);
+         h.statesIs(State::noHwIndex);
          return;
       }
       byBase_.emplace(h.base_, &h);
    }
    requestsForget(h);
    h.writeRefused_ = false;
-   h.entryStateIs(State::inProgress);
-   h.resolvedEntryStateIs(State::inProgress);
+   h.statesIs(State::inProgress);
    if (!util() || !hwTable()) return;
    ORB_TRACE(traceHandle(), traceHardware, "hwTableEntryIs")
        << " : block " << h.keyText() << " rows " << h.base_ << ".." << h.base_ + h.size() - 1;
@@ -386,8 +387,7 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
    if (h.outstanding_ && !Asic::publishEntryHandleProgrammedState()) return;
    requestsForget(h);
    h.hwIndexIs(h.base_);
-   h.entryStateIs(State::success);
-   h.resolvedEntryStateIs(State::success);
+   h.statesIs(State::success);
 }
 
 void L3EcmpMember0Table::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index,
@@ -400,8 +400,7 @@ void L3EcmpMember0Table::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index
    if (--h.outstanding_) return;
    const State s = h.writeRefused_ ? State::noHwIndex : State::success;
    if (s == State::success) h.hwIndexIs(h.base_);
-   h.entryStateIs(s);
-   h.resolvedEntryStateIs(s);
+   h.statesIs(s);
 }
 
 void L3EcmpMember0Table::requestsForget(const EntryHandle& h) {
@@ -413,10 +412,7 @@ void L3EcmpMember0Table::requestsForget(const EntryHandle& h) {
 // Rows go before their range is freed, and the range before the entries the
 // members name are let go: no index is reused while a row still uses it.
 void L3EcmpMember0Table::rowsDel(EntryHandle& h) {
-   if (h.resolver_) {
-      h.resolver_->neededEntryHandleSmDelAll();
-      h.resolver_.reset();
-   }
+   h.resolverDel();
    requestsForget(h);
    if (h.base_ == Asic::invalidIndex) return;
    if (h.rowsWritten_ && util() && hwTable()) {

@@ -163,7 +163,7 @@ private:
    void place(EntryHandle& h);
    void program(EntryHandle& h);
    Asic::Index rangeFor(const EntryHandle& h);
-   bool recoveredRowsEqual(Asic::Index base, const EntryBlock& block) const;
+   bool recoveredRowsEqual(Asic::Index base, const std::vector<std::string>& texts) const;
    void rowsDel(EntryHandle& h);
    void requestsForget(const EntryHandle& h);
    void entryBlockRelease(EntryHandle& h);
@@ -217,6 +217,9 @@ private:
    friend class L3EcmpMember0Table;
    EntryHandle(L3EcmpMember0Table* table, const EntryBlock& block, uint32_t hash);
    ~EntryHandle() override;
+   // The entry state and the resolved-entry state move together for a block.
+   void statesIs(Asic::SwTableBase::EntryState s);
+   void resolverDel();
 
    EntryBlock block_;
    L3EcmpMember0Table* table_;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "Orb/CharRange.h"
 #include "Orb/Env.h"
 
 namespace {
@@ -14,84 +15,70 @@ namespace {
 // Reads the flat object of a toggle file: "name": true | false | number.
 class ToggleFileReader {
 public:
-   ToggleFileReader(std::string path, std::string text)
-       : path_(std::move(path)), text_(std::move(text)) {}
+   ToggleFileReader(std::string path, std::string_view text) : path_(std::move(path)), r_(text) {}
 
    std::optional<uint32_t> find(std::string_view wanted) {
-      std::optional<uint32_t> found;
-      expect('{');
-      if (peek() == '}') {
-         ++pos_;
-      } else {
-         for (;;) {
-            const std::string name = readString();
-            expect(':');
-            const uint32_t value = readValue();
-            if (name == wanted) found = value;
-            const char c = next();
-            if (c == '}') break;
-            if (c != ',') fail("',' or '}' expected");
-         }
+      try {
+         return parse(wanted);
+      } catch (const std::range_error& e) {
+         throw std::invalid_argument("toggle file " + path_ + ": " + e.what());
       }
-      if (peek() != '\0') fail("text after the object");
-      return found;
    }
 
 private:
-   [[noreturn]] void fail(const std::string& what) const {
-      throw std::invalid_argument("toggle file " + path_ + ": " + what + " at byte " +
-                                  std::to_string(pos_));
-   }
-   void skipBlanks() {
-      while (pos_ < text_.size() && std::isspace(static_cast<unsigned char>(text_[pos_]))) ++pos_;
-   }
-   char peek() {
-      skipBlanks();
-      return pos_ < text_.size() ? text_[pos_] : '\0';
-   }
-   char next() {
-      const char c = peek();
-      if (c) ++pos_;
-      return c;
-   }
-   void expect(char c) {
-      if (next() != c) fail(std::string("'") + c + "' expected");
-   }
-   std::string readString() {
-      expect('"');
-      std::string s;
-      while (pos_ < text_.size() && text_[pos_] != '"') {
-         if (text_[pos_] == '\\') fail("escapes are not allowed in toggle names");
-         s += text_[pos_++];
+   std::optional<uint32_t> parse(std::string_view wanted) {
+      std::optional<uint32_t> found;
+      need("{");
+      if (blanksSkipped() == '}') {
+         r_.advance(1);
+      } else {
+         for (;;) {
+            need("\"");
+            const std::string_view rest = r_.rest();
+            const size_t end = rest.find('"');
+            if (end == std::string_view::npos || rest.substr(0, end).find('\\') != rest.npos)
+               fail("a toggle name without escapes");
+            const std::string_view name = rest.substr(0, end);
+            r_.advance(end + 1);
+            need(":");
+            const uint32_t value = readValue();
+            if (name == wanted) found = value;
+            if (blanksSkipped() != ',') break;
+            r_.advance(1);
+         }
+         need("}");
       }
-      if (pos_ == text_.size()) fail("unterminated string");
-      ++pos_;
-      return s;
+      if (blanksSkipped() != '\0') fail("nothing after the object");
+      return found;
+   }
+
+   [[noreturn]] void fail(const std::string& expected) const {
+      throw std::range_error("expected " + expected + " at position " +
+                             std::to_string(r_.position()));
+   }
+   char blanksSkipped() {
+      while (std::isspace(static_cast<unsigned char>(r_.peek()))) r_.advance(1);
+      return r_.peek();
+   }
+   void need(std::string_view literal) {
+      blanksSkipped();
+      r_.needString(literal);
    }
    uint32_t readValue() {
-      skipBlanks();
-      if (text_.compare(pos_, 4, "true") == 0) {
-         pos_ += 4;
+      blanksSkipped();
+      if (r_.rest().starts_with("true")) {
+         r_.advance(4);
          return 1;
       }
-      if (text_.compare(pos_, 5, "false") == 0) {
-         pos_ += 5;
+      if (r_.rest().starts_with("false")) {
+         r_.advance(5);
          return 0;
       }
-      if (pos_ < text_.size() && std::isdigit(static_cast<unsigned char>(text_[pos_]))) {
-         uint64_t v = 0;
-         while (pos_ < text_.size() && std::isdigit(static_cast<unsigned char>(text_[pos_]))) {
-            v = v * 10 + uint64_t(text_[pos_++] - '0');
-            if (v > 0xFFFFFFFFu) fail("number too large");
-         }
-         return uint32_t(v);
-      }
-      fail("true, false or an unsigned number expected");
+      return r_.readUnsigned(0xFFFFFFFFu);
    }
 
    std::string path_;
-   std::string text_;
-   size_t pos_ = 0;
+   Orb::CharRange r_;
 };
 
 }  // namespace
@@ -106,6 +93,7 @@ uint32_t getToggleState(std::string_view name, std::string_view file, bool defau
    if (!in) return defaultState;
    std::ostringstream text;
    text << in.rdbuf();
-   const auto value = ToggleFileReader(path, text.str()).find(name);
+   const std::string content = text.str();
+   const auto value = ToggleFileReader(path, content).find(name);
    return value ? *value : uint32_t(defaultState);
 }

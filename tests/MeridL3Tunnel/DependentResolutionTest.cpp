@@ -11,10 +11,6 @@
 namespace test {
 namespace {
 
-using Oif = L3TunnelEgrL3Oif1Table;
-using Nh = L3TunnelIngL3NextHopTable;
-using V4 = L3EgrL3Ipv4TunnelTable;
-
 class DependentResolution : public SimFixture {
 protected:
    void SetUp() override {

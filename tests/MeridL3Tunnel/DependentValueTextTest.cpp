@@ -13,11 +13,6 @@
 namespace test {
 namespace {
 
-using Oif = L3TunnelEgrL3Oif1Table;
-using Nh = L3TunnelIngL3NextHopTable;
-using V4 = L3EgrL3Ipv4TunnelTable;
-using V6 = L3EgrL3Ipv6TunnelTable;
-
 struct BadField {
    std::string from, to, field;
 };

@@ -12,7 +12,6 @@
 namespace test {
 namespace {
 
-using V4 = L3EgrL3Ipv4TunnelTable;
 using IngIndex = IngL3Iif::Index;
 using EgrIndex = EgrL3Oif1Table::Index;
 

@@ -11,8 +11,6 @@
 namespace test {
 namespace {
 
-using V4 = L3EgrL3Ipv4TunnelTable;
-
 class MergedInterface : public SimFixture {
 protected:
    void SetUp() override {

@@ -11,8 +11,6 @@
 namespace test {
 namespace {
 
-using Nh = L3TunnelIngL3NextHopTable;
-using V4 = L3EgrL3Ipv4TunnelTable;
 using Stub = Asic::GenericIndexAllocatorStub;
 using TunnelSpace = MeridL3Common::L3TunnelNextHopSharedAllocator;
 using OrdinarySpace = MeridL3Common::L3NextHopSharedAllocator;

@@ -10,11 +10,6 @@
 namespace test {
 namespace {
 
-using Oif = L3TunnelEgrL3Oif1Table;
-using Nh = L3TunnelIngL3NextHopTable;
-using V4 = L3EgrL3Ipv4TunnelTable;
-using V6 = L3EgrL3Ipv6TunnelTable;
-
 // A key type of another table sharing an allocator.
 struct OtherKey {
    static constexpr std::string_view typeName = "test::OtherKey";

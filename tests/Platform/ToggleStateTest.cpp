@@ -47,9 +47,17 @@ TEST_F(ToggleState, FileDecidesAndAbsenceGivesTheDefault) {
 }
 
 TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
-   for (const char* text :
-        {"", "{\"CommonIifOifIndex\": yes}", "{\"CommonIifOifIndex\" false}",
-         "{\"CommonIifOifIndex\": true", "{\"a\": 1} x", "{\"CommonIifOifIndex\": 99999999999}"}) {
+   struct Case {
+      const char* text;
+      const char* reason;
+   };
+   for (const Case& c : {Case{"", "expected \"{\" at position 0"},
+                         Case{"{\"CommonIifOifIndex\": yes}", "expected a number at position 22"},
+                         Case{"{\"CommonIifOifIndex\" false}", "expected \":\" at position 21"},
+                         Case{"{\"CommonIifOifIndex\": true", "expected \"}\" at position 26"},
+                         Case{"{\"a\": 1} x", "expected nothing after the object at position 9"},
+                         Case{"{\"CommonIifOifIndex\": 99999999999}", "out of range"}}) {
+      const char* text = c.text;
       fileIs(text);
       try {
          state(true);
@@ -58,7 +66,7 @@ TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
          EXPECT_NE(std::string(e.what()).find((dir / "MeridL3.json").string() + ": "),
                    std::string::npos)
              << e.what();
-         EXPECT_NE(std::string(e.what()).find(" at byte "), std::string::npos) << e.what();
+         EXPECT_NE(std::string(e.what()).find(c.reason), std::string::npos) << e.what();
       }
    }
 }

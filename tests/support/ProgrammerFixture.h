@@ -85,11 +85,8 @@ protected:
       SimFixture::TearDown();
    }
 
-   // Makes the programmer and its tables, as the agent does at start.
-   void start() {
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->doMountHwTableMountInfo(mounts);
-      programmer->initTables(chipInfo);
+   // The fixture's checks run over the tables the programmer made.
+   void tablesAdopt() {
       v4 = programmer->l3EgrL3Ipv4TunnelTable();
       v6 = programmer->l3EgrL3Ipv6TunnelTable();
       oif = programmer->l3TunnelEgrL3Oif1Table();
@@ -97,6 +94,14 @@ protected:
       nh = programmer->l3TunnelIngL3NextHopTable();
       members = programmer->l3EcmpMember0Table();
       runLoop();
+   }
+
+   // Makes the programmer and its tables, as the agent does at start.
+   void start() {
+      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
+      programmer->doMountHwTableMountInfo(mounts);
+      programmer->initTables(chipInfo);
+      tablesAdopt();
    }
 
    // An agent restart: the software goes (the programmer with its tables
@@ -124,13 +129,7 @@ protected:
       }
       programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
       programmer->recoverTables(chipInfo);
-      v4 = programmer->l3EgrL3Ipv4TunnelTable();
-      v6 = programmer->l3EgrL3Ipv6TunnelTable();
-      oif = programmer->l3TunnelEgrL3Oif1Table();
-      intf = programmer->l3InterfaceTable();
-      nh = programmer->l3TunnelIngL3NextHopTable();
-      members = programmer->l3EcmpMember0Table();
-      runLoop();
+      tablesAdopt();
    }
 
    // Row changes over every table of the chip.

@@ -28,6 +28,10 @@ using MeridL3Tunnel::L3TunnelKey;
 using State = Asic::SwTableBase::EntryState;
 using Type = Asic::SwTableBase::EntryHandle::EntryType;
 using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
+using V4 = L3EgrL3Ipv4TunnelTable;
+using V6 = L3EgrL3Ipv6TunnelTable;
+using Oif = L3TunnelEgrL3Oif1Table;
+using Nh = L3TunnelIngL3NextHopTable;
 
 inline Wire::IpGenAddr addr(const char* text) { return Wire::IpGenAddr(text); }
 
