@@ -164,20 +164,45 @@ void Chip::writeFailuresIs(std::string_view tableName, uint32_t count) {
    writeFailures_.insert_or_assign(std::string(tableName), count);
 }
 
+void Chip::writeFailureAtIs(uint32_t k) {
+   if (k) failAt_.insert(writes_ + k);
+}
+
+void Chip::journalingIs(bool on) {
+   journaling_ = on;
+   journal_.clear();
+}
+
+bool Chip::rowSet(HwTable& table, Asic::Index index, const Asic::EntryBase* entry) {
+   if (!journaling_) return table.rowIs(index, entry);
+   const std::string* old = table.row(index);
+   std::optional<std::string> before;
+   if (old) before = *old;
+   if (!table.rowIs(index, entry)) return false;
+   const std::string* now = table.row(index);
+   std::optional<std::string> after;
+   if (now) after = *now;
+   if (before != after)
+      journal_.push_back({table.name(), table.unit(), index, std::move(before), std::move(after)});
+   return true;
+}
+
 Asic::HwRequestId Chip::write(Util& util, HwTable& table, Asic::Index index,
                               const Asic::EntryBase* entry) {
-   bool fail = false;
+   ++writes_;
+   bool fail = failAt_.erase(writes_) != 0;
    if (auto it = writeFailures_.find(table.name()); it != writeFailures_.end() && it->second) {
       --it->second;
       fail = true;
    }
-   if (!fail) fail = !table.rowIs(index, entry);
+   if (!fail) fail = !rowSet(table, index, entry);
+   if (fail) failedWrites_.push_back({table.name(), table.unit(), index, writes_});
    if (!fail && util.swTable()) table.rowKeyIs(index, util.swTable()->hwRowKey(index));
    return respond(util, index, fail ? Asic::WriteStatus::failed : Asic::WriteStatus::ok);
 }
 
 Asic::HwRequestId Chip::erase(Util& util, HwTable& table, Asic::Index index) {
-   const bool ok = table.rowIs(index, nullptr);
+   const bool ok = rowSet(table, index, nullptr);
    table.rowKeyIs(index, {});
    return respond(util, index, ok ? Asic::WriteStatus::ok : Asic::WriteStatus::failed);
 }
@@ -369,6 +394,7 @@ void Chip::stateLoad(const std::string& path) {
 
    decltype(tables_) loaded;
    Brio::Ptr<HwTable> current;
+   uint32_t allRows = 0;
    while (r.position() < endLine + 1) {
       const std::string_view kind = r.word();
       r.blank();
@@ -376,9 +402,11 @@ void Chip::stateLoad(const std::string& path) {
          const Asic::UnitId unit = r.number();
          r.blank();
          const uint32_t rows = r.number();
-         // A bound a real chip never reaches, so that no file can make us
-         // allocate without limit.
-         if (rows > (1u << 24)) r.fail("a table of " + std::to_string(rows) + " rows");
+         // A bound a real chip never reaches, over all tables together, so
+         // that no file can make us allocate without limit.
+         if (rows > (1u << 24) - allRows)
+            r.fail("tables of more than " + std::to_string(1u << 24) + " rows in all");
+         allRows += rows;
          r.blank();
          const std::string name(r.string());
          if (loaded.count({name, unit})) r.fail("table " + name + " appears twice");

@@ -6,8 +6,9 @@
 // by the agent's event loop, in order, unless a test holds them back.
 //
 // Test controls: hold responses and release them one at a time or out of
-// order, fail the next writes of a table, change a table's size, count
-// hardware writes, deletes and row changes per table. Rows belong to the chip,
+// order, fail the next writes of a table or the n-th write of all, change a
+// table's size, count hardware writes, deletes and row changes per table,
+// and keep a journal of every row change. Rows belong to the chip,
 // not to the software tables, so they survive software tables being destroyed
 // and made again.
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -125,6 +127,41 @@ public:
    // Utils created from now on ask the engine to record written indices at once.
    void recordHwIndexOnWriteIs(bool b) { recordHwIndexOnWrite_ = b; }
 
+   // Writes requested so far over all tables, refused ones included.
+   uint32_t writes() const { return writes_; }
+   // The `k`-th write from now (1: the next one) fails, whatever its table:
+   // the row is left as it was and the response reports the failure. May be
+   // called again to fail several writes; 0 does nothing.
+   void writeFailureAtIs(uint32_t k);
+   // Forgets the failures asked for that have not happened yet.
+   void writeFailureAtDelAll() { failAt_.clear(); }
+   uint32_t writeFailuresPending() const { return uint32_t(failAt_.size()); }
+
+   // A write the chip refused, for whichever reason.
+   struct FailedWrite {
+      std::string table;
+      Asic::UnitId unit = 0;
+      Asic::Index index = 0;
+      uint32_t ordinal = 0;  // its place among writes(), counted from 1
+   };
+   const std::vector<FailedWrite>& failedWrites() const { return failedWrites_; }
+   void failedWritesDelAll() { failedWrites_.clear(); }
+
+   // The row journal: while on, every write or delete that changes a row's
+   // content is recorded in order. Off by default; turning it on starts an
+   // empty journal.
+   struct RowChange {
+      std::string table;
+      Asic::UnitId unit = 0;
+      Asic::Index index = 0;
+      std::optional<std::string> before;  // none: the row was clear
+      std::optional<std::string> after;   // none: the row is cleared
+   };
+   bool journaling() const { return journaling_; }
+   void journalingIs(bool on);
+   const std::vector<RowChange>& journal() const { return journal_; }
+   void journalDelAll() { journal_.clear(); }
+
    // Called by the plug-in's Util.
    Asic::HwRequestId write(Util& util, HwTable& table, Asic::Index index,
                            const Asic::EntryBase* entry);
@@ -140,6 +177,8 @@ private:
    };
    ~Chip() override;
    Asic::HwRequestId respond(Util& util, Asic::Index index, Asic::WriteStatus status);
+   // Sets the row and journals the change; false when the index is outside the table.
+   bool rowSet(HwTable& table, Asic::Index index, const Asic::EntryBase* entry);
    static void deliver(const Response& r);
 
    std::map<std::pair<std::string, Asic::UnitId>, Brio::Ptr<HwTable>, std::less<>> tables_;
@@ -149,6 +188,11 @@ private:
    bool holdResponses_ = false;
    bool recordHwIndexOnWrite_ = false;
    bool installed_ = false;
+   uint32_t writes_ = 0;
+   std::set<uint32_t> failAt_;  // ordinals among writes_ that fail
+   std::vector<FailedWrite> failedWrites_;
+   bool journaling_ = false;
+   std::vector<RowChange> journal_;
 };
 
 }  // namespace AsicSim

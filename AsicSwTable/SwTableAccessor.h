@@ -244,7 +244,11 @@ struct SwTable::Accessor {
       auto& map = t.data_.resolvedEntry;
       auto it = map.find(key);
       if (it != map.end()) {
-         if (it->second && Entry::isEq(*it->second, e)) return eh;
+         // The same value again is a no-op, unless the chip refused it: then
+         // it is written afresh.
+         if (it->second && Entry::isEq(*it->second, e) &&
+             eh->resolvedEntryState() != State::noHwIndex)
+            return eh;
          ORB_TRACE(trace(), traceWrite, "entryWriteHelper")
              << " : Writing new entry : " << e << ", at key : " << key
              << "; setting entryState to unresolved"
@@ -406,6 +410,9 @@ struct SwTable::Accessor {
    // delete never overtakes it.
    static void withdraw(T& t, const Key& key, const HandlePtr& h, Util* util) {
       if (h) {
+         // A write that takes the handle up again must not pass for written
+         // before it has an index of its own.
+         h->hwIndexIs(invalidIndex);
          h->entryStateIs(State::inProgress);
          h->resolvedEntryStateIs(State::inProgress);
          if (writeInFlight(t, *h)) return;
@@ -456,8 +463,13 @@ struct SwTable::Accessor {
       h->outstandingRequestIs(0);
       auto node = t.data_.resolvedEntry.find(key);
       if (!isDelete && node != t.data_.resolvedEntry.end() && !node->second) {
-         // Withdrawn while the write was in flight: now the row can go.
-         handleEntry(t, key);
+         // Withdrawn while the write was in flight: now the row can go. A key
+         // taken up again since keeps its index for the value it now waits
+         // for; only the old row goes.
+         if (h->entryType() == Type::inDeletion)
+            handleEntry(t, key);
+         else if (Util* util = liveUtil(t))
+            util->hwTableEntryDel(*t.hwTable(), heldIndex(t, key));
          return;
       }
       const bool ok = isDelete || status == WriteStatus::ok;
@@ -611,9 +623,15 @@ struct SwTable::Accessor {
             t.data_.resolvedEntry.erase(node);
             publishResolvedEntry(t, key);
          }
-         if constexpr (!T::knownIndex) {
-            if (heldIndex(t, key) != invalidIndex) doReleaseHwIndex(t, key);
-         }
+         // A key holding an index without a value (its row found at the
+         // recovery, or kept for a value that never came) gives both back, or
+         // the index would be handed out again under a row still on the chip.
+         Util* util = liveUtil(t);
+         const Index held = heldIndex(t, key);
+         bool recovered = held != invalidIndex;
+         if constexpr (T::knownIndex)
+            recovered = util && util->hwTableEntryText(*t.hwTable(), held).has_value();
+         if (recovered) deleteRow(t, key, util);
          return;
       }
       ORB_TRACE(trace(), traceWrite, "cleanup") << "begin delete dance, key :" << key;
@@ -621,6 +639,9 @@ struct SwTable::Accessor {
       eh->entryStateIs(State::unresolved);
       node = t.data_.resolvedEntry.find(key);
       if (node != t.data_.resolvedEntry.end() && node->second) {
+         // The value stays queued, and what it names alive, until the row's
+         // delete is answered: a named row never goes before the row naming it.
+         eh->pendingEntryEnq(*node->second);
          resolvedEntryIs(t, key, Orb::Optional<Entry>());
          return;
       }
@@ -720,7 +741,10 @@ struct SwTable::Accessor {
          unresolvedEntryDel(t, key);
       }
       auto node = t.data_.resolvedEntry.find(key);
-      if (node != t.data_.resolvedEntry.end() && node->second && Entry::isEq(*node->second, e)) {
+      // A value the chip refused is written afresh below.
+      const HandlePtr refused = entryHandle(t, key);
+      if (node != t.data_.resolvedEntry.end() && node->second && Entry::isEq(*node->second, e) &&
+          !(refused && refused->resolvedEntryState() == State::noHwIndex)) {
          ORB_TRACE(trace(), traceWrite, op)
              << " : Found already existing resolved entry at key : " << key << ", entry : " << e;
          HandlePtr eh = entryHandleIs(t, key);

@@ -76,30 +76,28 @@ public:
    explicit operator bool() const { return !isEq(*this, EgrL3Oif1Entry()); }
 
    friend std::string valueToStrep(const EgrL3Oif1Entry& e) {
-      const std::string handle =
-          Asic::SwTableBase::EntryHandle::handleText(e.tunnelIdxHandle_.ptr());
-      const std::string idx = std::to_string(e.tunnelIdx_);
-      const std::string ttl = std::to_string(e.ttlThreshold_);
-      const std::string strength = valueToStrep(e.strengthPrflIndex_);
-      std::string out(prefix());
-      out.append("'tunnelIdxHandle': ").append(handle);
-      out.append(", 'tunnelIdx': ").append(idx);
-      out.append(", 'ttlThreshold': ").append(ttl);
-      out.append(", 'strengthPrflIndex': ").append(strength);
-      out.append("})");
-      return out;
+      return text(e, e.tunnelIdxHandle_.ptr());
    }
    friend std::ostream& operator<<(std::ostream& os, const EgrL3Oif1Entry& e) {
       return os << valueToStrep(e);
    }
-   std::string rowText() const override {
-      EgrL3Oif1Entry row(*this);
-      row.tunnelIdxHandle_ = nullptr;
-      return valueToStrep(row);
-   }
+   std::string rowText() const override { return text(*this, nullptr); }
 
 private:
    static std::string prefix() { return "Value('" + std::string(typeName) + "', ** {"; }
+   // The text form with `handle` in the handle's place, built in one buffer:
+   // the chip's row of every write is this text (with no handle).
+   static std::string text(const EgrL3Oif1Entry& e, const Asic::SwTableBase::EntryHandle* handle) {
+      std::string out;
+      out.reserve(160);
+      out.append("Value('").append(typeName).append("', ** {");
+      out.append("'tunnelIdxHandle': ").append(Asic::SwTableBase::EntryHandle::handleText(handle));
+      out.append(", 'tunnelIdx': ").append(std::to_string(e.tunnelIdx_));
+      out.append(", 'ttlThreshold': ").append(std::to_string(e.ttlThreshold_));
+      out.append(", 'strengthPrflIndex': ").append(valueToStrep(e.strengthPrflIndex_));
+      out.append("})");
+      return out;
+   }
 
    HandlePtr tunnelIdxHandle_;
    uint16_t tunnelIdx_ = 0;

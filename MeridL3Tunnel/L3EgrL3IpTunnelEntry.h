@@ -98,20 +98,19 @@ public:
       return h.result();
    }
 
+   // Built in one buffer: the chip's row of every write is this text.
    friend std::string valueToStrep(const EgrL3IpTunnelEntry& e) {
-      const std::string v4 = Orb::valueToStrep(e.isIpInIpV4Tunnel_);
-      const std::string v6 = Orb::valueToStrep(e.isIpInIpV6Tunnel_);
-      const std::string src = valueToStrep(e.srcIpAddr_);
-      const std::string ttl = std::to_string(e.ttlValue_);
-      const std::string dst = valueToStrep(e.dstIpAddr_);
-      const std::string strength = valueToStrep(e.strengthProfileIndex1_);
-      std::string out(prefix());
-      out.append("'isIpInIpV4Tunnel': ").append(v4);
-      out.append(", 'isIpInIpV6Tunnel': ").append(v6);
-      out.append(", 'srcIpAddr': ").append(src);
-      out.append(", 'ttlValue': ").append(ttl);
-      out.append(", 'dstIpAddr': ").append(dst);
-      out.append(", 'strengthProfileIndex1': ").append(strength);
+      std::string out;
+      out.reserve(224);
+      out.append("Value('").append(typeName).append("', ** {");
+      out.append("'isIpInIpV4Tunnel': ");
+      Orb::StrepTraits<bool>::print(out, e.isIpInIpV4Tunnel_);
+      out.append(", 'isIpInIpV6Tunnel': ");
+      Orb::StrepTraits<bool>::print(out, e.isIpInIpV6Tunnel_);
+      out.append(", 'srcIpAddr': ").append(valueToStrep(e.srcIpAddr_));
+      out.append(", 'ttlValue': ").append(std::to_string(e.ttlValue_));
+      out.append(", 'dstIpAddr': ").append(valueToStrep(e.dstIpAddr_));
+      out.append(", 'strengthProfileIndex1': ").append(valueToStrep(e.strengthProfileIndex1_));
       out.append("})");
       return out;
    }

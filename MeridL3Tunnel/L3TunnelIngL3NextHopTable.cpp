@@ -49,27 +49,30 @@ bool operator<(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEnt
    return a.viewType_ < b.viewType_;
 }
 
-std::string valueToStrep(const L3TunnelIngL3NextHopEntry& e) {
-   const std::string handle = Asic::SwTableBase::EntryHandle::handleText(e.l3Oif1Handle_.ptr());
-   const std::string oif = std::to_string(e.l3Oif1_);
-   const std::string drop = Orb::valueToStrep(e.drop_);
-   const std::string strength = valueToStrep(e.strengthProfileIdx_);
-   const std::string view = valueToStrep(e.viewType_);
-   std::string out = prefix();
-   out.append("'l3Oif1Handle': ").append(handle);
-   out.append(", 'l3Oif1': ").append(oif);
-   out.append(", 'drop': ").append(drop);
-   out.append(", 'strengthProfileIdx': ").append(strength);
-   out.append(", 'viewType': ").append(view);
+namespace {
+// The text form with `handle` in the handle's place, built in one buffer: the
+// chip's row of every write is this text (with no handle).
+std::string entryText(const L3TunnelIngL3NextHopEntry& e,
+                      const Asic::SwTableBase::EntryHandle* handle) {
+   std::string out;
+   out.reserve(176);
+   out.append("Value('").append(L3TunnelIngL3NextHopEntry::typeName).append("', ** {");
+   out.append("'l3Oif1Handle': ").append(Asic::SwTableBase::EntryHandle::handleText(handle));
+   out.append(", 'l3Oif1': ").append(std::to_string(e.l3Oif1()));
+   out.append(", 'drop': ");
+   Orb::StrepTraits<bool>::print(out, e.drop());
+   out.append(", 'strengthProfileIdx': ").append(valueToStrep(e.strengthProfileIdx()));
+   out.append(", 'viewType': ").append(valueToStrep(e.viewType()));
    out.append("})");
    return out;
 }
+}  // namespace
 
-std::string L3TunnelIngL3NextHopEntry::rowText() const {
-   L3TunnelIngL3NextHopEntry row(*this);
-   row.l3Oif1Handle_ = nullptr;
-   return valueToStrep(row);
+std::string valueToStrep(const L3TunnelIngL3NextHopEntry& e) {
+   return entryText(e, e.l3Oif1Handle_.ptr());
 }
+
+std::string L3TunnelIngL3NextHopEntry::rowText() const { return entryText(*this, nullptr); }
 
 L3TunnelIngL3NextHopTable::L3TunnelIngL3NextHopTable() { hwResponseNeededIs(true); }
 

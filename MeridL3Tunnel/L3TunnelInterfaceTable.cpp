@@ -48,8 +48,9 @@ L3InterfaceTable::MergedEntry::MergedEntry(Orb::CharRange&) {
 }
 
 void L3InterfaceTable::MergedEntry::mergedEntryHandleIs(HandlePtrConst h) {
-   if (std::find(handles_.begin(), handles_.end(), h) == handles_.end())
-      handles_.push_back(std::move(h));
+   if (std::find(handles_.begin(), handles_.end(), h) != handles_.end()) return;
+   if (handles_.empty()) handles_.reserve(numMemberTables());  // one allocation, not two
+   handles_.push_back(std::move(h));
 }
 
 void L3InterfaceTable::MergedEntry::mergedEntryHandleDel(const HandlePtrConst& h) {
@@ -448,16 +449,22 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, co
        (egrL3Oif1Table_->unresolvedEntry(egrIndex) ||
         egrL3Oif1Table_->resolvedEntryHas(egrIndex)) &&
        EgrL3Oif1Table::Entry::isEq(egrL3Oif1Table_->entry(egrIndex), entry.egrL3Oif1TableEntry());
-   if (repeat) {
+   // A failed entry is written afresh: members the chip refused are written again.
+   const bool retry = eh->isFailed();
+   if (repeat && !retry) {
       ORB_TRACE(traceHandle(), traceWrite, "entryWrite") << ": merged table entry already exists";
       return eh;
    }
    MergedEntry merged(entry.writeResponseFn());
    merged.mergedEntryHandleIs(ingL3Iif_->entryRef(ingIndex, entry.ingL3IifEntry()));
    merged.mergedEntryHandleIs(egrL3Oif1Table_->entryRef(egrIndex, entry.egrL3Oif1TableEntry()));
+   // The old watchers give way to new ones only now that `merged` holds the
+   // members: were they let go first, a refused member would go, and with it
+   // the merged index.
+   if (retry) unresolvedMergedEntryDel(key);
    auto ume = unresolvedMergedEntryIs(key);
    eh->entryStateIs(State::unresolved);
-   ume->initUnresolvedMergedEntry(merged);
+   ume->initUnresolvedMergedEntry(merged, retry);
    return eh;
 }
 
@@ -567,7 +574,8 @@ void L3InterfaceTable::EntryHandle::zeroReferencesIs(bool zero) {
 
 // ---- unresolved merged entries ---------------------------------------------------------
 
-void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const MergedEntry& entry) {
+void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const MergedEntry& entry,
+                                                                        bool awaitMembers) {
    ORB_ASSERT(entry.mergedEntryHandles() == MergedEntry::numMemberTables())
        << "All member tables are not filled";
    if (&entry != &mergedEntry_) mergedEntry_ = entry;
@@ -583,6 +591,7 @@ void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const Me
    // is then resolved within the write. Otherwise the watchers resolve it.
    bool written = true;
    for (auto& h : mergedEntry_.mergedEntryHandle()) written &= h->isHwIndexValid();
+   if (awaitMembers) written = neededEntryHandleSms() == 0;
    if (written && !failed && table_) doResolve();
 }
 

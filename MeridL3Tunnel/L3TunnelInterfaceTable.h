@@ -225,7 +225,9 @@ public:
 
    const Key& key() const { return key_; }
    const MergedEntry& mergedEntry() const { return mergedEntry_; }
-   void initUnresolvedMergedEntry(const MergedEntry& entry);
+   // With `awaitMembers` the entry resolves only once its members are
+   // programmed, not when they are written: a retry must hear a refusal.
+   void initUnresolvedMergedEntry(const MergedEntry& entry, bool awaitMembers = false);
    void doResolve() override;
    void markFailedNeededEntry() override;
    void setEntryState(Asic::SwTableBase::EntryState state) override;

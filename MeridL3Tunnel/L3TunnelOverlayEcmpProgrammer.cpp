@@ -218,6 +218,10 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
 
    if (viaEntry.nhEntryType() == Plx::nextHopDrop()) {
       HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
+      // The chip may have refused the reserved entry after initTables returned:
+      // a group that needs it tries it again.
+      if (drop && drop->entryState() == Asic::SwTableBase::noHwIndex())
+         programReservedTunnelDropEntry();
       fullTraced(drop, " L3TunnelNextHopTable is Full ");
       return drop;
    }

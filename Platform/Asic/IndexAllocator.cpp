@@ -24,7 +24,7 @@ uint64_t wordMask(uint32_t word, uint32_t first, uint32_t last) {
 
 Index GenericIndexAllocator::newIndexForKey(Orb::GenericValueRef key) {
    if (!key) return invalidIndex;
-   if (auto it = keyToIndex_.find(key); it != keyToIndex_.end()) return it->second;
+   if (const uint32_t slot = slotFind(key); slot != noSlot) return slots_[slot].index;
    Index index = freeIndexTake();
    if (!isValidIndex(index)) return invalidIndex;
    keyIndexIs(index, Orb::GenericValue(key));
@@ -32,24 +32,33 @@ Index GenericIndexAllocator::newIndexForKey(Orb::GenericValueRef key) {
 }
 
 bool GenericIndexAllocator::requestIndexForKey(Index index, Orb::GenericValueRef key) {
+   return indexClaim(index, key, nullptr);
+}
+
+bool GenericIndexAllocator::requestIndexForKey(Index index, const Orb::GenericValue& key) {
+   return indexClaim(index, key.ref(), &key);
+}
+
+bool GenericIndexAllocator::indexClaim(Index index, Orb::GenericValueRef key,
+                                       const Orb::GenericValue* shared) {
    if (!key) return false;
-   auto it = keyToIndex_.find(key);
-   if (it != keyToIndex_.end() && it->second == index) return true;
+   const uint32_t slot = slotFind(key);
+   if (slot != noSlot && slots_[slot].index == index) return true;
    if (held(index) || !freeIndexClaim(index)) return false;
-   if (it == keyToIndex_.end()) {
-      keyIndexIs(index, Orb::GenericValue(key));
+   if (slot == noSlot) {
+      keyIndexIs(index, shared ? *shared : Orb::GenericValue(key));
       return true;
    }
-   Index old = std::exchange(it->second, index);
-   if (index >= indexToKey_.size()) indexToKey_.resize(size_t(index) + 1);
+   Index old = std::exchange(slots_[slot].index, index);
+   indexToKeyCover(index);
    indexToKey_[index] = std::move(indexToKey_[old]);
    freeIndexIs(old);
    return true;
 }
 
 Index GenericIndexAllocator::indexForKey(Orb::GenericValueRef key) const {
-   auto it = keyToIndex_.find(key);
-   return it == keyToIndex_.end() ? invalidIndex : it->second;
+   const uint32_t slot = slotFind(key);
+   return slot == noSlot ? invalidIndex : slots_[slot].index;
 }
 
 std::optional<Orb::GenericValue> GenericIndexAllocator::keyForIndex(Index index) const {
@@ -73,10 +82,10 @@ void GenericIndexAllocator::releaseIndexFromTable(const Orb::GenericValue& alloc
 }
 
 void GenericIndexAllocator::releaseIndex(const Orb::GenericValue& allocatorKey) {
-   auto it = keyToIndex_.find(allocatorKey);
-   if (it == keyToIndex_.end()) return;
-   Index index = it->second;
-   keyToIndex_.erase(it);
+   const uint32_t slot = slotFind(allocatorKey);
+   if (slot == noSlot) return;
+   const Index index = slots_[slot].index;
+   slotErase(slot);
    keyIndexDel(index);
 }
 
@@ -99,10 +108,68 @@ void GenericIndexAllocator::indexCountIs(uint32_t n) {
    indexSpaceChanged();
 }
 
+// Keys come in first-free order, each index one past the last: growing by one
+// element at a time would cost a call per key.
+void GenericIndexAllocator::indexToKeyCover(Index index) {
+   if (index < indexToKey_.size()) return;
+   const size_t needed = size_t(index) + 1;
+   const size_t grown = indexToKey_.size() + indexToKey_.size() / 2;
+   indexToKey_.resize(std::max(needed, std::min(grown, size_t(indexCount_))));
+}
+
 void GenericIndexAllocator::keyIndexIs(Index index, Orb::GenericValue key) {
-   keyToIndex_.emplace(key, index);
-   if (index >= indexToKey_.size()) indexToKey_.resize(size_t(index) + 1);
+   indexToKeyCover(index);
    indexToKey_[index] = std::move(key);
+   slotInsert(index);
+}
+
+uint32_t GenericIndexAllocator::slotFind(Orb::GenericValueRef key) const {
+   if (!keys_ || !key) return noSlot;
+   const uint32_t mask = uint32_t(slots_.size()) - 1;
+   for (uint32_t i = slotHome(key.hash());; i = (i + 1) & mask) {
+      const Slot& slot = slots_[i];
+      if (slot.index == invalidIndex) return noSlot;
+      if (slot.hash == key.hash() && indexToKey_[slot.index] == key) return i;
+   }
+}
+
+void GenericIndexAllocator::slotInsert(Index index) {
+   if ((uint64_t(keys_) + 1) * 10 > uint64_t(slots_.size()) * 7) slotsGrow();
+   const uint32_t mask = uint32_t(slots_.size()) - 1;
+   const uint32_t hash = indexToKey_[index].hash();
+   uint32_t i = slotHome(hash);
+   while (slots_[i].index != invalidIndex) i = (i + 1) & mask;
+   slots_[i] = {index, hash};
+   ++keys_;
+}
+
+// Later members of the probe run move back over the hole, so that no search
+// stops short of its key.
+void GenericIndexAllocator::slotErase(uint32_t slot) {
+   const uint32_t mask = uint32_t(slots_.size()) - 1;
+   uint32_t hole = slot;
+   for (uint32_t j = (hole + 1) & mask; slots_[j].index != invalidIndex; j = (j + 1) & mask) {
+      const uint32_t home = slotHome(slots_[j].hash);
+      const bool stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
+      if (stays) continue;
+      slots_[hole] = slots_[j];
+      hole = j;
+   }
+   slots_[hole] = Slot();
+   --keys_;
+}
+
+void GenericIndexAllocator::slotsGrow() {
+   std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
+   old.swap(slots_);
+   slotShift_ = 32 - uint32_t(std::countr_zero(slots_.size()));
+   const uint32_t mask = uint32_t(slots_.size()) - 1;
+   for (const Slot& slot : old) {
+      if (slot.index == invalidIndex) continue;
+      uint32_t i = slotHome(slot.hash);
+      while (slots_[i].index != invalidIndex) i = (i + 1) & mask;
+      slots_[i] = slot;
+   }
 }
 
 void GenericIndexAllocator::keyIndexDel(Index index) {

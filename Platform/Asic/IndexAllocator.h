@@ -55,6 +55,9 @@ public:
       return requestIndexForKey(index, Orb::GenericValueRef(key));
    }
    bool requestIndexForKey(Index index, Orb::GenericValueRef key);
+   // The same for a key already in generic form (a row's key at recovery):
+   // the allocator shares its holder instead of copying the value.
+   bool requestIndexForKey(Index index, const Orb::GenericValue& key);
 
    template <Orb::GenericType K>
    Index indexForKey(const K& key) const {
@@ -88,7 +91,7 @@ public:
    void indexCountIs(uint32_t n);
    bool initialized() const { return initialized_; }
    void initializedIs(bool on) { initialized_ = on; }
-   uint32_t used() const { return uint32_t(keyToIndex_.size()); }
+   uint32_t used() const { return keys_; }
    bool held(Index index) const { return index < indexToKey_.size() && indexToKey_[index]; }
 
    // Visits (index, key) of every held index in index order.
@@ -116,13 +119,34 @@ protected:
    Index heldEnd() const { return Index(indexToKey_.size()); }
 
 private:
+   static constexpr uint32_t noSlot = 0xFFFFFFFFu;
+   bool indexClaim(Index index, Orb::GenericValueRef key, const Orb::GenericValue* shared);
    void keyIndexIs(Index index, Orb::GenericValue key);
    void keyIndexDel(Index index);
+   void indexToKeyCover(Index index);
+   // The key table: which slot holds the key's index (noSlot: none), a slot
+   // for a new index, a slot emptied.
+   uint32_t slotFind(Orb::GenericValueRef key) const;
+   void slotInsert(Index index);
+   void slotErase(uint32_t slot);
+   uint32_t slotHome(uint32_t hash) const { return (hash * 0x9e3779b1u) >> slotShift_; }
+   void slotsGrow();
 
-   std::unordered_map<Orb::GenericValue, Index, Orb::GenericValueHash, Orb::GenericValueEqual>
-       keyToIndex_;
-   // Grows to the highest held index only: first-free keeps that dense.
+   // Grows with the highest held index (by half again, within the index
+   // count): first-free keeps that dense.
    std::vector<Orb::GenericValue> indexToKey_;
+   // Keys to indices: an open-addressing table (linear probing, deletion by
+   // backward shift) of indices into indexToKey_, which holds the keys. No
+   // allocation per key: recovery claims every row's index, and each key
+   // programmed takes one. Each slot keeps its key's hash, so that a probe
+   // reads a key only when the hashes match.
+   struct Slot {
+      Index index = invalidIndex;  // invalidIndex: empty
+      uint32_t hash = 0;
+   };
+   std::vector<Slot> slots_;
+   uint32_t slotShift_ = 32;
+   uint32_t keys_ = 0;
    std::vector<std::pair<const IndexKeyHolder*, uint32_t>> tableAttrs_;
    uint32_t indexCount_ = 0;
    bool initialized_ = false;

@@ -36,25 +36,29 @@ public:
       if (attr == EntryHandle::entryStateAttr && h.isFailed()) owner_->markFailedNeededEntry();
    }
 
+   NeededEntryHandleSm* next = nullptr;  // the owner's next watcher
+
 private:
    UnresolvedEntry* owner_;
    Brio::Ptr<const EntryHandle> handle_;
    bool hwIndexSuffices_;
 };
 
-SwTableBase::UnresolvedEntry::~UnresolvedEntry() {
-   for (auto* w : watchers_) delete w;
-}
+SwTableBase::UnresolvedEntry::~UnresolvedEntry() { neededEntryHandleSmDelAll(); }
 
 void SwTableBase::UnresolvedEntry::neededEntryHandleSmIs(const EntryHandle* h,
                                                          bool hwIndexSuffices) {
-   watchers_.push_back(new NeededEntryHandleSm(this, h, hwIndexSuffices));
+   auto* w = new NeededEntryHandleSm(this, h, hwIndexSuffices);
+   w->next = watchers_;
+   watchers_ = w;
    ++outstanding_;
 }
 
 void SwTableBase::UnresolvedEntry::neededEntryHandleSmDelAll() {
-   for (auto* w : watchers_) delete w;
-   watchers_.clear();
+   while (NeededEntryHandleSm* w = watchers_) {
+      watchers_ = w->next;
+      delete w;
+   }
    outstanding_ = 0;
 }
 

@@ -40,8 +40,9 @@ protected:
 private:
    class NeededEntryHandleSm;
    void neededEntryHandleReady();
-   // Owned; deleted in the destructor (the type is private to the source).
-   std::vector<NeededEntryHandleSm*> watchers_;
+   // Owned, linked through the watchers; deleted in the destructor (the type
+   // is private to the source). A list, not a vector: most entries have one.
+   NeededEntryHandleSm* watchers_ = nullptr;
    uint32_t outstanding_ = 0;
 };
 

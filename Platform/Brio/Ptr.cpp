@@ -2,26 +2,22 @@
 
 namespace Brio {
 
-namespace {
+namespace PtrDetail {
 bool threadSafe = false;
 }
+using PtrDetail::threadSafe;
 
 void threadSafePtrIs(bool on) { threadSafe = on; }
 bool threadSafePtr() { return threadSafe; }
 
-uint32_t PtrInterface::load() const {
-   if (threadSafe) return std::atomic_ref<uint32_t>(refCount_).load(std::memory_order_acquire);
-   return refCount_;
+uint32_t PtrInterface::loadAtomic() const {
+   return std::atomic_ref<uint32_t>(refCount_).load(std::memory_order_acquire);
 }
 
-uint32_t PtrInterface::add(int32_t delta) const {
-   if (threadSafe) {
-      return std::atomic_ref<uint32_t>(refCount_).fetch_add(uint32_t(delta),
-                                                            std::memory_order_acq_rel) +
-             uint32_t(delta);
-   }
-   refCount_ += uint32_t(delta);
-   return refCount_;
+uint32_t PtrInterface::addAtomic(int32_t delta) const {
+   return std::atomic_ref<uint32_t>(refCount_).fetch_add(uint32_t(delta),
+                                                         std::memory_order_acq_rel) +
+          uint32_t(delta);
 }
 
 void PtrInterface::flagIs(uint32_t f, bool on) const {
@@ -34,10 +30,6 @@ void PtrInterface::flagIs(uint32_t f, bool on) const {
       return;
    }
    refCount_ = on ? (refCount_ | f) : (refCount_ & ~f);
-}
-
-void PtrInterface::deleteRef() const {
-   if ((add(-1) & refMask) == 0) onZeroReferences();
 }
 
 void PtrInterface::onZeroReferences() const {

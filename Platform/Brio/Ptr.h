@@ -12,6 +12,12 @@ namespace Brio {
 void threadSafePtrIs(bool on);
 bool threadSafePtr();
 
+namespace PtrDetail {
+// The switch itself (defined with the functions above), read inline: every
+// pointer copy adjusts a count, and a call per copy costs more than the add.
+extern bool threadSafe;
+}  // namespace PtrDetail
+
 class PtrInterface {
 public:
    static constexpr uint32_t refMask = 0x5fffffff;
@@ -28,7 +34,9 @@ public:
 
    uint32_t references() const { return load() & refMask; }
    void newRef() const { add(1); }
-   void deleteRef() const;
+   void deleteRef() const {
+      if ((add(-1) & refMask) == 0) onZeroReferences();
+   }
 
    bool flag(uint32_t f) const { return (load() & f) != 0; }
    void flagIs(uint32_t f, bool on) const;
@@ -40,8 +48,17 @@ protected:
    virtual void zeroReferencesIs(bool) {}
 
 private:
-   uint32_t load() const;
-   uint32_t add(int32_t delta) const;
+   uint32_t load() const {
+      if (PtrDetail::threadSafe) return loadAtomic();
+      return refCount_;
+   }
+   uint32_t add(int32_t delta) const {
+      if (PtrDetail::threadSafe) return addAtomic(delta);
+      refCount_ += uint32_t(delta);
+      return refCount_;
+   }
+   uint32_t loadAtomic() const;
+   uint32_t addAtomic(int32_t delta) const;
    void onZeroReferences() const;
    mutable uint32_t refCount_ = 0;
 };

@@ -83,12 +83,7 @@ public:
 
 private:
    friend class Notifiee;
-   struct List {
-      std::vector<Notifiee*> items;
-      uint32_t delivering = 0;
-      bool holes = false;
-      bool orphaned = false;  // the publisher died during a delivery
-   };
+   struct List;  // the notifiees, with the state of deliveries in progress
    void attach(Notifiee* n);
    void detach(Notifiee* n);
    void deliver(AttrId attr, KeyRef key) const;

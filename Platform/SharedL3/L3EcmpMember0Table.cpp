@@ -1,6 +1,7 @@
 #include "SharedL3/L3EcmpMember0Table.h"
 
 #include <algorithm>
+#include <optional>
 #include <unordered_set>
 
 #include "Asic/IndexAllocator.h"
@@ -57,24 +58,31 @@ uint32_t L3EcmpMember0Entry::hash(uint32_t seed) const {
    return h.mix(resolved_).result();
 }
 
-std::string valueToStrep(const L3EcmpMember0Entry& e) {
+namespace {
+// The text form with the handles given, built in one buffer: the chip's row
+// of every member is this text (with no handles).
+std::string entryText(const L3EcmpMember0Entry& e, const Asic::SwTableBase::EntryHandle* nextHop,
+                      const Asic::SwTableBase::EntryHandle* underlay) {
    using Handle = Asic::SwTableBase::EntryHandle;
-   std::string out = prefix();
-   out.append("'nextHopHandle': ").append(Handle::handleText(e.nextHopHandle_.ptr()));
-   out.append(", 'underlayHandle': ").append(Handle::handleText(e.underlayHandle_.ptr()));
-   out.append(", 'nextHopIdx': ").append(std::to_string(e.nextHopIdx_));
-   out.append(", 'underlayIdx': ").append(std::to_string(e.underlayIdx_));
-   out.append(", 'resolved': ").append(Orb::valueToStrep(e.resolved()));
+   std::string out;
+   out.reserve(176);
+   out.append("Value('").append(L3EcmpMember0Entry::typeName).append("', ** {");
+   out.append("'nextHopHandle': ").append(Handle::handleText(nextHop));
+   out.append(", 'underlayHandle': ").append(Handle::handleText(underlay));
+   out.append(", 'nextHopIdx': ").append(std::to_string(e.nextHopIdx()));
+   out.append(", 'underlayIdx': ").append(std::to_string(e.underlayIdx()));
+   out.append(", 'resolved': ");
+   Orb::StrepTraits<bool>::print(out, e.resolved());
    out.append("})");
    return out;
 }
+}  // namespace
 
-std::string L3EcmpMember0Entry::rowText() const {
-   L3EcmpMember0Entry row(*this);
-   row.nextHopHandle_ = nullptr;
-   row.underlayHandle_ = nullptr;
-   return valueToStrep(row);
+std::string valueToStrep(const L3EcmpMember0Entry& e) {
+   return entryText(e, e.nextHopHandle_.ptr(), e.underlayHandle_.ptr());
 }
+
+std::string L3EcmpMember0Entry::rowText() const { return entryText(*this, nullptr, nullptr); }
 
 // ---- block -----------------------------------------------------------------
 
@@ -232,42 +240,81 @@ Orb::GenericValue L3EcmpMember0Table::hwRowKey(Asic::Index index) const {
 // Rows already on the chip keep their indices out of new blocks' way until a
 // block with the same rows claims them or they are purged.
 void L3EcmpMember0Table::syncEntries() {
-   recoveredRow_.clear();
+   recoveredRow_.assign(numEntries(), false);
+   recoveredRows_ = 0;
    recoveredBlock_.clear();
    if (!util() || !hwTable()) return;
    auto seen = Brio::makePtr<Asic::FirstFreeIndexAllocator>();
    seen->indexCountIs(numEntries());
    seen->initializedIs(true);
    util()->syncIndexAllocator(Orb::typeId<RowKey>(), *seen, *hwTable());
-   std::map<Asic::Index, RowKey> rowKey;
-   seen->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue& key) {
-      if (!ranges_.rangeClaim(i, 1)) return;
-      recoveredRow_.insert(i);
-      rowKey.emplace(i, *key.as<RowKey>());
-   });
-   // A block is recovered whole only when every row of it is there.
-   for (auto& [i, key] : rowKey) {
-      if (key.index != key.base || key.size == 0) continue;
-      std::vector<std::string> texts;
-      for (uint32_t r = 0; r < key.size; ++r) {
-         auto it = rowKey.find(key.base + r);
-         auto text = util()->hwTableEntryText(*hwTable(), key.base + r);
-         if (it == rowKey.end() || it->second.base != key.base || it->second.size != key.size ||
-             !text)
-            break;
-         texts.push_back(std::move(*text));
+   // Blocks lie in runs of consecutive rows: each run is claimed at once, and
+   // row by row only when some of it is taken already.
+   auto claim = [&](Asic::Index first, uint32_t n) {
+      if (ranges_.rangeClaim(first, n)) {
+         for (uint32_t r = 0; r < n; ++r) recoveredRow_[first + r] = true;
+         recoveredRows_ += n;
+         return;
       }
-      if (texts.size() == key.size) recoveredBlock_.emplace(rowsHash(texts), key);
+      for (Asic::Index i = first; i < first + n; ++i) {
+         if (!ranges_.rangeClaim(i, 1)) continue;
+         recoveredRow_[i] = true;
+         ++recoveredRows_;
+      }
+   };
+   Asic::Index runFirst = 0;
+   uint32_t run = 0;
+   seen->forEachHeldIndex([&](Asic::Index i, const Orb::GenericValue&) {
+      if (run && i == runFirst + run) {
+         ++run;
+         return;
+      }
+      if (run) claim(runFirst, run);
+      runFirst = i;
+      run = 1;
+   });
+   if (run) claim(runFirst, run);
+   // A block is recovered whole only when every row of it is there.
+   auto rowKey = [&](Asic::Index i) -> std::optional<RowKey> {
+      if (!recoveredRowHas(i)) return std::nullopt;
+      auto key = seen->keyForIndex(i);
+      const RowKey* k = key ? key->as<RowKey>() : nullptr;
+      return k ? std::optional<RowKey>(*k) : std::nullopt;
+   };
+   for (Asic::Index i = 0; i < recoveredRow_.size(); ++i) {
+      const auto key = rowKey(i);
+      if (!key || key->index != key->base || key->size == 0) continue;
+      // The same hash as rowsHash over the block's texts, taken row by row.
+      Orb::Hash hash(blockSeed);
+      uint32_t r = 0;
+      for (; r < key->size; ++r) {
+         const auto row = rowKey(key->base + r);
+         if (!row || row->base != key->base || row->size != key->size) break;
+         auto text = util()->hwTableEntryText(*hwTable(), key->base + r);
+         if (!text) break;
+         hash.mixBytes(text->data(), text->size());
+      }
+      if (r == key->size) recoveredBlock_.emplace(hash.result(), *key);
    }
    ORB_TRACE(traceHandle(), traceState, "syncEntries")
-       << " : rows found in use: " << recoveredRow_.size()
+       << " : rows found in use: " << recoveredRows_
        << ", whole blocks: " << recoveredBlock_.size();
+}
+
+bool L3EcmpMember0Table::recoveredRowHas(Asic::Index i) const {
+   return i < recoveredRow_.size() && recoveredRow_[i];
+}
+
+void L3EcmpMember0Table::recoveredRowDel(Asic::Index i) {
+   if (!recoveredRowHas(i)) return;
+   recoveredRow_[i] = false;
+   --recoveredRows_;
 }
 
 bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base,
                                             const std::vector<std::string>& texts) const {
    for (uint32_t r = 0; r < texts.size(); ++r) {
-      if (!recoveredRow_.count(base + r)) return false;
+      if (!recoveredRowHas(base + r)) return false;
       auto text = util()->hwTableEntryText(*hwTable(), base + r);
       if (!text || *text != texts[r]) return false;
    }
@@ -283,7 +330,7 @@ Asic::Index L3EcmpMember0Table::rangeFor(const EntryHandle& h) {
          const RowKey k = it->second;
          if (k.size != h.size() || !recoveredRowsEqual(k.base, texts)) continue;
          recoveredBlock_.erase(it);
-         for (uint32_t r = 0; r < k.size; ++r) recoveredRow_.erase(k.base + r);
+         for (uint32_t r = 0; r < k.size; ++r) recoveredRowDel(k.base + r);
          ORB_TRACE(traceHandle(), traceState, "entryBlockRef")
              << " : block takes back its rows at " << k.base;
          return k.base;
@@ -294,12 +341,14 @@ Asic::Index L3EcmpMember0Table::rangeFor(const EntryHandle& h) {
 
 void L3EcmpMember0Table::purgeStaleEntries() {
    ORB_TRACE(traceHandle(), traceWrite, "purgeStaleEntries")
-       << " : rows nobody claimed: " << recoveredRow_.size();
-   for (Asic::Index i : recoveredRow_) {
+       << " : rows nobody claimed: " << recoveredRows_;
+   for (Asic::Index i = 0; i < recoveredRow_.size(); ++i) {
+      if (!recoveredRow_[i]) continue;
       if (util() && hwTable()) util()->hwTableEntryDel(*hwTable(), i);
       ranges_.rangeDel(i, 1);
    }
    recoveredRow_.clear();
+   recoveredRows_ = 0;
    recoveredBlock_.clear();
 }
 

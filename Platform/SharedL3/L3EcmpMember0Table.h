@@ -140,7 +140,7 @@ public:
 
    const Asic::RangeIndexAllocator& indexAllocator() const { return ranges_; }
    // Rows found on the hardware at sync that no block has claimed since.
-   uint32_t recoveredRows() const { return uint32_t(recoveredRow_.size()); }
+   uint32_t recoveredRows() const { return recoveredRows_; }
    // Deletes those rows and frees their indices.
    void purgeStaleEntries();
 
@@ -164,6 +164,8 @@ private:
    void program(EntryHandle& h);
    Asic::Index rangeFor(const EntryHandle& h);
    bool recoveredRowsEqual(Asic::Index base, const std::vector<std::string>& texts) const;
+   bool recoveredRowHas(Asic::Index i) const;
+   void recoveredRowDel(Asic::Index i);
    void rowsDel(EntryHandle& h);
    void requestsForget(const EntryHandle& h);
    void entryBlockRelease(EntryHandle& h);
@@ -173,7 +175,10 @@ private:
    std::unordered_multimap<uint32_t, EntryHandle*> blocks_;
    std::unordered_map<Asic::HwRequestId, EntryHandle*> inFlight_;
    std::map<Asic::Index, EntryHandle*> byBase_;  // blocks that hold a range
-   std::set<Asic::Index> recoveredRow_;
+   // By index: found at the sync and not claimed since (a bitmap, as the
+   // sync marks every row of a full chip).
+   std::vector<bool> recoveredRow_;
+   uint32_t recoveredRows_ = 0;
    // Whole blocks among the recovered rows, by the hash of their rows' text.
    std::unordered_multimap<uint32_t, RowKey> recoveredBlock_;
 };

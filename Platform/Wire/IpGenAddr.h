@@ -4,6 +4,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -47,8 +48,10 @@ public:
    // view) agree whatever family the value carries.
    static uint32_t hashIpv6Bytes(const std::array<uint8_t, 16>& bytes, uint32_t seed);
 
+   // A fixed-size memcmp compiles to two word compares; every tunnel-key
+   // lookup compares addresses.
    friend bool operator==(const IpGenAddr& a, const IpGenAddr& b) {
-      return a.family_ == b.family_ && a.bytes_ == b.bytes_;
+      return a.family_ == b.family_ && std::memcmp(a.bytes_.data(), b.bytes_.data(), 16) == 0;
    }
    friend std::strong_ordering operator<=>(const IpGenAddr& a, const IpGenAddr& b) {
       if (auto c = a.family_ <=> b.family_; c != 0) return c;

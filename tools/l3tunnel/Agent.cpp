@@ -161,6 +161,7 @@ void Agent::start(bool recover) {
 void Agent::restart() {
    programmerDel();
    groups_.clear();
+   groupVias_.clear();
    settle();
    ledgerEm_ = nullptr;
    localEm_ = nullptr;
@@ -180,10 +181,12 @@ void Agent::stepRun(const Step& step) {
          HandlePtr old = std::move(groups_[step.group]);
          groups_[step.group] = std::move(block);
          old = nullptr;
+         groupVias_[step.group] = step.vias;
          break;
       }
       case Step::Op::release:
          groups_.erase(step.group);
+         groupVias_.erase(step.group);
          break;
       case Step::Op::restart:
          restart();

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "Asic/SwTableBase.h"
 #include "AsicSim/Chip.h"
@@ -50,11 +51,17 @@ public:
 
    const Scenario& scenario() const { return scenario_; }
    const AsicSim::Chip& chip() const { return *chip_; }
+   // For tests that steer the chip (faults, responses, the row journal).
+   AsicSim::Chip& chip() { return *chip_; }
    const MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer* programmer() const {
       return programmer_.ptr();
    }
    // Groups that hold a block, by name.
    const std::map<std::string, HandlePtr>& groups() const { return groups_; }
+   // The vias each of those groups was last programmed with: what the agent
+   // replays after a restart.
+   using Vias = std::vector<MeridL3Tunnel::L3TunnelOverlayViaEntry>;
+   const std::map<std::string, Vias>& groupVias() const { return groupVias_; }
    bool commonIifOifIndex() const;
 
 private:
@@ -73,6 +80,7 @@ private:
    Ledger::MountGroup mounts_;
    Brio::Ptr<MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer> programmer_;
    std::map<std::string, HandlePtr> groups_;
+   std::map<std::string, Vias> groupVias_;
 };
 
 }  // namespace L3TunnelTool

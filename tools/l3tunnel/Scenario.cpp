@@ -357,10 +357,18 @@ private:
 }  // namespace
 
 Scenario scenarioParse(std::string_view text, const std::string& file) {
+   // Messages quote the offending value, and quoting recurses: a document
+   // nested deeper than any scenario is refused while it is read.
+   constexpr int maxDepth = 64;
+   auto depthChecked = [&](int depth, Json::parse_event_t, Json&) {
+      if (depth > maxDepth)
+         throw ScenarioError(file + ": nested deeper than " + std::to_string(maxDepth) + " levels");
+      return true;
+   };
    Json doc;
    try {
-      doc = Json::parse(text);
-   } catch (const Json::parse_error& e) {
+      doc = Json::parse(text, depthChecked);
+   } catch (const Json::exception& e) {  // also a number too large to hold
       std::string what = e.what();
       // Drop the library's "[json.exception.parse_error.101] " tag.
       if (const auto close = what.find("] "); what.starts_with("[") && close != std::string::npos)

@@ -1,0 +1,139 @@
+// Heap bytes per live via chain with `fullChains` chains held, counted by
+// replacing the global allocation functions in this binary (every library
+// allocates through them). The simulated chip's row texts are the chip's
+// memory, not the software's: they are counted apart and taken out.
+#include <cstdlib>
+#include <new>
+
+#include "BenchRig.h"
+
+namespace {
+
+// Benchmarks run on one thread; the counts need no atomics.
+int64_t liveBytes = 0;
+int64_t liveBlocks = 0;
+
+// Each block carries its requested size in front, in a header that keeps the
+// default alignment.
+constexpr std::size_t header = 16;
+
+void* allocate(std::size_t n) {
+   void* p = std::malloc(n + header);
+   if (!p) throw std::bad_alloc();
+   *static_cast<std::size_t*>(p) = n;
+   liveBytes += int64_t(n);
+   ++liveBlocks;
+   return static_cast<char*>(p) + header;
+}
+
+void release(void* p) noexcept {
+   if (!p) return;
+   char* base = static_cast<char*>(p) - header;
+   liveBytes -= int64_t(*reinterpret_cast<std::size_t*>(base));
+   --liveBlocks;
+   std::free(base);
+}
+
+void* allocateAligned(std::size_t n, std::align_val_t a) {
+   const auto align = std::size_t(a);
+   if (align <= header) return allocate(n);
+   const std::size_t total = (n + align + align - 1) / align * align;
+   void* p = std::aligned_alloc(align, total);
+   if (!p) throw std::bad_alloc();
+   char* user = static_cast<char*>(p) + align;
+   *reinterpret_cast<std::size_t*>(user - header) = n;
+   liveBytes += int64_t(n);
+   ++liveBlocks;
+   return user;
+}
+
+void releaseAligned(void* p, std::align_val_t a) noexcept {
+   const auto align = std::size_t(a);
+   if (align <= header) return release(p);
+   if (!p) return;
+   char* user = static_cast<char*>(p);
+   liveBytes -= int64_t(*reinterpret_cast<std::size_t*>(user - header));
+   --liveBlocks;
+   std::free(user - align);
+}
+
+}  // namespace
+
+void* operator new(std::size_t n) { return allocate(n); }
+void* operator new[](std::size_t n) { return allocate(n); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
+   try {
+      return allocate(n);
+   } catch (...) {
+      return nullptr;
+   }
+}
+void* operator new[](std::size_t n, const std::nothrow_t& t) noexcept { return operator new(n, t); }
+void* operator new(std::size_t n, std::align_val_t a) { return allocateAligned(n, a); }
+void* operator new[](std::size_t n, std::align_val_t a) { return allocateAligned(n, a); }
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+   try {
+      return allocateAligned(n, a);
+   } catch (...) {
+      return nullptr;
+   }
+}
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t& t) noexcept {
+   return operator new(n, a, t);
+}
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { release(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { release(p); }
+void operator delete(void* p, std::align_val_t a) noexcept { releaseAligned(p, a); }
+void operator delete[](void* p, std::align_val_t a) noexcept { releaseAligned(p, a); }
+void operator delete(void* p, std::size_t, std::align_val_t a) noexcept { releaseAligned(p, a); }
+void operator delete[](void* p, std::size_t, std::align_val_t a) noexcept { releaseAligned(p, a); }
+void operator delete(void* p, std::align_val_t a, const std::nothrow_t&) noexcept {
+   releaseAligned(p, a);
+}
+void operator delete[](void* p, std::align_val_t a, const std::nothrow_t&) noexcept {
+   releaseAligned(p, a);
+}
+
+namespace bench {
+namespace {
+
+// Chains are held by their next hops, as member blocks hold them.
+void BM_MemoryChain(benchmark::State& state) {
+   for (auto _ : state) {
+      ProgrammerRig rig(maxRows);
+      std::vector<HandlePtr> heads;
+      heads.reserve(fullChains);
+      const int64_t bytes0 = liveBytes, blocks0 = liveBlocks;
+      const auto chip0 = int64_t(rig.rowTextBytes());
+      for (uint32_t i = 0; i < fullChains; ++i) {
+         heads.push_back(rig.programmer->fillOverlayNextHopInfo(via(i)));
+         runLoop();
+      }
+      bool ok = true;
+      for (auto& h : heads) ok &= h->entryState() == State::success;
+      if (!check(state, ok, "a chain was not acknowledged")) return;
+      const auto chip = int64_t(rig.rowTextBytes()) - chip0;
+      const double n = fullChains;
+      state.counters["bytes_per_chain"] = double(liveBytes - bytes0 - chip) / n;
+      state.counters["blocks_per_chain"] = double(liveBlocks - blocks0) / n;
+      state.counters["chip_bytes_per_chain"] = double(chip) / n;
+      state.counters["chains"] = n;
+      state.counters["pointer_bits"] = double(sizeof(void*) * 8);
+      heads.clear();
+      runLoop();
+   }
+   state.SetLabel(toggleLabel());
+}
+
+const bool registered = [] {
+   // Counts, not times: one run says all.
+   benchmark::RegisterBenchmark("memory/chain", BM_MemoryChain)->Iterations(1)->Repetitions(1);
+   return true;
+}();
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,376 @@
+#include "Model/ModelOps.h"
+
+#include <map>
+#include <random>
+#include <set>
+#include <sstream>
+
+namespace model {
+
+const std::array<KeyText, keyCount>& keyPool() {
+   static const std::array<KeyText, keyCount> pool{{
+       {"10.0.0.1", "10.1.0.1"},
+       {"10.0.0.1", "10.1.0.2"},
+       {"10.0.0.1", "10.1.0.3"},
+       {"10.0.0.2", "10.1.0.1"},
+       {"10.0.0.2", "10.1.0.4"},
+       {"10.0.0.1", "10.1.0.5"},
+       {"2001:db8::1", "2001:db8:1::1"},
+       {"2001:db8::1", "2001:db8:1::2"},
+       {"2001:db8::2", "2001:db8:1::1"},
+   }};
+   return pool;
+}
+
+std::string keyName(uint32_t key) {
+   if (key >= keyCount) return "drop";
+   return std::string(keyPool()[key].src) + ">" + keyPool()[key].dst;
+}
+
+const char* hwTableName(HwTable t) {
+   switch (t) {
+      case HwTable::member:
+         return "MeridL3Tunnel::L3EcmpMember0Table";
+      case HwTable::nextHop:
+         return "MeridL3Tunnel::L3TunnelIngL3NextHopTable";
+      case HwTable::tunnelV4:
+         return "MeridL3Tunnel::L3EgrL3Ipv4TunnelTable";
+      case HwTable::tunnelV6:
+         return "MeridL3Tunnel::L3EgrL3Ipv6TunnelTable";
+      case HwTable::tunnelOif:
+         return "MeridL3Tunnel::L3TunnelEgrL3Oif1Table";
+      case HwTable::ingIif:
+         return "MeridL3Tunnel::IngL3Iif";
+      case HwTable::egrOif:
+         return "MeridL3Tunnel::EgrL3Oif1Table";
+   }
+   return "?";
+}
+
+const char* hwTableShortName(HwTable t) {
+   switch (t) {
+      case HwTable::member:
+         return "member";
+      case HwTable::nextHop:
+         return "nextHop";
+      case HwTable::tunnelV4:
+         return "tunnelV4";
+      case HwTable::tunnelV6:
+         return "tunnelV6";
+      case HwTable::tunnelOif:
+         return "tunnelOif";
+      case HwTable::ingIif:
+         return "ingIif";
+      case HwTable::egrOif:
+         return "egrOif";
+   }
+   return "?";
+}
+
+namespace {
+
+std::string viaText(const Via& v) {
+   std::ostringstream os;
+   if (v.drop)
+      os << "drop w" << v.weight;
+   else
+      os << keyName(v.key) << " ttl" << v.ttl << " w" << v.weight << " adj" << v.adj;
+   return os.str();
+}
+
+}  // namespace
+
+std::string describe(const Op& op) {
+   std::ostringstream os;
+   switch (op.kind) {
+      case OpKind::program: {
+         os << "program g" << op.group << " [";
+         for (size_t i = 0; i < op.vias.size(); ++i) os << (i ? ", " : "") << viaText(op.vias[i]);
+         os << "]";
+         break;
+      }
+      case OpKind::release:
+         os << "release g" << op.group;
+         break;
+      case OpKind::underlayAdd:
+         os << "underlay add adj" << op.adj << (op.flag ? " (in progress)" : "");
+         break;
+      case OpKind::underlayReady:
+         os << "underlay ready adj" << op.adj;
+         break;
+      case OpKind::underlayDel:
+         os << "underlay del adj" << op.adj << " (the agent re-hands the groups naming it)";
+         break;
+      case OpKind::hold:
+         os << "hold responses " << (op.flag ? "on" : "off");
+         break;
+      case OpKind::deliverOne:
+         os << "deliver held response " << op.value << " (modulo the held count)";
+         break;
+      case OpKind::failWrites:
+         os << "fail the next " << op.value << " writes of " << hwTableShortName(op.table);
+         break;
+      case OpKind::stopFailing:
+         os << "stop failing writes of " << hwTableShortName(op.table);
+         break;
+      case OpKind::restart: {
+         os << "restart " << (op.flag ? "across processes" : "in process") << ", forget {";
+         bool first = true;
+         for (uint32_t g = 0; g < groupCount; ++g) {
+            if (!(op.mask >> g & 1)) continue;
+            os << (first ? "" : " ") << "g" << g;
+            first = false;
+         }
+         os << "}, replay rotated by " << op.value;
+         break;
+      }
+      case OpKind::reconcile:
+         os << "reconcile (purge stale entries)";
+         break;
+      case OpKind::uncommit:
+         if (op.value >= keyCount)
+            os << "uncommit every interface";
+         else
+            os << "uncommit " << keyName(op.value);
+         break;
+      case OpKind::settle:
+         os << "settle (deliver all, stop faults, re-hand every group twice)";
+         break;
+   }
+   return os.str();
+}
+
+std::string RunConfig::describe() const {
+   std::ostringstream os;
+   os << "seed " << seed << ", toggle " << (commonInterface ? "on" : "off") << ", rows";
+   for (uint32_t t = 0; t < hwTableCount; ++t)
+      os << " " << hwTableShortName(HwTable(t)) << "=" << rows[t];
+   return os.str();
+}
+
+namespace {
+
+// Plain modulo of the engine's output: the same numbers on every platform,
+// which the standard distributions do not promise.
+class Rng {
+public:
+   explicit Rng(uint64_t seed) : engine_(seed) {}
+   uint32_t below(uint32_t n) { return n ? uint32_t(engine_() % n) : 0; }
+   bool chance(uint32_t inN) { return below(inN) == 0; }
+   uint32_t between(uint32_t lo, uint32_t hi) { return lo + below(hi - lo + 1); }
+
+private:
+   std::mt19937_64 engine_;
+};
+
+constexpr uint32_t roomyRows = 64;
+
+}  // namespace
+
+RunConfig runConfig(uint64_t seed, bool commonInterface) {
+   RunConfig c;
+   c.seed = seed;
+   c.commonInterface = commonInterface;
+   c.rows.fill(roomyRows);
+   Rng rng(seed ^ 0x5eed5eed5eedull);
+   const uint32_t mode = rng.below(20);  // 9 in 20 roomy, 7 small, 4 tiny
+   if (mode < 9) return c;
+   const bool tiny = mode >= 16;
+   auto pick = [&](uint32_t smallLo, uint32_t smallHi, uint32_t tinyLo, uint32_t tinyHi) {
+      if (rng.chance(3)) return roomyRows;
+      return tiny ? rng.between(tinyLo, tinyHi) : rng.between(smallLo, smallHi);
+   };
+   // Tunnel index 0 is reserved and the drop entry takes a next-hop row.
+   const uint32_t tunnels = pick(3, 8, 2, 3);
+   const uint32_t interfaces = pick(2, 7, 1, 3);
+   c.rows[uint32_t(HwTable::member)] = pick(6, 16, 3, 6);
+   c.rows[uint32_t(HwTable::nextHop)] = pick(3, 8, 2, 3);
+   c.rows[uint32_t(HwTable::tunnelV4)] = tunnels;
+   c.rows[uint32_t(HwTable::tunnelV6)] = tunnels;
+   c.rows[uint32_t(HwTable::tunnelOif)] = interfaces;
+   c.rows[uint32_t(HwTable::ingIif)] = interfaces;
+   c.rows[uint32_t(HwTable::egrOif)] = interfaces;
+   return c;
+}
+
+namespace {
+
+class Generator {
+public:
+   Generator(const RunConfig& c) : config_(c), rng_(c.seed) {
+      for (uint32_t adj = 1; adj <= 3; ++adj) underlay_.insert(adj);
+   }
+
+   std::vector<Op> run(uint32_t count) {
+      std::vector<Op> ops;
+      while (ops.size() < count) {
+         for (auto it = stopAt_.begin(); it != stopAt_.end();) {
+            if (it->second > ops.size()) {
+               ++it;
+               continue;
+            }
+            Op op;
+            op.kind = OpKind::stopFailing;
+            op.table = it->first;
+            ops.push_back(op);
+            it = stopAt_.erase(it);
+         }
+         if (ops.size() < count) ops.push_back(next(uint32_t(ops.size())));
+      }
+      return ops;
+   }
+
+private:
+   Via randomVia() {
+      Via v;
+      if (rng_.chance(8)) {
+         v.drop = true;
+         v.weight = rng_.between(1, 2);
+         v.ttl = 0;
+         v.adj = 0;
+         return v;
+      }
+      v.key = uint8_t(rng_.chance(3) ? rng_.between(6, keyCount - 1) : rng_.below(6));
+      static constexpr uint32_t ttls[] = {64, 64, 32, 255, 300, 1};
+      v.ttl = ttls[rng_.below(6)];
+      v.weight = rng_.chance(10) ? 0 : rng_.between(1, 3);
+      v.adj = rng_.between(1, adjCount);
+      return v;
+   }
+
+   std::vector<Via> randomList(uint32_t group) {
+      // Equal lists share a block, and a reprogram often changes one via.
+      if (!lists_.empty() && rng_.chance(4)) {
+         auto it = lists_.begin();
+         std::advance(it, rng_.below(uint32_t(lists_.size())));
+         return it->second;
+      }
+      if (auto it = lists_.find(group);
+          it != lists_.end() && !it->second.empty() && rng_.chance(3)) {
+         std::vector<Via> vias = it->second;
+         vias[rng_.below(uint32_t(vias.size()))] = randomVia();
+         return vias;
+      }
+      std::vector<Via> vias(rng_.chance(20) ? 0 : rng_.between(1, 4));
+      for (auto& v : vias) v = randomVia();
+      return vias;
+   }
+
+   std::vector<HwTable> tablesInUse() const {
+      std::vector<HwTable> t{HwTable::member, HwTable::nextHop, HwTable::tunnelV4};
+      if (config_.commonInterface) {
+         t.push_back(HwTable::ingIif);
+         t.push_back(HwTable::egrOif);
+      } else {
+         t.push_back(HwTable::tunnelOif);
+      }
+      return t;
+   }
+
+   Op next(uint32_t at) {
+      for (;;) {
+         Op op;
+         const uint32_t r = rng_.below(87);
+         if (r < 38) {
+            op.kind = OpKind::program;
+            op.group = rng_.below(groupCount);
+            op.vias = randomList(op.group);
+            lists_[op.group] = op.vias;
+            return op;
+         }
+         if (r < 50) {
+            op.kind = OpKind::release;
+            op.group = rng_.below(groupCount);
+            lists_.erase(op.group);
+            return op;
+         }
+         if (r < 54) {
+            op.kind = OpKind::underlayAdd;
+            op.adj = rng_.between(1, adjCount);
+            op.flag = rng_.chance(3);
+            underlay_.insert(op.adj);
+            return op;
+         }
+         if (r < 56) {
+            op.kind = OpKind::underlayReady;
+            op.adj = rng_.between(1, adjCount);
+            return op;
+         }
+         if (r < 59) {
+            if (underlay_.empty()) continue;
+            op.kind = OpKind::underlayDel;
+            auto it = underlay_.begin();
+            std::advance(it, rng_.below(uint32_t(underlay_.size())));
+            op.adj = *it;
+            underlay_.erase(it);
+            return op;
+         }
+         if (r < 64) {
+            op.kind = OpKind::hold;
+            op.flag = holding_ = !holding_;
+            return op;
+         }
+         if (r < 69) {
+            if (!holding_) continue;
+            op.kind = OpKind::deliverOne;
+            op.value = rng_.below(16);
+            return op;
+         }
+         if (r < 73) {
+            const auto tables = tablesInUse();
+            op.kind = OpKind::failWrites;
+            op.table = tables[rng_.below(uint32_t(tables.size()))];
+            op.value = rng_.between(1, 3);
+            stopAt_[op.table] = at + rng_.between(1, 5);
+            return op;
+         }
+         if (r < 76) {
+            op.kind = OpKind::restart;
+            op.flag = rng_.chance(4);
+            for (uint32_t g = 0; g < groupCount; ++g)
+               if (rng_.chance(4)) op.mask |= 1u << g;
+            op.value = rng_.below(groupCount);
+            for (uint32_t g = 0; g < groupCount; ++g)
+               if (op.mask >> g & 1) lists_.erase(g);
+            if (op.flag) {
+               holding_ = false;  // a new chip holds nothing back
+               stopAt_.clear();
+            }
+            restarted_ = true;
+            return op;
+         }
+         if (r < 81) {
+            if (!restarted_ && !rng_.chance(8)) continue;
+            op.kind = OpKind::reconcile;
+            restarted_ = false;
+            return op;
+         }
+         if (r < 85) {
+            if (!config_.commonInterface) continue;
+            op.kind = OpKind::uncommit;
+            op.value = rng_.chance(3) ? keyCount : rng_.below(keyCount);
+            return op;
+         }
+         op.kind = OpKind::settle;
+         holding_ = false;
+         stopAt_.clear();
+         return op;
+      }
+   }
+
+   const RunConfig& config_;
+   Rng rng_;
+   std::map<uint32_t, std::vector<Via>> lists_;
+   std::set<uint32_t> underlay_;
+   std::map<HwTable, uint32_t> stopAt_;
+   bool holding_ = false;
+   bool restarted_ = false;
+};
+
+}  // namespace
+
+std::vector<Op> generateOps(const RunConfig& config, uint32_t count) {
+   return Generator(config).run(count);
+}
+
+}  // namespace model

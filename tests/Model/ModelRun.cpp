@@ -1,0 +1,1310 @@
+#include "Model/ModelRun.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <charconv>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <sstream>
+
+#include "Brio/EventLoop.h"
+#include "Model/ReferenceModel.h"
+#include "Plx/NextHopEntryType.h"
+#include "SharedL3/DontCareHandle.h"
+#include "support/InvariantChecker.h"
+
+namespace model {
+
+using MeridL3Tunnel::EcmpGroup1Table;
+using MeridL3Tunnel::L3EcmpMember0Table;
+using MeridL3Tunnel::L3TunnelKey;
+using Programmer = System::Programmer;
+using HandlePtr = System::HandlePtr;
+using State = Asic::SwTableBase::EntryState;
+using Block = L3EcmpMember0Table::EntryHandle;
+
+namespace {
+
+constexpr Asic::UnitId unit = Programmer::tableUnit;
+
+// Pool keys as the library knows them; the drop key last.
+const std::array<L3TunnelKey, keyCount + 1>& tunnelKeys() {
+   static const auto keys = [] {
+      std::array<L3TunnelKey, keyCount + 1> k;
+      for (uint32_t i = 0; i < keyCount; ++i)
+         k[i] = L3TunnelKey(Wire::IpGenAddr(keyPool()[i].src), Wire::IpGenAddr(keyPool()[i].dst));
+      k[dropKey] = Programmer::getTunnelDropKey();
+      return k;
+   }();
+   return keys;
+}
+
+// keyCount + 1 for a key outside the pool.
+uint32_t keyIndex(const L3TunnelKey& k) {
+   const auto& keys = tunnelKeys();
+   return uint32_t(std::find(keys.begin(), keys.end(), k) - keys.begin());
+}
+
+std::string nameOf(uint32_t key) { return key == dropKey ? "the drop entry" : keyName(key); }
+
+MeridL3Common::L3AdjIdKey adjKey(uint32_t id) {
+   return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
+}
+
+MeridL3Tunnel::L3TunnelOverlayViaEntry viaEntry(const Via& v) {
+   MeridL3Tunnel::L3TunnelOverlayViaEntry e;
+   e.weightIs(v.weight);
+   if (v.drop) {
+      e.nhEntryTypeIs(Plx::nextHopDrop());
+      e.srcIpAddrIs(Wire::IpGenAddr("0.0.0.0"));
+      e.dstIpAddrIs(Wire::IpGenAddr("0.0.0.0"));
+      return e;
+   }
+   e.nhEntryTypeIs(Plx::nextHopArpResolved());
+   e.srcIpAddrIs(tunnelKeys()[v.key].srcIpAddr());
+   e.dstIpAddrIs(tunnelKeys()[v.key].dstIpAddr());
+   e.ttlIs(v.ttl);
+   e.underlayAdjIdIs(adjKey(v.adj));
+   return e;
+}
+
+std::string stateName(State s) { return std::string(Asic::SwTableBase::entryStateName(s)); }
+
+std::string indexText(Asic::Index i) {
+   return Asic::isValidIndex(i) ? std::to_string(i) : std::string("none");
+}
+
+// A field of a row's text form: "Value('T', ** {'name': value, ...})".
+std::string field(const std::string& row, std::string_view name) {
+   const std::string tag = "'" + std::string(name) + "': ";
+   size_t p = row.find(tag);
+   if (p == std::string::npos) return "<missing>";
+   p += tag.size();
+   if (p < row.size() && row[p] == '\'') {
+      const size_t end = row.find('\'', p + 1);
+      return row.substr(p + 1, end == std::string::npos ? end : end - p - 1);
+   }
+   const size_t end = row.find_first_of(",}", p);
+   return row.substr(p, end == std::string::npos ? end : end - p);
+}
+
+// An index as a row's text gives it; nothing for a field that is not one.
+std::optional<Asic::Index> indexOf(const std::string& text) {
+   Asic::Index i = 0;
+   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), i);
+   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+   return i;
+}
+
+// MODEL_KNOWN_DEFECTS=fail turns the excuses for the reported, unfixed
+// defects (see ReferenceModel.h) into violations, to reproduce them.
+bool knownDefectsExcused() {
+   static const bool excused = [] {
+      const char* e = std::getenv("MODEL_KNOWN_DEFECTS");
+      return !e || std::string(e) != "fail";
+   }();
+   return excused;
+}
+
+}  // namespace
+
+std::string category(const std::string& violation) {
+   return violation.substr(0, violation.find(':'));
+}
+
+// ---- the system under test ---------------------------------------------------
+
+System::System(const RunConfig& config) : config_(config) {
+   Brio::EventLoop::instance().clear();
+   chip_ = Brio::makePtr<AsicSim::Chip>();
+   chip_->install();
+   chipInfo_ = Brio::makePtr<MeridCentral::ChipInfo>();
+   for (uint32_t t = 0; t < hwTableCount; ++t)
+      chipInfo_->tableSizeIs(hwTableName(HwTable(t)), config.rows[t]);
+   auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
+   modules->modIdIs(unit, 0);
+   fcsd_ = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
+   fcsd_->logicalModInfosIs(modules);
+   localEm_ = Brio::makePtr<Local::EntityManager>();
+   underlay_ = Brio::makePtr<EcmpGroup1Table>();
+   localEm_->entityIs(EcmpGroup1Table::mountPath, underlay_);
+   for (uint32_t adj = 1; adj <= 3; ++adj) underlay_->entryIs(adjKey(adj));
+   programmerIs(false);
+   deliver();
+}
+
+// As the agent goes: the programmer first, so that the groups' blocks delete
+// nothing as they go.
+System::~System() {
+   programmer_ = nullptr;
+   groups_.clear();
+   chip_->holdResponsesIs(false);
+   chip_->releaseAllResponses();
+   Brio::EventLoop::instance().runUntilIdle();
+   Brio::EventLoop::instance().clear();
+   chip_->uninstall();
+}
+
+void System::programmerIs(bool recover) {
+   ledgerEm_ = Brio::makePtr<Ledger::EntityManager>();
+   mounts_ = Ledger::MountGroup();
+   programmer_ = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd_, localEm_, ledgerEm_);
+   programmer_->doMountHwTableMountInfo(mounts_);
+   if (recover)
+      programmer_->recoverTables(chipInfo_);
+   else
+      programmer_->initTables(chipInfo_);
+}
+
+Brio::Ptr<AsicSim::HwTable> System::hw(HwTable t) const {
+   return chip_->table(hwTableName(t), unit);
+}
+
+HandlePtr System::group(uint32_t g) const {
+   auto it = groups_.find(g);
+   return it == groups_.end() ? nullptr : it->second;
+}
+
+HandlePtr System::handOver(const std::vector<Via>& vias) const {
+   auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
+   for (const Via& v : vias) list->viaPush(viaEntry(v));
+   return programmer_->populateOverlayEcmpBlock(list);
+}
+
+void System::groupIs(uint32_t g, HandlePtr block) {
+   HandlePtr old = std::move(groups_[g]);
+   groups_[g] = std::move(block);
+   old = nullptr;
+}
+
+void System::groupDel(uint32_t g) {
+   auto it = groups_.find(g);
+   if (it == groups_.end()) return;
+   HandlePtr old = std::move(it->second);
+   groups_.erase(it);
+   old = nullptr;
+}
+
+void System::restart(bool acrossProcesses) {
+   std::string path;
+   if (acrossProcesses) {
+      path = (std::filesystem::temp_directory_path() /
+              ("model-run-" + std::to_string(::getpid()) + ".state"))
+                 .string();
+      chip_->stateSave(path);
+   }
+   programmer_ = nullptr;
+   groups_.clear();
+   Brio::EventLoop::instance().runUntilIdle();
+   if (acrossProcesses) {
+      chip_->uninstall();
+      chip_ = Brio::makePtr<AsicSim::Chip>();
+      chip_->stateLoad(path);
+      chip_->install();
+      std::filesystem::remove(path);
+   }
+   programmerIs(true);
+}
+
+void System::uncommit(uint32_t key) {
+   const auto& intf = programmer_->l3InterfaceTable();
+   if (!intf) return;
+   std::vector<L3TunnelKey> keys;
+   if (key < keyCount)
+      keys.push_back(tunnelKeys()[key]);
+   else
+      intf->forEachEntryHandle([&](const L3TunnelKey& k, const auto&) { keys.push_back(k); });
+   for (auto& k : keys) intf->entryRemove(k);
+}
+
+void System::deliver() {
+   if (!chip_->holdResponses()) chip_->releaseAllResponses();
+   Brio::EventLoop::instance().runUntilIdle();
+}
+
+void System::calm() {
+   chip_->holdResponsesIs(false);
+   for (uint32_t t = 0; t < hwTableCount; ++t) chip_->writeFailuresIs(hwTableName(HwTable(t)), 0);
+   deliver();
+}
+
+// ---- the comparison ------------------------------------------------------------
+
+namespace {
+
+// One full check at a quiet point: the chip against the model.
+class Checker {
+public:
+   using RowSet = std::set<std::pair<HwTable, Asic::Index>>;
+   Checker(const System& sys, const ReferenceModel& m,
+           const std::map<HwTable, std::set<Asic::Index>>& stale, bool strict,
+           const std::set<BlockId>& noRoom, RowSet& refused, std::vector<std::string>& out)
+       : sys_(sys),
+         m_(m),
+         p_(sys.programmer()),
+         stale_(stale),
+         strict_(strict),
+         noRoom_(noRoom),
+         refused_(refused),
+         out_(out) {
+      // A refused member row that is back on the chip is no longer excused.
+      std::erase_if(refused_, [&](const auto& r) {
+         auto hw = sys_.hw(r.first);
+         return hw && hw->row(r.second);
+      });
+   }
+
+   void run() {
+      for (uint32_t t = 0; t < tableCount; ++t) entries(Table(t));
+      blocks();
+      extras();
+      references();
+   }
+   // Every index a row names is in use: no row names a freed index. This
+   // holds while responses are held back too, since a row is written only
+   // after what it names is answered, and a named row deleted only after
+   // the row naming it.
+   void references() {
+      std::set<std::string> underlayIndices;
+      for (uint32_t adj = 1; adj <= adjCount; ++adj)
+         if (auto h = sys_.underlay().entryWeakRef(adjKey(adj)))
+            underlayIndices.insert(std::to_string(h->hwIndex()));
+      // Rows a restart found and nothing has claimed since do not keep what
+      // they name alive (a known defect, see the header): they are left to
+      // the reconcile.
+      auto rows = [&](HwTable t, auto&& f) {
+         auto hw = sys_.hw(t);
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
+            const std::string* row = hw->row(i);
+            if (row && !(stale(t, i) && knownDefectsExcused())) f(i, *row);
+         }
+      };
+      const std::vector<HwTable> interfaces =
+          m_.commonInterface() ? std::vector<HwTable>{HwTable::ingIif, HwTable::egrOif}
+                               : std::vector<HwTable>{HwTable::tunnelOif};
+      rows(HwTable::nextHop, [&](Asic::Index i, const std::string& row) {
+         if (field(row, "drop") == "True") return;
+         const auto named = indexOf(field(row, "l3Oif1"));
+         for (HwTable t : interfaces)
+            if (!used(t, field(row, "l3Oif1")) && !(named && refusedMember(t, *named)))
+               fail("dangling: next-hop row ", i, " names ", hwTableShortName(t), " row ",
+                    field(row, "l3Oif1"), ", which is clear");
+      });
+      for (HwTable t : {HwTable::tunnelOif, HwTable::egrOif}) {
+         rows(t, [&](Asic::Index i, const std::string& row) {
+            if (!used(HwTable::tunnelV4, field(row, "tunnelIdx")))
+               fail("dangling: ", hwTableShortName(t), " row ", i, " names tunnel row ",
+                    field(row, "tunnelIdx"), ", which is clear");
+         });
+      }
+      rows(HwTable::member, [&](Asic::Index i, const std::string& row) {
+         if (!used(HwTable::nextHop, field(row, "nextHopIdx")))
+            fail("dangling: member row ", i, " names next-hop row ", field(row, "nextHopIdx"),
+                 ", which is clear");
+         const std::string u = field(row, "underlayIdx");
+         if (field(row, "resolved") == "True" && u != std::to_string(Asic::invalidIndex) &&
+             !underlayIndices.count(u))
+            fail("dangling: member row ", i, " names underlay index ", u,
+                 ", which no underlay group holds");
+      });
+   }
+   uint32_t excused = 0;
+
+private:
+   struct Status {
+      bool exists = false;
+      State state = State::unresolved;
+      Asic::Index index = Asic::invalidIndex;  // the handle's
+      Asic::Index held = Asic::invalidIndex;   // the allocator's, for the key
+      bool programmed = false;
+      bool excused = false;
+      std::string why;
+   };
+
+   template <class... A>
+   void fail(const A&... pieces) {
+      std::ostringstream os;
+      (os << ... << pieces);
+      out_.push_back(os.str());
+   }
+
+   Brio::Ptr<const Asic::SwTable::EntryHandle> handleOf(Table t, uint32_t key) const {
+      const L3TunnelKey& k = tunnelKeys()[key];
+      switch (t) {
+         case Table::tunnel:
+            return p_.l3EgrL3Ipv4TunnelTable()->entryHandle(k);
+         case Table::interface:
+            if (m_.commonInterface()) return p_.l3InterfaceTable()->entryHandle(k);
+            return p_.l3TunnelEgrL3Oif1Table()->entryHandle(k);
+         case Table::nextHop:
+            return p_.l3TunnelIngL3NextHopTable()->entryHandle(k);
+      }
+      return nullptr;
+   }
+
+   Asic::Index heldIndex(Table t, uint32_t key) const {
+      const L3TunnelKey& k = tunnelKeys()[key];
+      switch (t) {
+         case Table::tunnel:
+            return p_.l3EgrL3Ipv4TunnelTable()->indexAllocator()->indexForKey(k);
+         case Table::interface:
+            if (m_.commonInterface())
+               return p_.l3InterfaceTable()->indexAllocator()->indexForKey(k);
+            return p_.l3TunnelEgrL3Oif1Table()->indexAllocator()->indexForKey(k);
+         case Table::nextHop:
+            return p_.l3TunnelIngL3NextHopTable()->indexAllocator()->indexForKey(k);
+      }
+      return Asic::invalidIndex;
+   }
+
+   std::vector<HwTable> hwTables(Table t) const {
+      switch (t) {
+         case Table::tunnel:
+            return {HwTable::tunnelV4};
+         case Table::interface:
+            if (m_.commonInterface()) return {HwTable::ingIif, HwTable::egrOif};
+            return {HwTable::tunnelOif};
+         case Table::nextHop:
+            return {HwTable::nextHop};
+      }
+      return {};
+   }
+
+   // Indices a key can hold: the tunnel space never hands out index 0.
+   uint32_t capacity(Table t) const {
+      const auto& rows = sys_.config();
+      switch (t) {
+         case Table::tunnel:
+            return rows.rowsOf(HwTable::tunnelV4) - 1;
+         case Table::interface:
+            return rows.rowsOf(m_.commonInterface() ? HwTable::ingIif : HwTable::tunnelOif);
+         case Table::nextHop:
+            return rows.rowsOf(HwTable::nextHop);
+      }
+      return 0;
+   }
+
+   static const char* tableName(Table t) {
+      switch (t) {
+         case Table::tunnel:
+            return "tunnel";
+         case Table::interface:
+            return "interface";
+         case Table::nextHop:
+            return "next hop";
+      }
+      return "?";
+   }
+
+   bool failures(Table t, uint32_t since) const {
+      for (HwTable h : hwTables(t))
+         if (m_.failureWindow(h, since)) return true;
+      return false;
+   }
+
+   const Status& status(Table t, uint32_t key) {
+      auto [it, fresh] = status_.try_emplace({t, key});
+      Status& s = it->second;
+      if (!fresh) return s;
+      auto h = handleOf(t, key);
+      s.held = heldIndex(t, key);
+      if (!h) {
+         s.why = "no entry";
+         return s;
+      }
+      s.exists = true;
+      s.state = h->entryState();
+      s.index = h->hwIndex();
+      s.programmed = s.state == State::success && !h->outstandingRequest();
+      if (s.programmed) return s;
+      const uint32_t since = m_.presentSince(t, key);
+      switch (s.state) {
+         case State::noHwIndex:
+            if (Asic::isValidIndex(s.held)) {
+               s.excused = failures(t, since);
+               s.why = s.excused ? "its write was refused" : "refused with no write failing";
+            } else {
+               const uint32_t present = m_.presentCount(t, since);
+               s.excused = present >= capacity(t);
+               s.why = s.excused ? "the table filled"
+                                 : "no index though " + std::to_string(present) +
+                                       " keys since op " + std::to_string(since) + " cannot fill " +
+                                       std::to_string(capacity(t)) + " indices";
+            }
+            break;
+         case State::failedNeededEntry:
+         case State::unresolved: {
+            bool needed = false;
+            if (t == Table::interface) {
+               needed = status(Table::tunnel, key).excused ||
+                        (m_.commonInterface() && failures(t, since));
+            } else if (t == Table::nextHop && key != dropKey) {
+               needed = status(Table::interface, key).excused;
+            }
+            s.excused = needed;
+            s.why = needed ? "waits for an excused entry" : "waits for nothing that failed";
+            break;
+         }
+         default:
+            s.why = "stuck";
+            break;
+      }
+      // A hand-over writes again what a live group names; only commitments
+      // and the drop entry are not written again.
+      const bool handedOver = key != dropKey && (m_.keys(Table::nextHop) >> key & 1);
+      if (strict_ && handedOver && s.excused) {
+         s.excused = false;
+         s.why = "still not programmed after a settle (" + s.why + ")";
+      }
+      return s;
+   }
+
+   void expectRowKey(HwTable t, Asic::Index i, uint32_t key, const std::string& what) {
+      auto hw = sys_.hw(t);
+      const L3TunnelKey* k = hw ? hw->rowKey(i).as<L3TunnelKey>() : nullptr;
+      if (!k || !(*k == tunnelKeys()[key]))
+         fail("row: ", hwTableShortName(t), " row ", i, " belongs to '",
+              hw ? hw->rowKey(i).text() : "", "', not to ", what);
+   }
+
+   // The row holds each field as the model expects; null when the row is clear.
+   const std::string* expectFields(HwTable t, Asic::Index i, const std::string& what,
+                                   std::initializer_list<std::pair<const char*, std::string>> f) {
+      auto hw = sys_.hw(t);
+      const std::string* row = hw ? hw->row(i) : nullptr;
+      if (!row) {
+         fail("row: ", what, " is programmed at ", hwTableShortName(t), " row ", indexText(i),
+              ", which is clear");
+         return nullptr;
+      }
+      for (auto& [name, value] : f) {
+         const std::string got = field(*row, name);
+         if (got != value)
+            fail("row: ", what, " at ", hwTableShortName(t), " row ", i, " has ", name, " ", got,
+                 ", the model says ", value);
+      }
+      return row;
+   }
+
+   void entries(Table t) {
+      const KeyMask keys = m_.keys(t);
+      for (uint32_t key = 0; key <= dropKey; ++key) {
+         if (!(keys >> key & 1)) continue;
+         const Status& s = status(t, key);
+         const std::string what = std::string(tableName(t)) + " " + nameOf(key);
+         if (!s.exists) {
+            // A merged interface that found no index keeps no member value,
+            // and so nothing holds its tunnel.
+            const bool unheld = t == Table::tunnel && m_.commonInterface() && [&] {
+               const Status& i = status(Table::interface, key);
+               return i.state == State::noHwIndex && !Asic::isValidIndex(i.held) && i.excused;
+            }();
+            if (unheld) {
+               ++excused;
+               continue;
+            }
+            fail("entry: ", what, " has no entry in the library");
+            continue;
+         }
+         if (!s.programmed) {
+            if (s.excused) {
+               ++excused;
+               continue;
+            }
+            fail("entry: ", what, " is ", stateName(s.state), " (", s.why, ")");
+            continue;
+         }
+         if (s.index != s.held)
+            fail("index: ", what, " is programmed at ", indexText(s.index), " but its key holds ",
+                 indexText(s.held));
+         const std::string tunnelIdx = std::to_string(heldIndex(Table::tunnel, key));
+         switch (t) {
+            case Table::tunnel:
+               expectRowKey(HwTable::tunnelV4, s.index, key, what);
+               expectFields(HwTable::tunnelV4, s.index, what,
+                            {{"srcIpAddr", keyPool()[key].src},
+                             {"dstIpAddr", keyPool()[key].dst},
+                             {"ttlValue", std::to_string(m_.ttl(key))},
+                             {"isIpInIpV4Tunnel", "True"},
+                             {"isIpInIpV6Tunnel", "False"}});
+               break;
+            case Table::interface:
+               if (m_.commonInterface()) {
+                  for (HwTable member : {HwTable::ingIif, HwTable::egrOif}) {
+                     if (refusedMember(member, s.index)) {
+                        ++excused;
+                        continue;
+                     }
+                     expectRowKey(member, s.index, key, what);
+                     if (member == HwTable::ingIif)
+                        expectFields(member, s.index, what, {});
+                     else
+                        expectFields(member, s.index, what, {{"tunnelIdx", tunnelIdx}});
+                  }
+               } else {
+                  expectRowKey(HwTable::tunnelOif, s.index, key, what);
+                  expectFields(HwTable::tunnelOif, s.index, what, {{"tunnelIdx", tunnelIdx}});
+               }
+               break;
+            case Table::nextHop:
+               expectRowKey(HwTable::nextHop, s.index, key, what);
+               if (key == dropKey)
+                  expectFields(HwTable::nextHop, s.index, what,
+                               {{"drop", "True"}, {"l3Oif1", "0"}});
+               else
+                  expectFields(HwTable::nextHop, s.index, what,
+                               {{"drop", "False"},
+                                {"l3Oif1", std::to_string(heldIndex(Table::interface, key))}});
+               break;
+         }
+      }
+      // The IPv6 table is never written: every tunnel goes to the IPv4 one.
+      if (t == Table::tunnel && p_.l3EgrL3Ipv6TunnelTable()->entryHandles())
+         fail("entry: the IPv6 tunnel table has ", p_.l3EgrL3Ipv6TunnelTable()->entryHandles(),
+              " entries");
+   }
+
+   const Asic::SwTableBase::EntryHandle* expectedUnderlay(const UnderlayRef& u) const {
+      switch (u.kind) {
+         case UnderlayRef::Kind::none:
+            return nullptr;
+         case UnderlayRef::Kind::dropPlaceholder:
+            return SwTableWorkaround::dontCareHandle(0).ptr();
+         case UnderlayRef::Kind::group:
+            return sys_.underlay().entryWeakRef(adjKey(u.adj)).ptr();
+      }
+      return nullptr;
+   }
+
+   void blocks() {
+      std::map<BlockId, const Block*> byId;
+      std::map<const Block*, uint32_t> byHandle;  // -> a group holding it
+      for (auto& [g, vias] : m_.groups()) {
+         HandlePtr h = sys_.group(g);
+         const BlockId& id = m_.blockOf(g);
+         if (!h) {
+            fail("sharing: g", g, " holds no block");
+            continue;
+         }
+         const Block* b = &static_cast<const Block&>(*h);
+         auto [byIdIt, newId] = byId.emplace(id, b);
+         if (!newId && byIdIt->second != b)
+            fail("sharing: g", g,
+                 " and another group hand over equal member lists but hold "
+                 "different blocks");
+         auto [byHandleIt, newHandle] = byHandle.emplace(b, g);
+         if (!newHandle && m_.blockOf(byHandleIt->second) != id)
+            fail("sharing: g", g, " and g", byHandleIt->second,
+                 " hold one block for different member lists");
+         if (newHandle) block(g, id, *b);
+      }
+   }
+
+   void block(uint32_t g, const BlockId& id, const Block& b) {
+      const std::string what = "the block of g" + std::to_string(g);
+      if (b.size() != id.size()) {
+         fail("block: ", what, " has ", b.size(), " members, the model says ", id.size());
+         return;
+      }
+      for (uint32_t s = 0; s < b.size(); ++s) {
+         const auto& e = b.entryBlock().entry(L3EcmpMember0Table::Index(s));
+         const Member& mm = id[s];
+         auto nextHop = handleOf(Table::nextHop, mm.key);
+         if (e.nextHopHandle().ptr() != nextHop.ptr())
+            fail("block: member ", s, " of ", what, " names another next hop than ",
+                 nameOf(mm.key));
+         if (e.underlayHandle().ptr() != expectedUnderlay(mm.underlay))
+            fail("block: member ", s, " of ", what, " names another underlay than adj",
+                 mm.underlay.adj);
+         if (e.resolved() != mm.resolved)
+            fail("block: member ", s, " of ", what, " forwards where the model drops or back");
+      }
+      const State state = b.entryState();
+      if (state == State::success) {
+         blockRows(what, id, b);
+         return;
+      }
+      bool ok = false;
+      std::string why;
+      if (state == State::noHwIndex && b.baseIndex() == Asic::invalidIndex) {
+         ok = !strict_ || noRoom_.count(id);
+         why = ok ? "no free range" : "no range after a settle found one free";
+      } else if (state == State::noHwIndex) {
+         ok = m_.failureWindow(HwTable::member, m_.blockSince(id));
+         why = ok ? "a row was refused" : "a row refused with no write failing";
+      } else if (state == State::failedNeededEntry || state == State::unresolved) {
+         for (const Member& mm : id) {
+            const Status& st = status(Table::nextHop, mm.key);
+            ok |= (!st.programmed && st.excused) || !m_.underlayReady(mm.underlay);
+         }
+         why = ok ? "waits" : "waits for nothing that failed";
+      } else {
+         why = "stuck";
+      }
+      if (ok) {
+         ++excused;
+         return;
+      }
+      fail("block: ", what, " is ", stateName(state), " (", why, ")");
+   }
+
+   void blockRows(const std::string& what, const BlockId& id, const Block& b) {
+      const Asic::Index base = b.baseIndex();
+      if (!Asic::isValidIndex(base) && !id.empty()) {
+         fail("block: ", what, " is programmed without a range");
+         return;
+      }
+      auto hw = sys_.hw(HwTable::member);
+      for (uint32_t s = 0; s < id.size(); ++s) {
+         const Member& mm = id[s];
+         const Asic::Index i = base + s;
+         std::string underlayIdx = std::to_string(Asic::invalidIndex);
+         if (mm.underlay.kind == UnderlayRef::Kind::dropPlaceholder) underlayIdx = "0";
+         if (auto* u = expectedUnderlay(mm.underlay);
+             u && mm.underlay.kind == UnderlayRef::Kind::group)
+            underlayIdx = std::to_string(u->hwIndex());
+         const std::string member = "member " + std::to_string(s) + " of " + what;
+         expectFields(HwTable::member, i, member,
+                      {{"nextHopIdx", std::to_string(heldIndex(Table::nextHop, mm.key))},
+                       {"underlayIdx", underlayIdx},
+                       {"resolved", mm.resolved ? "True" : "False"}});
+         const auto* k = hw ? hw->rowKey(i).as<L3EcmpMember0Table::RowKey>() : nullptr;
+         if (!k || !(*k == L3EcmpMember0Table::RowKey(i, base, id.size())))
+            fail("row: member row ", i, " is keyed '", hw ? hw->rowKey(i).text() : "",
+                 "', not as row ", s, " of ", what, " at ", base);
+      }
+   }
+
+   // Rows the model has no entry for: only what a restart found may stay,
+   // until the reconcile.
+   void extras() {
+      std::vector<std::pair<HwTable, Table>> keyed{{HwTable::tunnelV4, Table::tunnel},
+                                                   {HwTable::tunnelV6, Table::tunnel},
+                                                   {HwTable::nextHop, Table::nextHop}};
+      if (m_.commonInterface()) {
+         keyed.push_back({HwTable::ingIif, Table::interface});
+         keyed.push_back({HwTable::egrOif, Table::interface});
+      } else {
+         keyed.push_back({HwTable::tunnelOif, Table::interface});
+      }
+      for (auto [ht, t] : keyed) {
+         auto hw = sys_.hw(ht);
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
+            if (!hw->row(i) || stale(ht, i)) continue;
+            const L3TunnelKey* k = hw->rowKey(i).as<L3TunnelKey>();
+            const uint32_t key = k ? keyIndex(*k) : keyCount + 1;
+            const bool wanted = key <= dropKey && (m_.keys(t) >> key & 1) &&
+                                ht != HwTable::tunnelV6 && heldIndex(t, key) == i;
+            if (!wanted)
+               fail("orphan: ", hwTableShortName(ht), " row ", i, " of '", hw->rowKey(i).text(),
+                    "' is used, but no live group or commitment needs it there");
+         }
+      }
+      for (HwTable ht : {HwTable::tunnelOif, HwTable::ingIif, HwTable::egrOif}) {
+         const bool inUse =
+             m_.commonInterface() ? ht != HwTable::tunnelOif : ht == HwTable::tunnelOif;
+         if (!inUse && sys_.hw(ht) && sys_.hw(ht)->usedRows())
+            fail("orphan: ", hwTableShortName(ht), " has rows though the toggle leaves it unused");
+      }
+      std::vector<std::pair<Asic::Index, Asic::Index>> ranges;
+      for (auto& [g, vias] : m_.groups()) {
+         HandlePtr h = sys_.group(g);
+         if (!h) continue;
+         const Block& b = static_cast<const Block&>(*h);
+         if (Asic::isValidIndex(b.baseIndex())) ranges.emplace_back(b.baseIndex(), b.size());
+      }
+      auto hw = sys_.hw(HwTable::member);
+      for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
+         if (!hw->row(i) || stale(HwTable::member, i)) continue;
+         const bool inBlock = std::any_of(ranges.begin(), ranges.end(), [&](const auto& r) {
+            return i >= r.first && i - r.first < r.second;
+         });
+         if (!inBlock) fail("orphan: member row ", i, " is used outside every live block");
+      }
+   }
+
+   // A merged interface resolves within its members' writes, before the
+   // chip answers them: while a member write is unanswered, or after the
+   // chip refused it, the merged entry is programmed without that member's
+   // row (a known defect when refused).
+   bool refusedMember(HwTable t, Asic::Index i) {
+      const auto& intf = p_.l3InterfaceTable();
+      if (!intf || !knownDefectsExcused()) return false;
+      Brio::Ptr<const Asic::SwTable::EntryHandle> h;
+      bool value = false;
+      if (t == HwTable::ingIif) {
+         const MeridL3Tunnel::IngL3Iif::Index index(i);
+         h = intf->ingL3Iif()->entryHandle(index);
+         value = intf->ingL3Iif()->resolvedEntry(index).has_value();
+      } else if (t == HwTable::egrOif) {
+         const MeridL3Tunnel::EgrL3Oif1Table::Index index(i);
+         h = intf->egrL3Oif1Table()->entryHandle(index);
+         value = intf->egrL3Oif1Table()->resolvedEntry(index).has_value();
+      }
+      const bool unanswered =
+          h && h->entryState() == State::inProgress && h->outstandingRequest() && value;
+      if (h && (h->entryState() == State::noHwIndex || unanswered)) refused_.insert({t, i});
+      // Rows naming it stay on the chip until their keys go, a restart too.
+      return refused_.count({t, i}) != 0;
+   }
+
+   bool stale(HwTable t, Asic::Index i) const {
+      auto it = stale_.find(t);
+      return it != stale_.end() && it->second.count(i);
+   }
+
+   bool used(HwTable t, const std::string& index) const {
+      auto hw = sys_.hw(t);
+      const auto i = indexOf(index);
+      return hw && i && hw->row(*i);
+   }
+
+   const System& sys_;
+   const ReferenceModel& m_;
+   const Programmer& p_;
+   const std::map<HwTable, std::set<Asic::Index>>& stale_;
+   bool strict_;
+   const std::set<BlockId>& noRoom_;
+   RowSet& refused_;
+   std::vector<std::string>& out_;
+   std::map<std::pair<Table, uint32_t>, Status> status_;
+};
+
+// Follows one handle's entry state as its clients hear it: success comes
+// only after inProgress (the write was made, then answered), except for an
+// empty block, which has nothing to write.
+class StateWatcher final : public Brio::Notifiee {
+public:
+   StateWatcher(const Asic::SwTableBase::EntryHandle& h, std::string what,
+                std::vector<std::string>& out)
+       : handle_(&h), what_(std::move(what)), last_(h.entryState()), out_(out) {
+      notifierIs(&const_cast<Asic::SwTableBase::EntryHandle&>(h).notifieeList());
+   }
+   void onAttribute(Brio::AttrId attr, Brio::KeyRef) override {
+      if (attr != Asic::SwTableBase::EntryHandle::entryStateAttr) return;
+      const State now = handle_->entryState();
+      if (now == last_) return;
+      if (now == State::success && last_ != State::inProgress && what_ != "empty block")
+         out_.push_back("state: " + what_ + " went from " + stateName(last_) +
+                        " to success without inProgress");
+      last_ = now;
+   }
+
+private:
+   const Asic::SwTableBase::EntryHandle* handle_;
+   std::string what_;
+   State last_;
+   std::vector<std::string>& out_;
+};
+
+std::vector<std::string> invariants(const System& sys) {
+   const Programmer& p = sys.programmer();
+   test::InvariantChecker checker(sys.chip());
+   checker.table(*p.l3EgrL3Ipv4TunnelTable());
+   checker.table(*p.l3EgrL3Ipv6TunnelTable());
+   if (p.l3TunnelEgrL3Oif1Table()) checker.table(*p.l3TunnelEgrL3Oif1Table());
+   checker.table(*p.l3TunnelIngL3NextHopTable());
+   if (p.l3InterfaceTable()) checker.mergedTable(*p.l3InterfaceTable());
+   checker.memberTable(*p.l3EcmpMember0Table());
+   auto v = checker.violations();
+   for (auto& line : v) line = "invariant: " + line;
+   return v;
+}
+
+// One run: the system and the model side by side.
+class Run {
+public:
+   Run(const RunConfig& config, const RunOptions& options, RunResult& result)
+       : config_(config),
+         options_(options),
+         result_(result),
+         sys_(config),
+         model_(config.commonInterface) {
+      for (uint32_t adj = 1; adj <= 3; ++adj) model_.underlayAdd(adj, false);
+   }
+
+   bool step(uint32_t i, const Op& op) {
+      model_.opBegin(i);
+      strict_ = false;
+      switch (op.kind) {
+         case OpKind::program:
+            programGroup(op.group, op.vias);
+            break;
+         case OpKind::release:
+            model_.release(op.group);
+            sys_.groupDel(op.group);
+            break;
+         case OpKind::underlayAdd:
+            sys_.underlay().entryIs(adjKey(op.adj), op.flag ? State::inProgress : State::success);
+            model_.underlayAdd(op.adj, op.flag);
+            break;
+         case OpKind::underlayReady:
+            sys_.underlay().entryStateIs(adjKey(op.adj), State::success);
+            model_.underlayReady(op.adj);
+            break;
+         case OpKind::underlayDel:
+            sys_.underlay().entryDel(adjKey(op.adj));
+            for (uint32_t g : model_.underlayDel(op.adj)) programGroup(g, model_.groups().at(g));
+            break;
+         case OpKind::hold:
+            sys_.chip().holdResponsesIs(op.flag);
+            break;
+         case OpKind::deliverOne:
+            if (uint32_t held = sys_.chip().heldResponses())
+               sys_.chip().releaseResponse(op.value % held);
+            break;
+         case OpKind::failWrites:
+            sys_.chip().writeFailuresIs(hwTableName(op.table), op.value);
+            model_.failWrites(op.table);
+            break;
+         case OpKind::stopFailing:
+            sys_.chip().writeFailuresIs(hwTableName(op.table), 0);
+            model_.stopFailing(op.table);
+            break;
+         case OpKind::restart:
+            restart(op);
+            break;
+         case OpKind::reconcile:
+            reconcile();
+            break;
+         case OpKind::uncommit:
+            sys_.uncommit(op.value);
+            model_.uncommit(op.value);
+            break;
+         case OpKind::settle:
+            settle();
+            break;
+      }
+      sys_.deliver();
+      if (options_.tamper) options_.tamper(sys_, i);
+      return check(i);
+   }
+
+   // The end of a run: faults stop, the replay is reconciled, every group is
+   // released and every commitment removed; then nothing may be left.
+   bool finish(uint32_t i) {
+      model_.opBegin(i);
+      sys_.calm();
+      model_.stopFailingAll();
+      reconcile();
+      sys_.deliver();
+      for (auto& [g, vias] : std::map(model_.groups())) {
+         model_.release(g);
+         sys_.groupDel(g);
+      }
+      sys_.deliver();
+      if (!check(i)) return false;
+      sys_.uncommit(keyCount);
+      model_.uncommit(keyCount);
+      sys_.deliver();
+      if (!check(i)) return false;
+      std::vector<std::string> v;
+      empty(v);
+      return verdict(i, std::move(v));
+   }
+
+private:
+   template <class... A>
+   void note(const A&... pieces) {
+      std::ostringstream os;
+      (os << ... << pieces);
+      pending_.push_back(os.str());
+   }
+
+   // The group takes the block of its list, checking that a block handed
+   // over while a free range of its size exists gets one.
+   void programGroup(uint32_t g, std::vector<Via> vias) {
+      model_.program(g, vias);
+      const auto& members = *sys_.programmer().l3EcmpMember0Table();
+      const uint32_t largestFree = members.indexAllocator().largestFree();
+      HandlePtr h = sys_.handOver(vias);
+      const Block& b = static_cast<const Block&>(*h);
+      if (b.entryState() == State::noHwIndex && b.baseIndex() == Asic::invalidIndex) {
+         bool named = true;
+         for (const auto& e : b.entryBlock()) {
+            named &= e.nextHopHandle() && e.nextHopHandle()->isComplete();
+            named &= !e.underlayHandle() || e.underlayHandle()->isComplete();
+         }
+         if (!named || largestFree < b.size())
+            noRoom_.insert(model_.blockOf(g));
+         else
+            note("placement: the block of g", g, " (", b.size(),
+                 " members) was handed over with everything it names programmed and a free "
+                 "range of ",
+                 largestFree, " rows, but got no range");
+      }
+      sys_.groupIs(g, std::move(h));
+   }
+
+   void restart(const Op& op) {
+      // A replay that writes what the chip holds changes no row.
+      const bool unchanged = lastClean_ && !sys_.chip().holdResponses() &&
+                             sys_.chip().heldResponses() == 0 && !anyFailing();
+      std::map<uint32_t, uint8_t> ttlBefore;
+      for (uint32_t k = 0; k < keyCount; ++k)
+         if (model_.keys(Table::tunnel) >> k & 1) ttlBefore[k] = model_.ttl(k);
+      const std::set<BlockId> blocksBefore = model_.blocks();
+      const uint32_t changesBefore = op.flag ? 0 : changes();
+      std::map<std::pair<HwTable, Asic::Index>, std::string> rowsBefore;
+      for (uint32_t t = 0; t < hwTableCount; ++t)
+         if (auto hw = sys_.hw(HwTable(t)))
+            for (Asic::Index i = 0; i < hw->numEntries(); ++i)
+               if (hw->row(i)) rowsBefore[{HwTable(t), i}] = *hw->row(i);
+
+      sys_.restart(op.flag);
+      if (op.flag) model_.stopFailingAll();
+      // Rows the recovery found stay until the reconcile.
+      const std::pair<HwTable, Table> keyed[] = {
+          {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
+          {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
+          {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
+      for (auto [ht, t] : keyed) {
+         auto hw = sys_.hw(ht);
+         KeyMask keys = 0;
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
+            if (!hw->row(i)) continue;
+            stale_[ht].insert(i);
+            if (auto* k = hw->rowKey(i).as<L3TunnelKey>(); k && keyIndex(*k) <= dropKey)
+               keys |= 1u << keyIndex(*k);
+         }
+         model_.staleIs(t, keys);
+      }
+      if (auto hw = sys_.hw(HwTable::member))
+         for (Asic::Index i = 0; i < hw->numEntries(); ++i)
+            if (hw->row(i)) stale_[HwTable::member].insert(i);
+
+      bool sameWrites = true;
+      for (uint32_t g : model_.restart(op.mask, op.value)) {
+         // Every tunnel write of the replay must write what the chip holds.
+         for (const Via& v : model_.groups().at(g))
+            sameWrites &= v.drop || !v.weight || ttlBefore[v.key] == uint8_t(v.ttl & 0xFF);
+         programGroup(g, model_.groups().at(g));
+      }
+      sys_.deliver();
+      if (!unchanged || !sameWrites) return;
+      for (auto& b : model_.blocks())
+         if (!blocksBefore.count(b)) return;
+      ++result_.flapChecks;
+      if (const uint32_t n = changes() - changesBefore) {
+         std::string which;
+         for (auto& [at, text] : rowsBefore)
+            if (!sys_.hw(at.first) || sys_.hw(at.first)->rowText(at.second) != text)
+               which += std::string(" ") + hwTableShortName(at.first) + "[" +
+                        std::to_string(at.second) + "]";
+         note("flap: a restart whose replay writes what the chip holds changed ", n,
+              " rows; differing now:", which.empty() ? " none" : which);
+      }
+   }
+
+   void reconcile() {
+      sys_.programmer().purgeStaleEntries();
+      model_.reconcile();
+      stale_.clear();
+   }
+
+   // Faults stop and every group is handed over twice: the first retries
+   // what failed, the second finds everything it names programmed.
+   void settle() {
+      sys_.calm();
+      model_.stopFailingAll();
+      for (int pass = 0; pass < 2; ++pass) {
+         noRoom_.clear();
+         for (auto& [g, vias] : std::map(model_.groups())) programGroup(g, vias);
+         sys_.deliver();
+      }
+      strict_ = fits();
+   }
+
+   bool fits() const {
+      const uint32_t tunnels = config_.rowsOf(HwTable::tunnelV4) - 1;
+      const uint32_t interfaces =
+          config_.rowsOf(config_.commonInterface ? HwTable::ingIif : HwTable::tunnelOif);
+      const uint32_t nextHops = config_.rowsOf(HwTable::nextHop);
+      return std::popcount(model_.keys(Table::tunnel) | model_.stale(Table::tunnel)) <=
+                 int(tunnels) &&
+             std::popcount(model_.keys(Table::interface) | model_.stale(Table::interface)) <=
+                 int(interfaces) &&
+             std::popcount(model_.keys(Table::nextHop) | model_.stale(Table::nextHop)) <=
+                 int(nextHops);
+   }
+
+   bool anyFailing() const {
+      for (uint32_t t = 0; t < hwTableCount; ++t)
+         if (model_.failureWindow(HwTable(t), model_.now())) return true;
+      return false;
+   }
+
+   uint32_t changes() const {
+      uint32_t n = 0;
+      for (uint32_t t = 0; t < hwTableCount; ++t)
+         if (auto hw = sys_.hw(HwTable(t))) n += hw->stats().changes;
+      return n;
+   }
+
+   bool check(uint32_t i) {
+      std::vector<std::string> v = std::move(pending_);
+      pending_.clear();
+      for (auto& line : transitions_) v.push_back(std::move(line));
+      transitions_.clear();
+      for (auto& line : invariants(sys_)) v.push_back(std::move(line));
+      bool full = sys_.chip().heldResponses() == 0;
+      uint32_t excusedNow = 0;
+      Checker c(sys_, model_, stale_, strict_, noRoom_, refused_, v);
+      if (full) {
+         c.run();
+         excusedNow = c.excused;
+         result_.excused += c.excused;
+         ++result_.fullChecks;
+         if (strict_) ++result_.strictChecks;
+      } else {
+         c.references();
+      }
+      watch();
+      lastClean_ = full && v.empty() && excusedNow == 0;
+      if (options_.extraCheck)
+         for (auto& line : options_.extraCheck(sys_, i)) v.push_back(std::move(line));
+      if (full && v.empty()) model_.quiet();
+      if (v.empty() && options_.log && options_.dumpEach) dumpChip(*options_.log);
+      return verdict(i, std::move(v));
+   }
+
+   // Watches the state of every handle a client holds or can look up.
+   void watch() {
+      const Programmer& p = sys_.programmer();
+      auto add = [&](const Asic::SwTableBase::EntryHandle* h, const std::string& what) {
+         auto& w = watchers_[h];
+         if (w && w->notifier()) return;
+         w = std::make_unique<StateWatcher>(*h, what, transitions_);
+      };
+      auto named = [](const char* table, const auto& key) {
+         std::ostringstream os;
+         os << table << " " << key;
+         return os.str();
+      };
+      for (auto& [k, h] : p.l3EgrL3Ipv4TunnelTable()->entryHandleIteratorConst())
+         add(h.ptr(), named("tunnel", k));
+      for (auto& [k, h] : p.l3TunnelIngL3NextHopTable()->entryHandleIteratorConst())
+         add(h.ptr(), named("next hop", k));
+      if (auto& t = p.l3TunnelEgrL3Oif1Table())
+         for (auto& [k, h] : t->entryHandleIteratorConst()) add(h.ptr(), named("interface", k));
+      if (auto& t = p.l3InterfaceTable()) {
+         t->forEachEntryHandle(
+             [&](const auto& k, const auto& h) { add(h.ptr(), named("merged interface", k)); });
+         for (auto& [k, h] : t->ingL3Iif()->entryHandleIteratorConst())
+            add(h.ptr(), named("IngL3Iif", k));
+         for (auto& [k, h] : t->egrL3Oif1Table()->entryHandleIteratorConst())
+            add(h.ptr(), named("EgrL3Oif1Table", k));
+      }
+      for (uint32_t g = 0; g < groupCount; ++g)
+         if (HandlePtr h = sys_.group(g))
+            add(h.ptr(), static_cast<const Block&>(*h).size() ? named("block of g", g)
+                                                              : std::string("empty block"));
+   }
+
+   bool verdict(uint32_t i, std::vector<std::string> v) {
+      if (v.empty()) return true;
+      if (options_.log) dumpChip(*options_.log);
+      result_.failed = true;
+      result_.step = i;
+      result_.violations = std::move(v);
+      return false;
+   }
+
+   // What the chip holds, for the developer reading a failure.
+   void dumpChip(std::ostream& os) const {
+      os << "chip rows (" << sys_.chip().heldResponses() << " responses held):\n";
+      for (uint32_t t = 0; t < hwTableCount; ++t) {
+         auto hw = sys_.hw(HwTable(t));
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+            if (const std::string* row = hw->row(i))
+               os << "  " << hwTableShortName(HwTable(t)) << "[" << i << "] "
+                  << hw->rowKey(i).text() << ": " << *row << "\n";
+      }
+   }
+
+   void empty(std::vector<std::string>& v) const {
+      const Programmer& p = sys_.programmer();
+      auto expect = [&](bool ok, const std::string& what) {
+         if (!ok) v.push_back("end: " + what);
+      };
+      auto emptyTable = [&](const auto& t, uint32_t keep, const char* name) {
+         if (!t) return;
+         expect(t->entryHandles() == keep,
+                std::string(name) + " keeps " + std::to_string(t->entryHandles()) + " handles");
+         expect(t->resolvedEntrys() == keep,
+                std::string(name) + " keeps " + std::to_string(t->resolvedEntrys()) + " values");
+         expect(t->indexAllocator()->used() == keep,
+                std::string(name) + " keeps " + std::to_string(t->indexAllocator()->used()) +
+                    " indices");
+      };
+      emptyTable(p.l3EgrL3Ipv4TunnelTable(), 0, "the IPv4 tunnel table");
+      emptyTable(p.l3EgrL3Ipv6TunnelTable(), 0, "the IPv6 tunnel table");
+      emptyTable(p.l3TunnelEgrL3Oif1Table(), 0, "the tunnel interface table");
+      emptyTable(p.l3TunnelIngL3NextHopTable(), 1, "the next-hop table (beside the drop entry)");
+      if (const auto& intf = p.l3InterfaceTable()) {
+         expect(intf->entryHandles() == 0 && intf->mergedEntrys() == 0 &&
+                    intf->unresolvedMergedEntrys() == 0,
+                "the merged interface table keeps entries");
+         expect(intf->indexAllocator()->used() == 0, "the merged interface table keeps indices");
+         expect(intf->ingL3Iif()->entryHandles() == 0, "IngL3Iif keeps entries");
+         expect(intf->egrL3Oif1Table()->entryHandles() == 0, "EgrL3Oif1Table keeps entries");
+      }
+      const auto& members = *p.l3EcmpMember0Table();
+      expect(members.entryBlocks() == 0, "the member table keeps blocks");
+      expect(members.indexAllocator().used() == 0, "the member table keeps rows allocated");
+      expect(members.recoveredRows() == 0, "the member table keeps recovered rows");
+      for (uint32_t t = 0; t < hwTableCount; ++t) {
+         auto hw = sys_.hw(HwTable(t));
+         const uint32_t allowed = HwTable(t) == HwTable::nextHop ? 1 : 0;
+         if (hw && hw->usedRows() > allowed)
+            v.push_back("end: " + std::string(hwTableShortName(HwTable(t))) + " keeps " +
+                        std::to_string(hw->usedRows()) + " rows");
+      }
+   }
+
+   const RunConfig& config_;
+   const RunOptions& options_;
+   RunResult& result_;
+   System sys_;
+   ReferenceModel model_;
+   std::vector<std::string> pending_;
+   std::map<HwTable, std::set<Asic::Index>> stale_;
+   std::set<BlockId> noRoom_;
+   std::set<std::pair<HwTable, Asic::Index>> refused_;  // member rows a merged entry lacks
+   std::vector<std::string> transitions_;  // what the watchers heard that must not happen
+   std::map<const Asic::SwTableBase::EntryHandle*, std::unique_ptr<StateWatcher>> watchers_;
+   bool strict_ = false;
+   bool lastClean_ = false;
+};
+
+// Shared allocators outlive their tables only while a table still uses them.
+template <class A>
+void expectUnshared(std::vector<std::string>& v) {
+   if (uint32_t n = Asic::GenericIndexAllocatorStub::sharers(Orb::typeId<A>()))
+      v.push_back("end: " + std::string(A::typeName) + " is still shared by " + std::to_string(n) +
+                  " tables after the programmer went");
+}
+
+}  // namespace
+
+RunResult runOps(const RunConfig& config, const std::vector<Op>& ops, const RunOptions& options) {
+   RunResult r;
+   auto log = [&](const std::string& line) {
+      if (options.log) *options.log << line << "\n";
+   };
+   try {
+      Run run(config, options, r);
+      bool ok = true;
+      for (uint32_t i = 0; ok && i < ops.size(); ++i) {
+         if (options.progress) options.progress(i);
+         log("#" + std::to_string(i) + " " + describe(ops[i]));
+         ok = run.step(i, ops[i]);
+      }
+      if (ok && options.progress) options.progress(uint32_t(ops.size()));
+      if (ok) log("end of run: every group released, every commitment removed");
+      if (ok) run.finish(uint32_t(ops.size()));
+   } catch (const std::exception& e) {
+      r.failed = true;
+      r.violations = {std::string("exception: ") + e.what()};
+   }
+   if (!r.failed) {
+      std::vector<std::string> v;
+      expectUnshared<MeridL3Common::L3EgrL3TunnelSharedAllocator>(v);
+      expectUnshared<MeridL3Common::L3EgrL3Oif1TableSharedAllocator>(v);
+      expectUnshared<MeridL3Common::L3TunnelNextHopSharedAllocator>(v);
+      expectUnshared<MeridL3Common::L3InterfaceSharedAllocator>(v);
+      if (!v.empty()) {
+         r.failed = true;
+         r.step = uint32_t(ops.size());
+         r.violations = std::move(v);
+      }
+   }
+   if (r.failed) {
+      log("FAILS:");
+      for (auto& v : r.violations) log("  " + v);
+   }
+   return r;
+}
+
+Shrunk shrink(const std::vector<Op>& ops, const RunResult& failed, const Runner& run,
+              uint32_t maxRuns) {
+   Shrunk s;
+   s.original = failed;
+   auto runSubset = [&](const std::vector<uint32_t>& indices) {
+      std::vector<Op> sub;
+      for (uint32_t i : indices) sub.push_back(ops[i]);
+      ++s.runs;
+      return run(sub);
+   };
+   auto upTo = [](uint32_t n) {
+      std::vector<uint32_t> v(n);
+      for (uint32_t i = 0; i < n; ++i) v[i] = i;
+      return v;
+   };
+   s.last = failed;
+   if (failed.step < ops.size()) {
+      s.prefix = upTo(failed.step + 1);
+   } else {
+      s.prefix = upTo(uint32_t(ops.size()));
+      for (uint32_t n = 0; n < ops.size() && s.runs < maxRuns; ++n) {
+         RunResult r = runSubset(upTo(n));
+         if (!r.failed) continue;
+         s.prefix = upTo(n);
+         s.last = r;
+         break;
+      }
+   }
+   const std::string kind = failed.violations.empty() ? "" : category(failed.violations.front());
+   std::vector<uint32_t> kept = s.prefix;
+   for (bool dropped = true; dropped && s.runs < maxRuns;) {
+      dropped = false;
+      for (size_t j = kept.size(); j-- > 0 && s.runs < maxRuns;) {
+         std::vector<uint32_t> candidate = kept;
+         candidate.erase(candidate.begin() + j);
+         RunResult r = runSubset(candidate);
+         if (!r.failed || r.violations.empty() || category(r.violations.front()) != kind) continue;
+         if (r.step < candidate.size()) candidate.resize(r.step + 1);
+         kept = std::move(candidate);
+         s.last = r;
+         dropped = true;
+         j = std::min(j, kept.size());
+      }
+   }
+   s.kept = kept;
+   return s;
+}
+
+std::string failureReport(const RunConfig& config, uint32_t opCount, const std::vector<Op>& ops,
+                          const Shrunk& s) {
+   std::ostringstream os;
+   os << "model run failed: " << config.describe() << ", " << opCount << " ops\n";
+   const RunResult& r = s.original;
+   if (r.step < ops.size())
+      os << "after op #" << r.step << " (" << describe(ops[r.step]) << "):\n";
+   else
+      os << "at the end of the run:\n";
+   for (auto& v : r.violations) os << "  " << v << "\n";
+   os << "shortest failing prefix: " << s.prefix.size() << " ops; with single ops dropped ("
+      << s.runs << " runs): " << s.kept.size() << " ops:\n";
+   std::string only;
+   for (uint32_t i : s.kept) {
+      os << "  #" << i << " " << describe(ops[i]) << "\n";
+      only += (only.empty() ? "" : ",") + std::to_string(i);
+   }
+   os << "which fail with:\n";
+   for (auto& v : s.last.violations) os << "  " << v << "\n";
+   os << "replay: model_soak --seed " << config.seed << " --ops " << opCount << " --only "
+      << (only.empty() ? "none" : only) << " --verbose   (toggle "
+      << (config.commonInterface ? "on" : "off") << ")\n";
+   return os.str();
+}
+
+}  // namespace model

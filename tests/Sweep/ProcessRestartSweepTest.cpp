@@ -1,0 +1,181 @@
+// The restart sweep across processes, through the installed l3tunnel and its
+// state directory: process 1 runs an example's steps 1..k and saves the chip,
+// process 2 recovers, replays the groups live after step k and runs the rest.
+// Process 2 must end with the rows, at the same indices, of one process that
+// ran the same configuration without a restart, and change rows only where
+// that process did. Every example runs with both interface-table toggles.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+std::string fileText(const fs::path& p) {
+   std::ifstream in(p, std::ios::binary);
+   std::ostringstream s;
+   s << in.rdbuf();
+   return s.str();
+}
+
+// The examples but the deliberately bad one, and the scenarios in the
+// directories of L3TUNNEL_SWEEP_SCENARIOS (colon-separated).
+std::vector<std::string> examples() {
+   std::vector<std::string> dirs{L3TUNNEL_EXAMPLES};
+   if (const char* extra = std::getenv("L3TUNNEL_SWEEP_SCENARIOS")) {
+      std::stringstream list(extra);
+      for (std::string d; std::getline(list, d, ':');)
+         if (!d.empty()) dirs.push_back(d);
+   }
+   std::vector<std::string> files;
+   for (size_t d = 0; d < dirs.size(); ++d) {
+      std::vector<std::string> in;
+      for (const auto& e : fs::directory_iterator(dirs[d]))
+         if (e.path().extension() == ".json" && (d || e.path().filename() != "bad.json"))
+            in.push_back(e.path().string());
+      std::sort(in.begin(), in.end());
+      files.insert(files.end(), in.begin(), in.end());
+   }
+   return files;
+}
+
+// The groups that hold a block after the first `k` steps, with their vias.
+std::map<std::string, Json> liveAfter(const Json& steps, size_t k) {
+   std::map<std::string, Json> live;
+   for (size_t i = 0; i < k; ++i) {
+      const Json& s = steps[i];
+      const std::string op = s.at("op");
+      if (op == "program") live[s.at("group")] = s.at("vias");
+      if (op == "release") live.erase(s.at("group").get<std::string>());
+      if (op == "restart") live.clear();
+   }
+   return live;
+}
+
+// Row changes per table made by step `i` of an --each-step array.
+std::map<std::string, uint32_t> changesOfStep(const Json& perStep, size_t i) {
+   std::map<std::string, uint32_t> out;
+   for (const auto& [table, s] : perStep.at(i).at("stats").items()) {
+      const uint32_t before =
+          i ? perStep.at(i - 1).at("stats").at(table).at("changes").get<uint32_t>() : 0;
+      out[table] = s.at("changes").get<uint32_t>() - before;
+   }
+   return out;
+}
+
+class ProcessRestartSweep : public ::testing::TestWithParam<std::tuple<std::string, bool>> {
+protected:
+   void SetUp() override {
+      const char* tmp = std::getenv("TMPDIR");
+      std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/l3tunnel-sweep-XXXXXX";
+      ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+      dir_ = pattern;
+   }
+   void TearDown() override { fs::remove_all(dir_); }
+
+   // Runs the installed program on `scenario` with --json --each-step and the
+   // extra arguments; the per-step snapshots, or null when it failed.
+   Json run(const std::string& name, const Json& scenario, std::vector<std::string> extra = {}) {
+      const fs::path file = dir_ / (name + ".json"), out = dir_ / "stdout", err = dir_ / "stderr";
+      std::ofstream(file) << scenario.dump();
+      std::vector<std::string> args{L3TUNNEL_INSTALLED, "run", file.string(), "--json",
+                                    "--each-step"};
+      args.insert(args.end(), extra.begin(), extra.end());
+      const pid_t pid = fork();
+      if (pid == 0) {
+         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+         std::vector<char*> argv;
+         for (auto& a : args) argv.push_back(a.data());
+         argv.push_back(nullptr);
+         execv(argv[0], argv.data());
+         _exit(127);
+      }
+      int status = 0;
+      waitpid(pid, &status, 0);
+      const bool ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+      EXPECT_TRUE(ok) << name << ": " << fileText(err);
+      return ok ? Json::parse(fileText(out)) : Json();
+   }
+
+   fs::path dir_;
+};
+
+TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChangesNothing) {
+   const auto& [file, toggle] = GetParam();
+   Json doc = Json::parse(fileText(file));
+   doc["toggles"]["CommonIifOifIndex"] = toggle;
+   const Json steps = doc.at("steps");
+   const size_t n = steps.size();
+   for (size_t k = 1; k < n && !HasFailure(); ++k) {
+      const std::string where = fs::path(file).filename().string() + ", toggle " +
+                                (toggle ? "on" : "off") + ", restart after step " +
+                                std::to_string(k) + ": ";
+      Json replay = Json::array();
+      for (const auto& [group, vias] : liveAfter(steps, k))
+         replay.push_back({{"op", "program"}, {"group", group}, {"vias", vias}});
+      const size_t r = replay.size();
+      Json first = doc, second = doc, whole = doc;
+      first["steps"] = Json(steps.begin(), steps.begin() + long(k));
+      second["steps"] = replay;
+      for (size_t i = k; i < n; ++i) second["steps"].push_back(steps[i]);
+      whole["steps"] = first["steps"];
+      for (const auto& s : second["steps"]) whole["steps"].push_back(s);
+
+      const std::string state = (dir_ / ("state-" + std::to_string(k))).string();
+      const Json one = run("whole", whole);
+      const Json before = run("first", first, {"--state-dir", state});
+      ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state")) << where;
+      const Json after = run("second", second, {"--state-dir", state});
+      ASSERT_FALSE(one.is_null() || before.is_null() || after.is_null()) << where;
+      ASSERT_EQ(after.size(), r + n - k) << where;
+
+      EXPECT_EQ(before.back().at("hardware"), one.at(k - 1).at("hardware"))
+          << where << "the first process ends elsewhere than the single one at step " << k;
+      // A new process counts from zero: each of its steps' changes is the
+      // single process's change for the same step.
+      for (size_t j = 0; j < after.size(); ++j)
+         EXPECT_EQ(changesOfStep(after, j), changesOfStep(one, k + j))
+             << where << (j < r ? "replay step " : "step ") << j + 1 << " of the second process";
+      // Replaying a placed group writes the row it has; only a group the chip
+      // had no room for may change rows, and then in the single process too.
+      uint32_t replayed = 0, replayedInOne = 0;
+      for (size_t j = 0; j < r; ++j) {
+         for (const auto& [table, c] : changesOfStep(after, j)) replayed += c;
+         for (const auto& [table, c] : changesOfStep(one, k + j)) replayedInOne += c;
+      }
+      EXPECT_TRUE(replayed == 0 || replayedInOne != 0) << where << "the replay changed rows";
+      EXPECT_EQ(after.back().at("hardware"), one.back().at("hardware")) << where;
+      EXPECT_EQ(after.back().at("groups"), one.back().at("groups")) << where;
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, ProcessRestartSweep,
+                         ::testing::Combine(::testing::ValuesIn(examples()), ::testing::Bool()),
+                         [](const auto& info) {
+                            std::string name =
+                                fs::path(std::get<0>(info.param)).stem().string() + "_" +
+                                std::to_string(info.index / 2) +
+                                (std::get<1>(info.param) ? "_toggle_on" : "_toggle_off");
+                            std::replace_if(
+                                name.begin(), name.end(),
+                                [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); },
+                                '_');
+                            return name;
+                         });
+
+}  // namespace

@@ -1,0 +1,185 @@
+// An agent restart after every step of every example scenario, in this
+// process: the replay lands every entry on its row without changing one, the
+// run goes on as if nothing had happened, and a replay that leaves a group
+// out, followed by the reconcile, keeps exactly the replayed groups' rows.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "SharedL3/L3EcmpMember0Table.h"
+#include "SweepSupport.h"
+
+namespace sweep {
+namespace {
+
+using Journal = std::vector<AsicSim::Chip::RowChange>;
+
+// A step's row changes, in an order that does not depend on the order the
+// software happened to issue them in.
+std::vector<std::string> changesOf(const Journal& journal) {
+   std::vector<std::string> out;
+   for (const auto& c : journal)
+      out.push_back(c.table + "[" + std::to_string(c.index) + "] " + c.before.value_or("(clear)") +
+                    " -> " + c.after.value_or("(clear)"));
+   std::sort(out.begin(), out.end());
+   return out;
+}
+
+// The run without a restart, but with the configuration replayed after step
+// k as the restarted run replays it: each later step's row changes, and the
+// end. Replaying a group whose block is placed changes nothing; a group the
+// chip had no room for tries again.
+struct Reference {
+   std::vector<std::string> replayChanges;
+   std::vector<std::vector<std::string>> changes;  // of steps k+1..n
+   Rows rows;
+   std::map<std::string, std::string> groups;
+   bool refusedBefore = false;  // a group had no range when the replay came
+};
+
+Reference referenceRun(const Scenario& scenario, size_t k) {
+   Agent agent(scenario);
+   startFresh(agent);
+   runSteps(agent, scenario.steps, 0, k);
+   Reference r;
+   for (const auto& [name, h] : agent.groups())
+      r.refusedBefore |= h->entryState() == Asic::SwTableBase::noHwIndex();
+   agent.chip().journalingIs(true);
+   const auto replay = replaySteps(agent.groupVias());
+   runSteps(agent, replay, 0, replay.size());
+   r.replayChanges = changesOf(agent.chip().journal());
+   for (size_t i = k; i < scenario.steps.size(); ++i) {
+      agent.chip().journalDelAll();
+      runSteps(agent, scenario.steps, i, i + 1);
+      r.changes.push_back(changesOf(agent.chip().journal()));
+   }
+   r.rows = rowsOf(agent.chip());
+   r.groups = groupStates(agent);
+   return r;
+}
+
+class RestartSweep : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsBefore) {
+   const Scenario scenario = scenarioFor(GetParam());
+   const size_t n = scenario.steps.size();
+   Rows straight;
+   {
+      Agent agent(scenario);
+      startFresh(agent);
+      runSteps(agent, scenario.steps, 0, n);
+      straight = rowsOf(agent.chip());
+   }
+   for (size_t k = 1; k < n && !HasFailure(); ++k) {
+      const std::string where =
+          baseName(GetParam()) + ", restart after step " + std::to_string(k) + ": ";
+      const Reference ref = referenceRun(scenario, k);
+      // Unless a group had no room, the reference is the plain run.
+      EXPECT_TRUE(ref.refusedBefore || ref.replayChanges.empty())
+          << where << "replaying placed groups changed rows";
+      EXPECT_TRUE(ref.refusedBefore || ref.rows == straight)
+          << where << rowsDiff(straight, ref.rows);
+
+      Agent agent(scenario);
+      startFresh(agent);
+      AsicSim::Chip& chip = agent.chip();
+      runSteps(agent, scenario.steps, 0, k);
+      chip.journalingIs(true);
+      restartAndReplay(agent);
+      EXPECT_EQ(changesOf(chip.journal()), ref.replayChanges)
+          << where << "the restart changed rows:" << journalText(chip.journal());
+      const auto v = invariantViolations(agent);
+      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+      for (size_t s = k; s < n; ++s) {
+         chip.journalDelAll();
+         runSteps(agent, scenario.steps, s, s + 1);
+         EXPECT_EQ(changesOf(chip.journal()), ref.changes[s - k])
+             << where << "step " << s + 1 << " changed other rows than without the restart";
+         const auto v = invariantViolations(agent);
+         EXPECT_TRUE(v.empty()) << where << "step " << s + 1 << ": " << ::testing::PrintToString(v);
+      }
+      EXPECT_TRUE(rowsOf(chip) == ref.rows) << where << rowsDiff(ref.rows, rowsOf(chip));
+      EXPECT_EQ(groupStates(agent), ref.groups) << where;
+      const auto end = invariantViolations(agent);
+      EXPECT_TRUE(end.empty()) << where << ::testing::PrintToString(end);
+   }
+}
+
+// What a fresh agent holds after programming just these groups.
+struct Fresh {
+   std::map<std::string, uint32_t> counts;
+   Canonical canonical;
+   std::vector<std::vector<std::string>> blocks;
+   std::map<std::string, std::string> groups;
+};
+
+Fresh freshRun(const Scenario& scenario, const std::vector<Step>& programs) {
+   Agent agent(scenario);
+   startFresh(agent);
+   runSteps(agent, programs, 0, programs.size());
+   std::vector<std::string> faults;
+   Fresh f{rowCounts(rowsOf(agent.chip())), canonicalRows(agent.chip()),
+           blockChains(agent.chip(), agent.commonIifOifIndex(), faults), groupStates(agent)};
+   EXPECT_TRUE(faults.empty()) << ::testing::PrintToString(faults);
+   return f;
+}
+
+TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) {
+   const Scenario scenario = scenarioFor(GetParam());
+   const size_t n = scenario.steps.size();
+   Step reconcile;
+   reconcile.op = Step::Op::reconcile;
+   uint32_t cases = 0;
+   for (size_t k = 1; k <= n && !HasFailure(); ++k) {
+      std::map<std::string, Agent::Vias> live;
+      {
+         Agent agent(scenario);
+         startFresh(agent);
+         runSteps(agent, scenario.steps, 0, k);
+         live = agent.groupVias();
+      }
+      for (const auto& [left, vias] : live) {
+         const std::string where = baseName(GetParam()) + ", restart after step " +
+                                   std::to_string(k) + ", " + left + " not replayed: ";
+         ++cases;
+         Agent agent(scenario);
+         startFresh(agent);
+         runSteps(agent, scenario.steps, 0, k);
+         restartAndReplay(agent, left);
+         agent.stepRun(reconcile);
+         agent.settle();
+         // A group the unclaimed rows left no room for tries again, as the
+         // agent hands over a refused list once more.
+         std::map<std::string, Agent::Vias> refused;
+         for (const auto& [name, h] : agent.groups())
+            if (h->entryState() == Asic::SwTableBase::noHwIndex())
+               refused.emplace(name, agent.groupVias().at(name));
+         const auto retry = replaySteps(refused);
+         runSteps(agent, retry, 0, retry.size());
+         const Fresh fresh = freshRun(scenario, replaySteps(live, left));
+
+         const AsicSim::Chip& chip = agent.chip();
+         EXPECT_EQ(rowCounts(rowsOf(chip)), fresh.counts) << where;
+         std::vector<std::string> faults;
+         EXPECT_EQ(blockChains(chip, agent.commonIifOifIndex(), faults), fresh.blocks) << where;
+         EXPECT_TRUE(faults.empty()) << where << ::testing::PrintToString(faults);
+         EXPECT_TRUE(canonicalRows(chip) == fresh.canonical)
+             << where << canonicalDiff(fresh.canonical, canonicalRows(chip));
+         const auto m = allocatorRowMismatches(agent);
+         EXPECT_TRUE(m.empty()) << where << ::testing::PrintToString(m);
+         EXPECT_EQ(agent.programmer()->l3EcmpMember0Table()->recoveredRows(), 0u) << where;
+         const auto v = invariantViolations(agent);
+         EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+         EXPECT_EQ(groupStates(agent), fresh.groups) << where;
+         if (HasFailure()) return;
+      }
+   }
+   // Every example leaves some group live at some step, or the sweep is idle.
+   EXPECT_GT(cases, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, RestartSweep, ::testing::ValuesIn(scenarioFiles()),
+                         [](const auto& info) { return testName(info.param, info.index); });
+
+}  // namespace
+}  // namespace sweep
