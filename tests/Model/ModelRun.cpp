@@ -1301,9 +1301,9 @@ std::string failureReport(const RunConfig& config, uint32_t opCount, const std::
    }
    os << "which fail with:\n";
    for (auto& v : s.last.violations) os << "  " << v << "\n";
-   os << "replay: model_soak --seed " << config.seed << " --ops " << opCount << " --only "
-      << (only.empty() ? "none" : only) << " --verbose   (toggle "
-      << (config.commonInterface ? "on" : "off") << ")\n";
+   os << "replay: tools/soak.sh --seed " << config.seed << " --toggle "
+      << (config.commonInterface ? "on" : "off") << " --ops " << opCount << " --only "
+      << (only.empty() ? "none" : only) << "\n";
    return os.str();
 }
 
