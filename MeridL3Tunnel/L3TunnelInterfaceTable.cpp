@@ -572,6 +572,13 @@ void L3InterfaceTable::EntryHandle::zeroReferencesIs(bool zero) {
    if (zero && table_) table_->cleanup(*this);
 }
 
+bool L3InterfaceTable::memberIndexSuffices() const {
+   for (const Asic::SwTable* t : {static_cast<const Asic::SwTable*>(ingL3Iif_.ptr()),
+                                  static_cast<const Asic::SwTable*>(egrL3Oif1Table_.ptr())})
+      if (!t || !t->util() || !t->util()->hwIndexValidSuffices()) return false;
+   return true;
+}
+
 // ---- unresolved merged entries ---------------------------------------------------------
 
 void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const MergedEntry& entry,
@@ -580,18 +587,23 @@ void L3InterfaceTable::UnresolvedMergedEntry::initUnresolvedMergedEntry(const Me
        << "All member tables are not filled";
    if (&entry != &mergedEntry_) mergedEntry_ = entry;
    Brio::Ptr<UnresolvedMergedEntry> keep(this);
+   const bool indexSuffices = !awaitMembers && table_ && table_->memberIndexSuffices();
    bool failed = false;
    for (auto& h : mergedEntry_.mergedEntryHandle()) {
       if (h->entryState() == State::success) continue;
-      neededEntryHandleSmIs(h.ptr());
+      neededEntryHandleSmIs(h.ptr(), indexSuffices);
       failed |= h->entryState() == State::failedNeededEntry || h->isFailed();
    }
    if (failed) markFailedNeededEntry();
-   // Members written to hardware carry their index at once: the merged entry
-   // is then resolved within the write. Otherwise the watchers resolve it.
-   bool written = true;
-   for (auto& h : mergedEntry_.mergedEntryHandle()) written &= h->isHwIndexValid();
-   if (awaitMembers) written = neededEntryHandleSms() == 0;
+   // Members carry their index from the write on, but a row the chip then
+   // refuses is not there: next hops could name it. So, as for a single
+   // table's needed entry, a member counts once it is programmed, unless its
+   // table's util says a valid index suffices. The watchers resolve the rest.
+   bool written = neededEntryHandleSms() == 0;
+   if (indexSuffices) {
+      written = true;
+      for (auto& h : mergedEntry_.mergedEntryHandle()) written &= h->isHwIndexValid();
+   }
    if (written && !failed && table_) doResolve();
 }
 

@@ -161,6 +161,9 @@ public:
    // Members.
    const Brio::Ptr<IngL3Iif>& ingL3Iif() const { return ingL3Iif_; }
    const Brio::Ptr<EgrL3Oif1Table>& egrL3Oif1Table() const { return egrL3Oif1Table_; }
+   // Whether a member with a valid index counts as written: only when both
+   // member tables' utils say so (the chip may still refuse the row).
+   bool memberIndexSuffices() const;
    void ingL3IifIs();
    void egrL3Oif1TableIs();
    void ingL3IifDel();

@@ -2,8 +2,10 @@
 // replacing the global allocation functions in this binary (every library
 // allocates through them). The simulated chip's row texts are the chip's
 // memory, not the software's: they are counted apart and taken out.
+#include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <string_view>
 
 #include "BenchRig.h"
 
@@ -12,6 +14,12 @@ namespace {
 // Benchmarks run on one thread; the counts need no atomics.
 int64_t liveBytes = 0;
 int64_t liveBlocks = 0;
+// Live blocks by requested size (the last slot: larger ones), for
+// L3TUNNEL_BENCH_SIZES=1, which prints what a chain's blocks are
+// (L3TUNNEL_BENCH_SIZES=exit: and ends the process there).
+constexpr std::size_t sizeSlots = 1025;
+int64_t liveBySize[sizeSlots] = {};
+std::size_t sizeSlot(std::size_t n) { return n < sizeSlots - 1 ? n : sizeSlots - 1; }
 
 // Each block carries its requested size in front, in a header that keeps the
 // default alignment.
@@ -23,14 +31,17 @@ void* allocate(std::size_t n) {
    *static_cast<std::size_t*>(p) = n;
    liveBytes += int64_t(n);
    ++liveBlocks;
+   ++liveBySize[sizeSlot(n)];
    return static_cast<char*>(p) + header;
 }
 
 void release(void* p) noexcept {
    if (!p) return;
    char* base = static_cast<char*>(p) - header;
-   liveBytes -= int64_t(*reinterpret_cast<std::size_t*>(base));
+   const std::size_t n = *reinterpret_cast<std::size_t*>(base);
+   liveBytes -= int64_t(n);
    --liveBlocks;
+   --liveBySize[sizeSlot(n)];
    std::free(base);
 }
 
@@ -44,6 +55,7 @@ void* allocateAligned(std::size_t n, std::align_val_t a) {
    *reinterpret_cast<std::size_t*>(user - header) = n;
    liveBytes += int64_t(n);
    ++liveBlocks;
+   ++liveBySize[sizeSlot(n)];
    return user;
 }
 
@@ -52,8 +64,10 @@ void releaseAligned(void* p, std::align_val_t a) noexcept {
    if (align <= header) return release(p);
    if (!p) return;
    char* user = static_cast<char*>(p);
-   liveBytes -= int64_t(*reinterpret_cast<std::size_t*>(user - header));
+   const std::size_t n = *reinterpret_cast<std::size_t*>(user - header);
+   liveBytes -= int64_t(n);
    --liveBlocks;
+   --liveBySize[sizeSlot(n)];
    std::free(user - align);
 }
 
@@ -101,12 +115,24 @@ void operator delete[](void* p, std::align_val_t a, const std::nothrow_t&) noexc
 namespace bench {
 namespace {
 
+// The live blocks per chain by size that grew since `before`, one line each.
+void sizesPrint(const int64_t* before, double chains) {
+   for (std::size_t n = 0; n < sizeSlots; ++n) {
+      const double per = double(liveBySize[n] - before[n]) / chains;
+      if (per < 0.05 && per > -0.05) continue;
+      std::fprintf(stderr, "%s%zu bytes: %.2f blocks per chain (%.1f bytes)\n",
+                   n == sizeSlots - 1 ? ">=" : "", n, per, per * double(n));
+   }
+}
+
 // Chains are held by their next hops, as member blocks hold them.
 void BM_MemoryChain(benchmark::State& state) {
+   const bool sizes = std::getenv("L3TUNNEL_BENCH_SIZES") != nullptr;
    for (auto _ : state) {
       ProgrammerRig rig(maxRows);
       std::vector<HandlePtr> heads;
       heads.reserve(fullChains);
+      std::vector<int64_t> sizes0(liveBySize, liveBySize + sizeSlots);
       const int64_t bytes0 = liveBytes, blocks0 = liveBlocks;
       const auto chip0 = int64_t(rig.rowTextBytes());
       for (uint32_t i = 0; i < fullChains; ++i) {
@@ -118,6 +144,11 @@ void BM_MemoryChain(benchmark::State& state) {
       if (!check(state, ok, "a chain was not acknowledged")) return;
       const auto chip = int64_t(rig.rowTextBytes()) - chip0;
       const double n = fullChains;
+      if (sizes) sizesPrint(sizes0.data(), n);
+      // Under heaptrack, every live block then shows as a leak, with where it
+      // was made.
+      if (sizes && std::string_view(std::getenv("L3TUNNEL_BENCH_SIZES")) == "exit")
+         std::_Exit(0);
       state.counters["bytes_per_chain"] = double(liveBytes - bytes0 - chip) / n;
       state.counters["blocks_per_chain"] = double(liveBlocks - blocks0) / n;
       state.counters["chip_bytes_per_chain"] = double(chip) / n;

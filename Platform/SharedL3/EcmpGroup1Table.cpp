@@ -19,11 +19,10 @@ EcmpGroup1Table::EntryHandlePtrConst EcmpGroup1Table::entryIs(const Key& key,
                                                               Asic::SwTableBase::EntryState state) {
    auto& h = groups_[key];
    if (!h) {
-      h = Brio::makePtr<EntryHandle>(key);
+      h = Brio::Ptr<EntryHandle>(new EntryHandle(key, allocator_, ++serials_));
       h->entryTypeIs(EntryHandle::committed());
-      h->hwIndexIs(allocator_->newIndexForKey(key));
    }
-   if (!h->isHwIndexValid()) h->hwIndexIs(allocator_->newIndexForKey(key));
+   if (!h->isHwIndexValid()) h->hwIndexIs(h->indexTake());
    if (!h->isHwIndexValid()) state = Asic::SwTableBase::noHwIndex();
    h->entryStateIs(state);
    return h;
@@ -40,10 +39,13 @@ void EcmpGroup1Table::entryDel(const Key& key) {
    if (it == groups_.end()) return;
    Brio::Ptr<EntryHandle> h = std::move(it->second);
    groups_.erase(it);
-   if (h->isHwIndexValid()) allocator_->releaseIndex(Orb::GenericValue::of(key));
    h->entryTypeIs(EntryHandle::inDeletion());
    h->hwIndexIs(Asic::invalidIndex);
    h->entryStateIs(Asic::SwTableBase::unresolved());
+}
+
+void EcmpGroup1Table::EntryHandle::zeroReferencesIs(bool zero) {
+   if (zero) allocator_->releaseIndex(Orb::GenericValue::of(serial_));
 }
 
 EcmpGroup1Table::EntryHandlePtrConst EcmpGroup1Table::entryWeakRef(const Key& key) const {

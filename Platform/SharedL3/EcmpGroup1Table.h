@@ -5,10 +5,12 @@
 //
 // A group's handle state is moved by the owner (`entryIs`, `entryStateIs`):
 // typically inProgress while its hardware write is out, then success. Each
-// group holds one index of the table while it exists; a group that is removed
-// gives its index back, and a handle still held elsewhere is left unresolved
-// with no index.
+// group holds one index of the table while it exists. A removed group's handle
+// is left unresolved with no index, but the index itself stays taken until the
+// last holder of the handle lets go: member rows written with it still name
+// it, and a new group must not take it under them.
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <unordered_map>
 
@@ -16,6 +18,7 @@
 #include "Asic/SwTableBase.h"
 #include "MeridL3Common/L3AdjIdKey.h"
 #include "Orb/Entity.h"
+#include "Orb/Hash.h"
 
 #pragma GCC visibility push(default)
 namespace MeridL3Tunnel {
@@ -49,22 +52,42 @@ private:
    struct KeyHash {
       size_t operator()(const Key& k) const { return k.hash(0); }
    };
+   // Indices are held per handle, not per adjacency: a group removed and made
+   // again has two handles, each with an index of its own, while both live.
+   struct Serial {
+      static constexpr std::string_view typeName = "MeridL3Tunnel::EcmpGroup1Table::Serial";
+      uint32_t value = 0;
+      uint32_t hash(uint32_t seed) const { return Orb::hashSingleAttr(value, seed); }
+      friend bool operator==(const Serial&, const Serial&) = default;
+      friend std::ostream& operator<<(std::ostream& os, const Serial& s) { return os << s.value; }
+   };
    Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator_;
    std::unordered_map<Key, Brio::Ptr<EntryHandle>, KeyHash> groups_;
+   uint32_t serials_ = 0;
 };
 
 class EcmpGroup1Table::EntryHandle final : public Asic::SwTableBase::EntryHandle {
 public:
    static constexpr std::string_view typeName = "MeridL3Tunnel::EcmpGroup1Table::EntryHandle";
-   explicit EntryHandle(const Key& key) : key_(key) {}
    const Key& key() const { return key_; }
    Orb::TypeId fwkType() const override { return Orb::typeId<EntryHandle>(); }
    std::string keyText() const override { return key_.stringValue(); }
 
+protected:
+   // The last holder gone: the index goes back.
+   void zeroReferencesIs(bool zero) override;
+
 private:
    friend class EcmpGroup1Table;
+   EntryHandle(const Key& key, Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator,
+               uint32_t serial)
+       : key_(key), allocator_(std::move(allocator)), serial_{serial} {}
    ~EntryHandle() override = default;
+   Asic::Index indexTake() { return allocator_->newIndexForKey(serial_); }
+
    Key key_;
+   Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator_;
+   Serial serial_;
 };
 
 }  // namespace MeridL3Tunnel

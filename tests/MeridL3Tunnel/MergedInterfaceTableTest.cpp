@@ -60,15 +60,30 @@ TEST_F(MergedInterface, IdenticalRewriteProgramsNothing) {
        trace.lines().end());
 }
 
-TEST_F(MergedInterface, MembersWrittenToHardwareResolveWithinTheWrite) {
+// A member row counts once the chip has taken it: next hops naming the
+// merged index must not be written before that, since the chip may refuse it.
+TEST_F(MergedInterface, MembersCountOnceTheChipHasAnsweredThem) {
    auto t = tunnel(1);
    std::vector<State> heard;
    auto e = interfaceEntry(t);
    e.writeResponseFnIs([&](State s) { heard.push_back(s); });
    auto h = intf->entryCommit(tunnelKey(1), e);
+   EXPECT_TRUE(heard.empty());
+   EXPECT_EQ(h->entryState(), State::unresolved);
+   runLoop();
    EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::success}));
    EXPECT_FALSE(intf->unresolvedMergedEntry(tunnelKey(1)));
    EXPECT_TRUE(intf->mergedEntryHas(tunnelKey(1)));
+
+   // A refused member row fails the merged entry instead.
+   chip->writeFailuresIs(EgrL3Oif1Table::typeName, 1);
+   auto r = intf->entryCommit(tunnelKey(3), interfaceEntry(t));
+   runLoop();
+   EXPECT_EQ(r->entryState(), State::failedNeededEntry);
+   EXPECT_FALSE(intf->mergedEntryHas(tunnelKey(3)));
+   chip->writeFailuresIs(EgrL3Oif1Table::typeName, 0);
+   intf->entryRemove(tunnelKey(3));
+   runLoop();
 
    // With the tunnel not programmed yet, the egress member waits, and so does
    // the merged entry.

@@ -243,23 +243,16 @@ namespace {
 // One full check at a quiet point: the chip against the model.
 class Checker {
 public:
-   using RowSet = std::set<std::pair<HwTable, Asic::Index>>;
    Checker(const System& sys, const ReferenceModel& m,
            const std::map<HwTable, std::set<Asic::Index>>& stale, bool strict,
-           const std::set<BlockId>& noRoom, RowSet& refused, std::vector<std::string>& out)
+           const std::set<BlockId>& noRoom, std::vector<std::string>& out)
        : sys_(sys),
          m_(m),
          p_(sys.programmer()),
          stale_(stale),
          strict_(strict),
          noRoom_(noRoom),
-         refused_(refused),
          out_(out) {
-      // A refused member row that is back on the chip is no longer excused.
-      std::erase_if(refused_, [&](const auto& r) {
-         auto hw = sys_.hw(r.first);
-         return hw && hw->row(r.second);
-      });
    }
 
    void run() {
@@ -292,9 +285,8 @@ public:
                                : std::vector<HwTable>{HwTable::tunnelOif};
       rows(HwTable::nextHop, [&](Asic::Index i, const std::string& row) {
          if (field(row, "drop") == "True") return;
-         const auto named = indexOf(field(row, "l3Oif1"));
          for (HwTable t : interfaces)
-            if (!used(t, field(row, "l3Oif1")) && !(named && refusedMember(t, *named)))
+            if (!used(t, field(row, "l3Oif1")))
                fail("dangling: next-hop row ", i, " names ", hwTableShortName(t), " row ",
                     field(row, "l3Oif1"), ", which is clear");
       });
@@ -539,10 +531,6 @@ private:
             case Table::interface:
                if (m_.commonInterface()) {
                   for (HwTable member : {HwTable::ingIif, HwTable::egrOif}) {
-                     if (refusedMember(member, s.index)) {
-                        ++excused;
-                        continue;
-                     }
                      expectRowKey(member, s.index, key, what);
                      if (member == HwTable::ingIif)
                         expectFields(member, s.index, what, {});
@@ -731,31 +719,6 @@ private:
       }
    }
 
-   // A merged interface resolves within its members' writes, before the
-   // chip answers them: while a member write is unanswered, or after the
-   // chip refused it, the merged entry is programmed without that member's
-   // row (a known defect when refused).
-   bool refusedMember(HwTable t, Asic::Index i) {
-      const auto& intf = p_.l3InterfaceTable();
-      if (!intf || !knownDefectsExcused()) return false;
-      Brio::Ptr<const Asic::SwTable::EntryHandle> h;
-      bool value = false;
-      if (t == HwTable::ingIif) {
-         const MeridL3Tunnel::IngL3Iif::Index index(i);
-         h = intf->ingL3Iif()->entryHandle(index);
-         value = intf->ingL3Iif()->resolvedEntry(index).has_value();
-      } else if (t == HwTable::egrOif) {
-         const MeridL3Tunnel::EgrL3Oif1Table::Index index(i);
-         h = intf->egrL3Oif1Table()->entryHandle(index);
-         value = intf->egrL3Oif1Table()->resolvedEntry(index).has_value();
-      }
-      const bool unanswered =
-          h && h->entryState() == State::inProgress && h->outstandingRequest() && value;
-      if (h && (h->entryState() == State::noHwIndex || unanswered)) refused_.insert({t, i});
-      // Rows naming it stay on the chip until their keys go, a restart too.
-      return refused_.count({t, i}) != 0;
-   }
-
    bool stale(HwTable t, Asic::Index i) const {
       auto it = stale_.find(t);
       return it != stale_.end() && it->second.count(i);
@@ -773,7 +736,6 @@ private:
    const std::map<HwTable, std::set<Asic::Index>>& stale_;
    bool strict_;
    const std::set<BlockId>& noRoom_;
-   RowSet& refused_;
    std::vector<std::string>& out_;
    std::map<std::pair<Table, uint32_t>, Status> status_;
 };
@@ -1057,7 +1019,7 @@ private:
       for (auto& line : invariants(sys_)) v.push_back(std::move(line));
       bool full = sys_.chip().heldResponses() == 0;
       uint32_t excusedNow = 0;
-      Checker c(sys_, model_, stale_, strict_, noRoom_, refused_, v);
+      Checker c(sys_, model_, stale_, strict_, noRoom_, v);
       if (full) {
          c.run();
          excusedNow = c.excused;
@@ -1178,7 +1140,6 @@ private:
    std::vector<std::string> pending_;
    std::map<HwTable, std::set<Asic::Index>> stale_;
    std::set<BlockId> noRoom_;
-   std::set<std::pair<HwTable, Asic::Index>> refused_;  // member rows a merged entry lacks
    std::vector<std::string> transitions_;  // what the watchers heard that must not happen
    std::map<const Asic::SwTableBase::EntryHandle*, std::unique_ptr<StateWatcher>> watchers_;
    bool strict_ = false;

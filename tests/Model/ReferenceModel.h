@@ -49,14 +49,10 @@
 //  - rows a restart found stay allowed, and what they name unchecked, until
 //    the reconcile: they do not keep what they name alive (a replayed entry
 //    that goes before the reconcile deletes rows such stale rows still name);
-//  - a merged interface resolves within its members' writes: a member write
-//    still unanswered, or refused by the chip, leaves the merged entry (and
-//    the next hops naming it) programmed without that member row. These rows
-//    are excused until the member row is back (MODEL_KNOWN_DEFECTS=fail
-//    reports them);
-//  - member rows keep the underlay index they were written with: the agent
-//    here hands over again every group whose underlay group goes, so the
-//    runs never see a block naming a deleted underlay group.
+//  - member rows keep the underlay index they were written with (the
+//    underlay table keeps a deleted group's index taken while its handle is
+//    held); the agent here hands over again every group whose underlay group
+//    goes.
 #include <array>
 #include <cstdint>
 #include <map>

@@ -156,6 +156,29 @@ TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
    expectConsistent();
 }
 
+// The underlay group goes while member rows still name its index: a new group
+// must not take that index until the block lets the old handle go.
+TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
+   named->entryIs(adj(1));
+   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   runLoop();
+   ASSERT_EQ(h->entryState(), State::success);
+   const Asic::Index named1 = named->entryWeakRef(adj(1))->hwIndex();
+   ASSERT_NE(chip->table(L3EcmpMember0Table::typeName)->row(block(h).baseIndex())->find(
+                 "'nextHopIdx': " + std::to_string(named1)),
+             std::string::npos)
+       << *chip->table(L3EcmpMember0Table::typeName)->row(block(h).baseIndex());
+   named->entryDel(adj(1));
+   const HandlePtr other = named->entryIs(adj(4));
+   EXPECT_NE(other->hwIndex(), named1);
+   h = nullptr;
+   runLoop();
+   EXPECT_EQ(rows(), 0u);
+   named->entryDel(adj(4));
+   EXPECT_EQ(named->entryIs(adj(5))->hwIndex(), named1);  // free again once the rows went
+   expectConsistent();
+}
+
 TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
    named->entryIs(adj(1));
    HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
@@ -232,7 +255,7 @@ namespace {
 
 TEST(UnderlayGroups, IndicesComeAndGoWithTheGroups) {
    auto groups = Brio::makePtr<EcmpGroup1Table>(2);
-   const HandlePtr a = groups->entryIs(adj(1));
+   HandlePtr a = groups->entryIs(adj(1));
    const HandlePtr b = groups->entryIs(adj(2), State::inProgress);
    const HandlePtr c = groups->entryIs(adj(3));
    EXPECT_EQ(a->hwIndex(), 0u);
@@ -243,7 +266,14 @@ TEST(UnderlayGroups, IndicesComeAndGoWithTheGroups) {
    EXPECT_FALSE(groups->entryHas(adj(1)));
    EXPECT_EQ(a->entryState(), State::unresolved);
    EXPECT_EQ(a->hwIndex(), Asic::invalidIndex);
+   // `a` is still held (by member rows, say): its index is not free yet.
    groups->entryIs(adj(3));  // the owner tries again
+   EXPECT_EQ(c->entryState(), State::noHwIndex);
+   groups->entryIs(adj(1));  // the same adjacency again is a new group
+   EXPECT_EQ(groups->entryWeakRef(adj(1))->entryState(), State::noHwIndex);
+   groups->entryDel(adj(1));
+   a = nullptr;
+   groups->entryIs(adj(3));
    EXPECT_EQ(c->entryState(), State::success);
    EXPECT_EQ(c->hwIndex(), 0u);
 }
