@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "Asic/HwTable.h"
+#include "AsicSwTable/HandleMap.h"
 #include "Brio/IsEq.h"
 #include "Brio/Ptr.h"
 #include "Orb/Hash.h"
@@ -47,7 +48,7 @@ struct EntryCursor {
 // entries name no other entries.
 template <class Key, class Entry, class Handle, class Ue = void>
 struct KeyedTableData {
-   using EntryHandleMap = KeyedMap<Key, Brio::Ptr<Handle>, entryHandleSeed>;
+   using EntryHandleMap = HandleMap<Key, Handle, SeededHash<Key, entryHandleSeed>>;
    using ResolvedEntryMap = KeyedMap<Key, Orb::Optional<Entry>, resolvedEntrySeed>;
    using UnresolvedEntryMap = std::conditional_t<std::is_void_v<Ue>, NoUnresolvedEntries,
                                                  KeyedMap<Key, Brio::Ptr<Ue>, unresolvedEntrySeed>>;

@@ -651,7 +651,11 @@ struct SwTable::Accessor {
 
    // Table-wide clean-up at shutdown. Rows stay in hardware.
    static void cleanupTable(T& t) {
-      for (auto& [k, h] : t.data_.entryHandle) {
+      // Listeners run here; the map must not move under the walk.
+      std::vector<HandlePtr> held;
+      held.reserve(t.data_.entryHandle.size());
+      for (auto& [k, h] : t.data_.entryHandle) held.push_back(h);
+      for (auto& h : held) {
          h->notifieeList().notify(SwTableBase::EntryHandle::swTableAttr);
          h->doAmendReferences();
       }
