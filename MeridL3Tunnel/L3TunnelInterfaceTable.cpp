@@ -48,19 +48,31 @@ L3InterfaceTable::MergedEntry::MergedEntry(Orb::CharRange&) {
 }
 
 void L3InterfaceTable::MergedEntry::mergedEntryHandleIs(HandlePtrConst h) {
-   if (std::find(handles_.begin(), handles_.end(), h) != handles_.end()) return;
-   if (handles_.empty()) handles_.reserve(numMemberTables());  // one allocation, not two
-   handles_.push_back(std::move(h));
+   const auto held = mergedEntryHandle();
+   if (!h || std::find(held.begin(), held.end(), h) != held.end()) return;
+   ORB_ASSERT(count_ < numMemberTables()) << "a merged entry holds one handle per member table";
+   handles_[count_++] = std::move(h);
 }
 
 void L3InterfaceTable::MergedEntry::mergedEntryHandleDel(const HandlePtrConst& h) {
-   std::erase(handles_, h);
+   for (uint8_t i = 0; i < count_; ++i) {
+      if (handles_[i] != h) continue;
+      for (uint8_t j = i; j + 1 < count_; ++j) handles_[j] = std::move(handles_[j + 1]);
+      handles_[--count_] = nullptr;
+      return;
+   }
+}
+
+void L3InterfaceTable::MergedEntry::mergedEntryHandleDelAll() {
+   for (auto& h : handles_) h = nullptr;
+   count_ = 0;
 }
 
 bool L3InterfaceTable::MergedEntry::sameHandles(const MergedEntry& o) const {
-   if (handles_.size() != o.handles_.size()) return false;
-   for (auto& h : handles_)
-      if (std::find(o.handles_.begin(), o.handles_.end(), h) == o.handles_.end()) return false;
+   if (count_ != o.count_) return false;
+   const auto theirs = o.mergedEntryHandle();
+   for (auto& h : mergedEntryHandle())
+      if (std::find(theirs.begin(), theirs.end(), h) == theirs.end()) return false;
    return true;
 }
 
@@ -172,7 +184,10 @@ L3InterfaceTable::~L3InterfaceTable() {
    unresolvedMergedEntryDelAll();
    mergedEntry_.clear();
    mappedEntryHandle_.clear();
-   for (auto& [k, h] : entryHandle_) {
+   std::vector<Brio::Ptr<EntryHandle>> held;
+   held.reserve(entryHandle_.size());
+   for (auto& [k, h] : entryHandle_) held.push_back(h);
+   for (auto& h : held) {
       h->doAmendReferences();
       h->tableIs(nullptr);
    }

@@ -13,6 +13,8 @@
 //   fails. Removal and the handle's last reference drop the merged entry; the
 //   member entries then go by their own clean-up, and the index deallocator
 //   frees the index when the last member row is gone.
+#include <array>
+#include <span>
 #include <vector>
 
 #include "Asic/IndexAllocator.h"
@@ -79,11 +81,13 @@ public:
       // A collection has no text form to be built from.
       explicit MergedEntry(Orb::CharRange& r);
 
-      const std::vector<HandlePtrConst>& mergedEntryHandle() const { return handles_; }
-      uint32_t mergedEntryHandles() const { return uint32_t(handles_.size()); }
+      std::span<const HandlePtrConst> mergedEntryHandle() const {
+         return {handles_.data(), count_};
+      }
+      uint32_t mergedEntryHandles() const { return count_; }
       void mergedEntryHandleIs(HandlePtrConst h);
       void mergedEntryHandleDel(const HandlePtrConst& h);
-      void mergedEntryHandleDelAll() { handles_.clear(); }
+      void mergedEntryHandleDelAll();
       const Asic::WriteResponseFn& writeResponseFn() const { return writeResponseFn_; }
 
       // The same member handles, in any order.
@@ -93,7 +97,10 @@ public:
       }
 
    private:
-      std::vector<HandlePtrConst> handles_;
+      // A set of at most one handle per member table, kept in place: every
+      // merged key has one, and a vector would allocate for it.
+      std::array<HandlePtrConst, 2> handles_;
+      uint8_t count_ = 0;
       Asic::WriteResponseFn writeResponseFn_;
    };
 
@@ -187,11 +194,13 @@ private:
 
    template <class V, uint32_t Seed>
    using Map = Asic::KeyedMap<Key, V, Seed>;
+   using HandleMap =
+       Asic::HandleMap<Key, EntryHandle, Asic::SeededHash<Key, Asic::entryHandleSeed>>;
    Brio::Ptr<IngL3Iif> ingL3Iif_;
    Brio::Ptr<EgrL3Oif1Table> egrL3Oif1Table_;
    Brio::Ptr<IndexDeallocatorSm> indexDeallocatorSm_;
    Brio::Ptr<Allocator> indexAllocator_;
-   Map<Brio::Ptr<EntryHandle>, Asic::entryHandleSeed> entryHandle_;
+   HandleMap entryHandle_;
    Map<MergedEntry, 0x5a1c7d33> mergedEntry_;
    Map<Brio::Ptr<UnresolvedMergedEntry>, Asic::unresolvedEntrySeed> unresolvedMergedEntry_;
    Map<HandlePtrConst, 0x6e2f0b91> mappedEntryHandle_;
