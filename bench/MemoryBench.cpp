@@ -147,8 +147,7 @@ void BM_MemoryChain(benchmark::State& state) {
       if (sizes) sizesPrint(sizes0.data(), n);
       // Under heaptrack, every live block then shows as a leak, with where it
       // was made.
-      if (sizes && std::string_view(std::getenv("L3TUNNEL_BENCH_SIZES")) == "exit")
-         std::_Exit(0);
+      if (sizes && std::string_view(std::getenv("L3TUNNEL_BENCH_SIZES")) == "exit") std::_Exit(0);
       state.counters["bytes_per_chain"] = double(liveBytes - bytes0 - chip) / n;
       state.counters["blocks_per_chain"] = double(liveBlocks - blocks0) / n;
       state.counters["chip_bytes_per_chain"] = double(chip) / n;

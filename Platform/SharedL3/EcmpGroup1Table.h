@@ -79,8 +79,7 @@ protected:
 
 private:
    friend class EcmpGroup1Table;
-   EntryHandle(const Key& key, Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator,
-               uint32_t serial)
+   EntryHandle(const Key& key, Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator, uint32_t serial)
        : key_(key), allocator_(std::move(allocator)), serial_{serial} {}
    ~EntryHandle() override = default;
    Asic::Index indexTake() { return allocator_->newIndexForKey(serial_); }

@@ -2,6 +2,7 @@
 // a damaged or foreign file is refused without touching the chip.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -114,6 +115,28 @@ TEST_F(ChipState, DamagedOrForeignFilesAreRefusedAndTheChipKept) {
       EXPECT_EQ(other->tableNames(), std::vector<std::string>{"kept"}) << c.name;
    }
    EXPECT_THROW(other->stateLoad((dir / "missing").string()), std::runtime_error);
+}
+
+// Each table within the bound, but not all of them together: refused before
+// anything is allocated (a short file once made the loader take gigabytes).
+TEST_F(ChipState, RowBoundCoversAllTablesTogether) {
+   auto sealed = [](std::string body) {
+      uint64_t h = 0xcbf29ce484222325ull;
+      for (unsigned char c : body) h = (h ^ c) * 0x100000001b3ull;
+      char sum[32];
+      std::snprintf(sum, sizeof sum, "%016llx", static_cast<unsigned long long>(h));
+      return body + "end " + sum + "\n";
+   };
+   const std::string head = "l3tunnel-chip-state 1\n";
+   fileIs(sealed(head + "table 511 1 1:a\ntable 511 16777216 1:b\n"));
+   try {
+      Brio::makePtr<AsicSim::Chip>()->stateLoad(path);
+      ADD_FAILURE() << "accepted";
+   } catch (const std::runtime_error& e) {
+      EXPECT_NE(std::string(e.what()).find("tables of more than 16777216 rows in all"),
+                std::string::npos)
+          << e.what();
+   }
 }
 
 }  // namespace

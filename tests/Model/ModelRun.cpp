@@ -252,8 +252,7 @@ public:
          stale_(stale),
          strict_(strict),
          noRoom_(noRoom),
-         out_(out) {
-   }
+         out_(out) {}
 
    void run() {
       for (uint32_t t = 0; t < tableCount; ++t) entries(Table(t));

@@ -164,8 +164,9 @@ TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    runLoop();
    ASSERT_EQ(h->entryState(), State::success);
    const Asic::Index named1 = named->entryWeakRef(adj(1))->hwIndex();
-   ASSERT_NE(chip->table(L3EcmpMember0Table::typeName)->row(block(h).baseIndex())->find(
-                 "'nextHopIdx': " + std::to_string(named1)),
+   ASSERT_NE(chip->table(L3EcmpMember0Table::typeName)
+                 ->row(block(h).baseIndex())
+                 ->find("'nextHopIdx': " + std::to_string(named1)),
              std::string::npos)
        << *chip->table(L3EcmpMember0Table::typeName)->row(block(h).baseIndex());
    named->entryDel(adj(1));

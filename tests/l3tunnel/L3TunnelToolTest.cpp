@@ -422,6 +422,10 @@ std::string viaWith(const std::string& field) {
 
 const std::vector<BadInput> badInputs{
     {"MalformedJson", R"({"steps": [)", "malformed JSON: parse error at line"},
+    // Found by fuzzing: both once crashed or escaped with the wrong exit code.
+    {"NestedTooDeep", std::string(10000, '[') + std::string(10000, ']'),
+     "nested deeper than 64 levels"},
+    {"NumberOutOfRange", steps(programOf(viaWith(R"("ttl": 1e999)"))), "malformed JSON: "},
     {"UnknownTopField", R"({"colour": 1})", "colour: unknown field"},
     {"UnknownViaField", steps(programOf(viaWith(R"("mtu": 9000)"))),
      "step 1: vias[0].mtu: unknown field"},
