@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "Asic/HandleKey.h"
 #include "Asic/SwTable.h"
 #include "Brio/RQueue.h"
 
@@ -20,7 +21,9 @@ public:
 
    KeyedEntryHandle(const Key& key, Table* table) : key_(key) { swTable_ = table; }
 
-   const Key& key() const { return key_; }
+   const Key& key() const { return key_.get(); }
+   // The key in generic form, for the allocator to share.
+   decltype(auto) keyGeneric() const { return key_.generic(); }
    Table* table() const { return static_cast<Table*>(swTable()); }
 
    Entry pendingEntry(uint32_t position) const { return pendingEntry_.at(position); }
@@ -46,7 +49,7 @@ public:
    Orb::TypeId fwkType() const override { return Orb::typeId<KeyedEntryHandle>(); }
    std::string keyText() const override {
       std::ostringstream os;
-      os << key_;
+      os << key_.get();
       return os.str();
    }
    void handleEntryState() override;
@@ -58,7 +61,7 @@ protected:
 
 private:
    ~KeyedEntryHandle() override = default;
-   Key key_;
+   HandleKey<Key> key_;
    Brio::RQueue<Entry> pendingEntry_;
 };
 

@@ -322,7 +322,12 @@ struct SwTable::Accessor {
       if constexpr (T::knownIndex) {
          return key.value();
       } else {
-         return t.data_.indexAllocator ? t.data_.indexAllocator->newIndexForKey(key) : invalidIndex;
+         auto& alloc = t.data_.indexAllocator;
+         if (!alloc) return invalidIndex;
+         if (const Index held = alloc->indexForKey(key); isValidIndex(held)) return held;
+         // A new key: the allocator shares the handle's copy of it.
+         if (HandlePtr h = entryHandle(t, key)) return alloc->newIndexForKey(h->keyGeneric());
+         return alloc->newIndexForKey(key);
       }
    }
 
@@ -922,7 +927,7 @@ void KeyedUnresolvedEntry<Table>::markFailedNeededEntry() {
 // The handle's reactors, instantiated with the engine.
 template <class Table>
 void KeyedEntryHandle<Table>::handleEntryState() {
-   if (Table* t = table()) SwTable::Accessor<Table>::handleEntryState(*t, *this, key_);
+   if (Table* t = table()) SwTable::Accessor<Table>::handleEntryState(*t, *this, key());
 }
 
 template <class Table>

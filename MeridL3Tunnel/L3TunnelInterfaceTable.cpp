@@ -447,8 +447,9 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, co
       eh->entryTypeIs(Type::referenceOnly);
       eh->dropTableReference();
    }
+   // A new key shares the handle's copy of it with the allocator.
    const Asic::Index index =
-       indexAllocator_ ? indexAllocator_->newIndexForKey(key) : Asic::invalidIndex;
+       indexAllocator_ ? indexAllocator_->newIndexForKey(eh->keyGeneric()) : Asic::invalidIndex;
    if (index == Asic::invalidIndex) {
       eh->entryStateIs(State::noHwIndex);
       return eh;
@@ -575,7 +576,7 @@ void L3InterfaceTable::EntryHandle::tableIs(L3InterfaceTable* t) {
 
 std::string L3InterfaceTable::EntryHandle::keyText() const {
    std::ostringstream os;
-   os << key_;
+   os << key();
    return os.str();
 }
 

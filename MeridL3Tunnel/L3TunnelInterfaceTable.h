@@ -211,7 +211,8 @@ public:
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3InterfaceTable::EntryHandle";
    EntryHandle(const Key& key, L3InterfaceTable* table) : key_(key), table_(table) {}
 
-   const Key& key() const { return key_; }
+   const Key& key() const { return key_.get(); }
+   const Orb::GenericValue& keyGeneric() const { return key_.generic(); }
    L3InterfaceTable* table() const { return table_; }
    void tableIs(L3InterfaceTable* t);
 
@@ -226,7 +227,7 @@ protected:
 
 private:
    ~EntryHandle() override = default;
-   Key key_;
+   Asic::HandleKey<Key> key_;
    L3InterfaceTable* table_;
 };
 

@@ -23,11 +23,20 @@ uint64_t wordMask(uint32_t word, uint32_t first, uint32_t last) {
 // GenericIndexAllocator
 
 Index GenericIndexAllocator::newIndexForKey(Orb::GenericValueRef key) {
+   return indexTakeForKey(key, nullptr);
+}
+
+Index GenericIndexAllocator::newIndexForKey(const Orb::GenericValue& key) {
+   return indexTakeForKey(key.ref(), &key);
+}
+
+Index GenericIndexAllocator::indexTakeForKey(Orb::GenericValueRef key,
+                                             const Orb::GenericValue* shared) {
    if (!key) return invalidIndex;
    if (const uint32_t slot = slotFind(key); slot != noSlot) return slots_[slot].index;
    Index index = freeIndexTake();
    if (!isValidIndex(index)) return invalidIndex;
-   keyIndexIs(index, Orb::GenericValue(key));
+   keyIndexIs(index, shared ? *shared : Orb::GenericValue(key));
    return index;
 }
 

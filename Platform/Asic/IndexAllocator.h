@@ -46,6 +46,9 @@ public:
       return newIndexForKey(Orb::GenericValueRef(key));
    }
    Index newIndexForKey(Orb::GenericValueRef key);
+   // The same for a key already in generic form: a new key's holder is
+   // shared, not copied.
+   Index newIndexForKey(const Orb::GenericValue& key);
 
    // Makes the key hold exactly `index`, giving up any other index it held.
    // False, with nothing changed, when the index is reserved, out of range or
@@ -121,6 +124,7 @@ protected:
 private:
    static constexpr uint32_t noSlot = 0xFFFFFFFFu;
    bool indexClaim(Index index, Orb::GenericValueRef key, const Orb::GenericValue* shared);
+   Index indexTakeForKey(Orb::GenericValueRef key, const Orb::GenericValue* shared);
    void keyIndexIs(Index index, Orb::GenericValue key);
    void keyIndexDel(Index index);
    void indexToKeyCover(Index index);
