@@ -3,7 +3,9 @@
 // lives in a generic holder, which the index allocator then shares instead of
 // keeping a copy of its own: one copy of the key serves the handle, the
 // table's handle map (which finds keys through the handle) and the allocator.
-// Small keys (hardware indices) stay in place.
+// The holder is interned, so the handles of the tunnel, interface and next
+// hop made under one tunnel key share it too. Small keys (hardware indices)
+// stay in place.
 #include "Orb/GenericValue.h"
 
 namespace Asic {
@@ -24,7 +26,7 @@ template <class Key>
 class HandleKey<Key, true> {
 public:
    explicit HandleKey(const Key& key)
-       : holder_(Orb::GenericValue::of(key)), key_(holder_.template as<Key>()) {}
+       : holder_(Orb::GenericValue::interned(key)), key_(holder_.template as<Key>()) {}
    HandleKey(const HandleKey&) = delete;
    HandleKey& operator=(const HandleKey&) = delete;
    const Key& get() const { return *key_; }

@@ -52,15 +52,19 @@ struct Ops {
 
 struct Holder {
    const Ops* ops;
-   uint32_t refs;
+   uint32_t refs : 31;
+   uint32_t interned : 1;  // listed in the pool of shared values
    uint32_t hash;
 };
 
 template <class T>
 struct HolderOf : Holder {
-   HolderOf(const Ops* o, uint32_t h, const T& v) : Holder{o, 1, h}, value(v) {}
+   HolderOf(const Ops* o, uint32_t h, const T& v) : Holder{o, 1, 0, h}, value(v) {}
    T value;
 };
+
+// Takes an interned holder out of the pool, then destroys it.
+void internedRelease(Holder* h);
 
 template <class T>
 struct OpsOf {
@@ -151,13 +155,25 @@ public:
       return *this;
    }
    ~GenericValue() {
-      if (holder_ && --holder_->refs == 0) holder_->ops->destroy(holder_);
+      if (!holder_ || --holder_->refs != 0) return;
+      if (holder_->interned)
+         GenericDetail::internedRelease(holder_);
+      else
+         holder_->ops->destroy(holder_);
    }
    void swap(GenericValue& o) noexcept { std::swap(holder_, o.holder_); }
 
    template <GenericType T>
    static GenericValue of(const T& v) {
       return GenericValue(GenericValueRef(v));
+   }
+   // The holder of an equal value made this way and still alive, shared, or
+   // else a new one. Entries of several tables under one tunnel key then keep
+   // one copy of the key between them. Not thread-safe, like the tables.
+   static GenericValue interned(GenericValueRef r);
+   template <GenericType T>
+   static GenericValue interned(const T& v) {
+      return interned(GenericValueRef(v));
    }
 
    TypeId type() const { return holder_ ? holder_->ops->type : TypeId{}; }
@@ -183,6 +199,7 @@ public:
 
 private:
    friend class GenericValueRef;
+   explicit GenericValue(GenericDetail::Holder* adopted) : holder_(adopted) {}
    GenericDetail::Holder* holder_ = nullptr;
 };
 
