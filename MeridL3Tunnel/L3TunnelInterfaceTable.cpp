@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "Orb/Assert.h"
@@ -182,7 +183,15 @@ L3InterfaceTable::~L3InterfaceTable() {
    ingL3IifDel();
    egrL3Oif1TableDel();
    unresolvedMergedEntryDelAll();
-   mergedEntry_.clear();
+   std::vector<MergedEntry> merged;
+   merged.reserve(mergedEntrys_);
+   for (auto& [k, h] : entryHandle_) {
+      if (!h->hasMergedEntry_) continue;
+      merged.push_back(std::exchange(h->mergedEntry_, MergedEntry()));
+      h->hasMergedEntry_ = false;
+   }
+   mergedEntrys_ = 0;
+   merged.clear();
    mappedEntryHandle_.clear();
    std::vector<Brio::Ptr<EntryHandle>> held;
    held.reserve(entryHandle_.size());
@@ -309,7 +318,7 @@ void L3InterfaceTable::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) {
 bool L3InterfaceTable::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef key) const {
    const Key* k = key.as<Key>();
    if (!k) return false;
-   if (attrId == mergedEntryAttr) return mergedEntry_.count(*k) != 0;
+   if (attrId == mergedEntryAttr) return mergedEntryHas(*k);
    if (attrId == unresolvedMergedEntryAttr) return unresolvedMergedEntry_.count(*k) != 0;
    return false;
 }
@@ -339,23 +348,35 @@ void L3InterfaceTable::entryHandleDel(const Key& key) {
 }
 
 L3InterfaceTable::MergedEntry L3InterfaceTable::mergedEntry(const Key& key) const {
-   auto it = mergedEntry_.find(key);
-   return it == mergedEntry_.end() ? MergedEntry() : it->second;
+   auto it = entryHandle_.find(key);
+   if (it == entryHandle_.end() || !it->second->hasMergedEntry_) return MergedEntry();
+   return it->second->mergedEntry_;
+}
+
+bool L3InterfaceTable::mergedEntryHas(const Key& key) const {
+   auto it = entryHandle_.find(key);
+   return it != entryHandle_.end() && it->second->hasMergedEntry_;
 }
 
 void L3InterfaceTable::mergedEntryIs(const Key& key, const MergedEntry& entry) {
-   auto it = mergedEntry_.find(key);
-   if (it != mergedEntry_.end() && it->second == entry) return;
-   mergedEntry_.insert_or_assign(key, entry);
+   auto it = entryHandle_.find(key);
+   ORB_ASSERT(it != entryHandle_.end()) << "no merged handle at key " << key;
+   EntryHandle& eh = *it->second;
+   if (eh.hasMergedEntry_ && eh.mergedEntry_ == entry) return;
+   if (!eh.hasMergedEntry_) ++mergedEntrys_;
+   eh.hasMergedEntry_ = true;
+   eh.mergedEntry_ = entry;
    publisher_.notify(mergedEntryAttr, Brio::KeyRef(key));
 }
 
 void L3InterfaceTable::mergedEntryDel(const Key& key) {
-   auto it = mergedEntry_.find(key);
-   if (it == mergedEntry_.end()) return;
-   MergedEntry gone =
-       std::move(it->second);  // member handles go after the map no longer names them
-   mergedEntry_.erase(it);
+   auto it = entryHandle_.find(key);
+   if (it == entryHandle_.end() || !it->second->hasMergedEntry_) return;
+   EntryHandle& eh = *it->second;
+   // Member handles go after the table no longer names them.
+   MergedEntry gone = std::exchange(eh.mergedEntry_, MergedEntry());
+   eh.hasMergedEntry_ = false;
+   --mergedEntrys_;
    publisher_.notify(mergedEntryAttr, Brio::KeyRef(key));
 }
 
@@ -548,8 +569,8 @@ void L3InterfaceTable::handleEntryState(EntryHandle& eh) {
    Asic::WriteResponseFn fn;
    if (auto ume = unresolvedMergedEntry(eh.key()))
       fn = ume->mergedEntry().writeResponseFn();
-   else if (auto it = mergedEntry_.find(eh.key()); it != mergedEntry_.end())
-      fn = it->second.writeResponseFn();
+   else if (eh.hasMergedEntry_)
+      fn = eh.mergedEntry_.writeResponseFn();
    if (fn) fn(eh.entryState());
 }
 

@@ -129,8 +129,8 @@ public:
    bool entryHandleHas(const Key& key) const { return bool(entryHandle(key)); }
    uint32_t entryHandles() const { return uint32_t(entryHandle_.size()); }
    MergedEntry mergedEntry(const Key& key) const;
-   bool mergedEntryHas(const Key& key) const { return mergedEntry_.count(key) != 0; }
-   uint32_t mergedEntrys() const { return uint32_t(mergedEntry_.size()); }
+   bool mergedEntryHas(const Key& key) const;
+   uint32_t mergedEntrys() const { return mergedEntrys_; }
    void mergedEntryIs(const Key& key, const MergedEntry& entry);
    void mergedEntryDel(const Key& key);
    Brio::Ptr<UnresolvedMergedEntry> unresolvedMergedEntry(const Key& key) const;
@@ -201,7 +201,9 @@ private:
    Brio::Ptr<IndexDeallocatorSm> indexDeallocatorSm_;
    Brio::Ptr<Allocator> indexAllocator_;
    HandleMap entryHandle_;
-   Map<MergedEntry, 0x5a1c7d33> mergedEntry_;
+   // Merged entries live in their handles: one exists only while its key has
+   // a handle, and a collection of its own would cost a node per key.
+   uint32_t mergedEntrys_ = 0;
    Map<Brio::Ptr<UnresolvedMergedEntry>, Asic::unresolvedEntrySeed> unresolvedMergedEntry_;
    Map<HandlePtrConst, 0x6e2f0b91> mappedEntryHandle_;
 };
@@ -226,9 +228,12 @@ protected:
    void zeroReferencesIs(bool zero) override;
 
 private:
+   friend class L3InterfaceTable;
    ~EntryHandle() override = default;
    Asic::HandleKey<Key> key_;
    L3InterfaceTable* table_;
+   MergedEntry mergedEntry_;  // the table's merged entry at the key, if `hasMergedEntry_`
+   bool hasMergedEntry_ = false;
 };
 
 class MERID_API L3InterfaceTable::UnresolvedMergedEntry final
