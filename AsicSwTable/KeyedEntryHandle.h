@@ -9,6 +9,7 @@
 #include "Asic/HandleKey.h"
 #include "Asic/SwTable.h"
 #include "Brio/RQueue.h"
+#include "Orb/Optional.h"
 
 namespace Asic {
 
@@ -46,6 +47,15 @@ public:
       publisher_.notify(pendingEntryAttr);
    }
 
+   // The table's value at the key while this handle stands for it in the
+   // table (see ResolvedEntryMap): `held` says a value node exists, which
+   // may be an empty optional.
+   struct HeldValue {
+      Orb::Optional<Entry> value;
+      bool held = false;
+   };
+   HeldValue& heldValue() { return heldValue_; }
+
    Orb::TypeId fwkType() const override { return Orb::typeId<KeyedEntryHandle>(); }
    std::string keyText() const override {
       std::ostringstream os;
@@ -63,6 +73,7 @@ private:
    ~KeyedEntryHandle() override = default;
    HandleKey<Key> key_;
    Brio::RQueue<Entry> pendingEntry_;
+   HeldValue heldValue_;
 };
 
 }  // namespace Asic

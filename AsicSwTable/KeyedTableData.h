@@ -8,6 +8,7 @@
 
 #include "Asic/HwTable.h"
 #include "AsicSwTable/HandleMap.h"
+#include "AsicSwTable/ResolvedEntryMap.h"
 #include "Brio/IsEq.h"
 #include "Brio/Ptr.h"
 #include "Orb/Hash.h"
@@ -49,7 +50,9 @@ struct EntryCursor {
 template <class Key, class Entry, class Handle, class Ue = void>
 struct KeyedTableData {
    using EntryHandleMap = HandleMap<Key, Handle, SeededHash<Key, entryHandleSeed>>;
-   using ResolvedEntryMap = KeyedMap<Key, Orb::Optional<Entry>, resolvedEntrySeed>;
+   using ResolvedEntryMap =
+       Asic::ResolvedEntryMap<Key, Entry, EntryHandleMap,
+                              KeyedMap<Key, Orb::Optional<Entry>, resolvedEntrySeed>>;
    using UnresolvedEntryMap = std::conditional_t<std::is_void_v<Ue>, NoUnresolvedEntries,
                                                  KeyedMap<Key, Brio::Ptr<Ue>, unresolvedEntrySeed>>;
 
@@ -58,8 +61,10 @@ struct KeyedTableData {
       bool isDelete;
    };
 
+   KeyedTableData() : resolvedEntry(entryHandle) {}
+
    EntryHandleMap entryHandle;
-   ResolvedEntryMap resolvedEntry;
+   ResolvedEntryMap resolvedEntry;  // in the handles of `entryHandle`, mostly
    [[no_unique_address]] UnresolvedEntryMap unresolvedEntry;
    // Hardware operations whose responses are awaited, by request.
    std::unordered_map<HwRequestId, InFlight> inFlight;

@@ -77,8 +77,11 @@ struct SwTable::Accessor {
    }
 
    static HandlePtr entryHandleIs(T& t, const Key& key) {
-      return elementIs(t, t.data_.entryHandle, key, SwTable::entryHandleAttr,
-                       [&] { return HandlePtr(new Handle(key, &t)); });
+      return elementIs(t, t.data_.entryHandle, key, SwTable::entryHandleAttr, [&] {
+         HandlePtr h(new Handle(key, &t));
+         t.data_.resolvedEntry.adopt(*h);
+         return h;
+      });
    }
 
    // The map's pointer is counted again before it goes, so that removing it
@@ -88,6 +91,7 @@ struct SwTable::Accessor {
       auto it = map.find(key);
       if (it == map.end()) return nullptr;
       it->second->doAmendReferences();
+      t.data_.resolvedEntry.release(*it->second);
       HandlePtr h = std::move(it->second);
       map.erase(it);
       t.publisher_.notify(SwTable::entryHandleAttr, Brio::KeyRef(key));
@@ -524,10 +528,8 @@ struct SwTable::Accessor {
          if (entryState != State::inProgress) return;
          // The delete is acknowledged: the value node and then the handle go.
          HandlePtr keep(&eh);
-         if (node != t.data_.resolvedEntry.end()) {
-            t.data_.resolvedEntry.erase(node);
-            publishResolvedEntry(t, key);
-         }
+         // Found again: the listeners above may have changed the handles.
+         if (t.data_.resolvedEntry.erase(key)) publishResolvedEntry(t, key);
          if (entryHandle(t, key) == keep) entryHandleDel(t, key);
          return;
       }
@@ -624,6 +626,7 @@ struct SwTable::Accessor {
             resolvedEntryDel(t, key);  // a refused value: the index it took goes back
             return;
          }
+         node = t.data_.resolvedEntry.find(key);  // the value left the handle with it
          if (node != t.data_.resolvedEntry.end()) {
             t.data_.resolvedEntry.erase(node);
             publishResolvedEntry(t, key);
@@ -679,7 +682,10 @@ struct SwTable::Accessor {
    static void destroy(T& t) {
       t.tableStateIs(TableState::shuttingDown);
       cleanupTable(t);
-      for (auto& [k, h] : t.data_.entryHandle) h->swTableIs(nullptr);
+      for (auto& [k, h] : t.data_.entryHandle) {
+         t.data_.resolvedEntry.release(*h);
+         h->swTableIs(nullptr);
+      }
       t.data_.entryHandle.clear();
       t.detachHardware();
    }
