@@ -328,8 +328,8 @@ struct SwTable::Accessor {
       } else {
          auto& alloc = t.data_.indexAllocator;
          if (!alloc) return invalidIndex;
-         if (const Index held = alloc->indexForKey(key); isValidIndex(held)) return held;
-         // A new key: the allocator shares the handle's copy of it.
+         // A key held already keeps its index; a new one shares the handle's
+         // copy of the key with the allocator.
          if (HandlePtr h = entryHandle(t, key)) return alloc->newIndexForKey(h->keyGeneric());
          return alloc->newIndexForKey(key);
       }

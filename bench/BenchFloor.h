@@ -117,38 +117,26 @@ const RowLengths& rowLengths();
 // ---- building blocks, counted from the engine's code path ---------------------
 namespace floor {
 
-// A new key of a table that allocates its index (tunnel, tunnel interface,
-// next hop), written and acknowledged: the entry handle (object); the key in
-// the handle collection and the value collection (2 key inserts); its index
-// (index new); the row (row store); the request awaited (id insert), found and
-// dropped on the response (id erase), which finds the key's handle (key
-// lookup) after one event-loop task.
-inline FloorOps keyedWrite(uint32_t rowLength) {
+// A new key written and acknowledged: the entry handle, which keeps the
+// value (object, and an insert into the handle collection); for a table that
+// allocates its index (tunnel, tunnel interface, next hop) the index (index
+// new); the row (row store); the request awaited (id insert), found and
+// dropped on the response (id erase), which finds the key's handle (lookup)
+// after one event-loop task. The merged table's halves are keyed by the index
+// the merged table chose (`byKey` false).
+inline FloorOps write(bool byKey, uint32_t rowLength) {
    FloorOps f;
    f.objectNews = 1;
-   f.keyInserts = 2;
-   f.indexNews = 1;
+   (byKey ? f.keyInserts : f.idInserts) += 1;
+   (byKey ? f.keyLookups : f.idLookups) += 1;
+   f.indexNews = byKey ? 1 : 0;
    f.rowStores = {rowLength};
-   f.idInserts = 1;
+   f.idInserts += 1;
    f.idErases = 1;
-   f.keyLookups = 1;
    f.tasks = 1;
    return f;
 }
-
-// A new key of an index-keyed member table (the merged table's ingress and
-// egress halves): as keyedWrite, keyed by the index the merged table chose,
-// which it allocates itself.
-inline FloorOps indexedWrite(uint32_t rowLength) {
-   FloorOps f;
-   f.objectNews = 1;
-   f.idInserts = 3;  // handle, value, request
-   f.idErases = 1;
-   f.idLookups = 1;
-   f.rowStores = {rowLength};
-   f.tasks = 1;
-   return f;
-}
+inline FloorOps keyedWrite(uint32_t rowLength) { return write(true, rowLength); }
 
 // A value that names an entry not yet acknowledged waits for it: parked under
 // its key (insert, erase when it resolves) with a watcher on the needed
@@ -170,62 +158,53 @@ inline FloorOps waitIndexed() {
    return f;
 }
 
-// A new merged interface: its handle (object) in the handle collection and,
-// once both halves are acknowledged, in the merged collection (2 key
-// inserts); its index (index new); both halves written; the wait for them.
+// A new merged interface: its handle (object), which keeps the merged entry
+// once both halves are acknowledged, in the handle collection (key insert);
+// its index (index new); both halves written; the wait for them.
 inline FloorOps mergedWrite(bool tunnelAcknowledged) {
    const auto& rows = rowLengths();
    FloorOps f;
    f.objectNews = 1;
-   f.keyInserts = 2;
+   f.keyInserts = 1;
    f.indexNews = 1;
-   f = f + indexedWrite(rows.ingress) + indexedWrite(rows.interface) + waitKeyed();
+   f = f + write(false, rows.ingress) + write(false, rows.interface) + waitKeyed();
    if (!tunnelAcknowledged) f += waitIndexed();  // the egress half waits for the tunnel
    return f;
 }
 
-// A key removed through the delete dance: the value and the handle leave
-// their collections (2 key erases); the index goes back (index release); the
-// row is cleared (row clear) by a request awaited (id insert, id erase) whose
-// response finds the handle (key lookup) after one task; the handle is freed.
-inline FloorOps keyedRemove() {
+// A key removed through the delete dance: the handle, with its value, leaves
+// its collection (erase); a table that allocated the index gives it back
+// (index release); the row is cleared (row clear) by a request awaited (id
+// insert, id erase) whose response finds the handle (lookup) after one task;
+// the handle is freed.
+inline FloorOps remove(bool byKey) {
    FloorOps f;
-   f.keyErases = 2;
-   f.indexReleases = 1;
+   (byKey ? f.keyErases : f.idErases) += 1;
+   (byKey ? f.keyLookups : f.idLookups) += 1;
+   f.indexReleases = byKey ? 1 : 0;
    f.rowClears = 1;
    f.idInserts = 1;
-   f.idErases = 1;
-   f.keyLookups = 1;
+   f.idErases += 1;
    f.tasks = 1;
    f.objectDeletes = 1;
    return f;
 }
+inline FloorOps keyedRemove() { return remove(true); }
 
-inline FloorOps indexedRemove() {
-   FloorOps f;
-   f.idErases = 3;  // value, handle, request
-   f.idInserts = 1;
-   f.idLookups = 1;
-   f.rowClears = 1;
-   f.tasks = 1;
-   f.objectDeletes = 1;
-   return f;
-}
-
-// The merged handle and value go (2 key erases, object), both halves are
-// removed, and the index is freed once both rows are gone.
+// The merged handle, with its merged entry, goes (key erase, object), both
+// halves are removed, and the index is freed once both rows are gone.
 inline FloorOps mergedRemove() {
    FloorOps f;
-   f.keyErases = 2;
+   f.keyErases = 1;
    f.objectDeletes = 1;
    f.indexReleases = 1;
-   return f + indexedRemove() + indexedRemove();
+   return f + remove(false) + remove(false);
 }
 
-// The same value written again: the handle and the value found (2 lookups).
+// The same value written again: the handle, with its value, found (lookup).
 inline FloorOps keyedRewrite() {
    FloorOps f;
-   f.keyLookups = 2;
+   f.keyLookups = 1;
    return f;
 }
 
