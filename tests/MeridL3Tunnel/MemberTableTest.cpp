@@ -226,18 +226,6 @@ TEST_F(MemberTable, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
    EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(6)));
 }
 
-TEST_F(MemberTable, WeakRefMakesAHandleOnlyItsHolderKeeps) {
-   auto w = ing->entryWeakRef(IngIndex(9));
-   EXPECT_EQ(w->entryType(), Type::referenceOnly);
-   EXPECT_EQ(ing->entryHandle(IngIndex(9)), w);
-   EXPECT_FALSE(ing->entryHandle(IngIndex(9))->tableReferenceCounted());
-   EXPECT_FALSE(ing->entryHas(IngIndex(9)));
-   EXPECT_EQ(ing->hwIndexOnlyForCrossAgentCommunication(IngIndex(9)), Asic::invalidIndex);
-   w.reset();
-   EXPECT_FALSE(ing->entryHandle(IngIndex(9)));
-   EXPECT_EQ(ing->entryHandles(), 0u);
-}
-
 TEST_F(MemberTable, IndexRangeIsTheChipsOnceMounted) {
    const std::vector<std::pair<Brio::Ptr<Asic::SwKnownIndexTable>, uint32_t>> cases{
        {MeridL3Tunnel::ingL3IifFactory(), 12}, {MeridL3Tunnel::egrL3Oif1TableFactory(), 40}};

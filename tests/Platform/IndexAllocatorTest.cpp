@@ -81,19 +81,6 @@ TEST(GenericValue, EqualityNeedsSameTypeAndValue) {
    EXPECT_EQ(a.as<NextHopKey>(), nullptr);
 }
 
-TEST(GenericValue, CopiesShareOneHolder) {
-   auto a = Orb::GenericValue::of(tk(1));
-   {
-      Orb::GenericValue b = a;
-      EXPECT_EQ(a.sharing(), 2u);
-      EXPECT_EQ(b.as<TunnelKey>(), a.as<TunnelKey>());
-   }
-   EXPECT_EQ(a.sharing(), 1u);
-   Orb::GenericValue c = std::move(a);
-   EXPECT_FALSE(a);
-   EXPECT_EQ(c.sharing(), 1u);
-}
-
 TEST(GenericValue, LookupByRefFindsStoredValue) {
    std::unordered_map<Orb::GenericValue, int> m;
    m.emplace(Orb::GenericValue::of(tk(3)), 1);

@@ -43,7 +43,7 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
                     util(L3TunnelEgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
    }
-   EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), groups.ptr());
+   EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), underlay.ptr());
    for (auto* t :
         {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
          static_cast<Asic::SwTable*>(v4.ptr()), static_cast<Asic::SwTable*>(v6.ptr())}) {
@@ -98,7 +98,7 @@ TEST_F(ProgrammerSetUp, GroupIsProgrammedEndToEndThroughTheToggledInterfaceTable
       ASSERT_EQ(nextHop->entryState(), State::success);
       EXPECT_EQ(m.nextHopIdx(), nextHop->hwIndex());
       EXPECT_EQ(m.underlayIdx(), m.underlayHandle()->hwIndex());
-      EXPECT_EQ(m.underlayHandle(), groups->entryWeakRef(adj(s + 1)));
+      EXPECT_EQ(m.underlayHandle(), underlay->entryWeakRef(adj(s + 1)));
       EXPECT_TRUE(m.resolved());
       const HandlePtr intfHandle = interfaceOf(nextHop);
       ASSERT_EQ(intfHandle->entryState(), State::success);

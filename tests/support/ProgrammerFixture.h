@@ -11,6 +11,7 @@
 
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Plx/NextHopEntryType.h"
+#include "support/AgentSetup.h"
 #include "support/SimFixture.h"
 
 namespace test {
@@ -22,8 +23,6 @@ using MeridL3Tunnel::L3TunnelOverlayVia;
 using MeridL3Tunnel::L3TunnelOverlayViaEntry;
 using Block = L3EcmpMember0Table::EntryHandle;
 using AdjKey = MeridL3Common::L3AdjIdKey;
-
-inline AdjKey adj(uint32_t id) { return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp}; }
 
 inline L3TunnelOverlayViaEntry via(const char* src, const char* dst, uint32_t weight = 1,
                                    uint32_t adjId = 1, uint32_t ttl = 64,
@@ -51,7 +50,7 @@ inline Brio::Ptr<const L3TunnelOverlayVia> viaList(
 
 inline const Block& block(const HandlePtr& h) { return static_cast<const Block&>(*h); }
 
-class ProgrammerFixture : public SimFixture {
+class ProgrammerFixture : public SimFixture, public AgentSetup {
 protected:
    static constexpr uint32_t rows = 64;
 
@@ -69,14 +68,7 @@ protected:
             L3TunnelEgrL3Oif1Table::typeName, L3EgrL3Ipv4TunnelTable::typeName,
             L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName})
          chipInfo->tableSizeIs(name, rows);
-      auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-      modules->modIdIs(L3TunnelOverlayEcmpProgrammer::tableUnit, 0);
-      fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-      fcsd->logicalModInfosIs(modules);
-      localEm = Brio::makePtr<Local::EntityManager>();
-      groups = Brio::makePtr<EcmpGroup1Table>();
-      localEm->entityIs(EcmpGroup1Table::mountPath, groups);
-      for (uint32_t id = 1; id <= 4; ++id) groups->entryIs(adj(id));
+      begin(4);
    }
 
    void TearDown() override {
@@ -98,18 +90,14 @@ protected:
 
    // Makes the programmer and its tables, as the agent does at start.
    void start() {
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->doMountHwTableMountInfo(mounts);
-      programmer->initTables(chipInfo);
+      programmerIs(chipInfo, ledger, false);
       tablesAdopt();
    }
 
    // An agent restart: the software goes (the programmer with its tables
    // first, so that the groups' blocks delete nothing), the chip keeps its
-   // rows, and a new
-   // programmer recovers the tables from them.
-   // With `statePath` the restart crosses processes: the chip's rows go
-   // through the state file into a new chip.
+   // rows (with `statePath`, through a state file into a new chip), and a
+   // new programmer recovers the tables from them.
    void restart(std::initializer_list<HandlePtr*> groups, const std::string& statePath = "") {
       if (!statePath.empty()) chip->stateSave(statePath);
       members.reset();
@@ -121,14 +109,8 @@ protected:
       programmer.reset();  // the programmer's own order of letting its tables go
       for (auto* g : groups) *g = nullptr;
       runLoop();
-      if (!statePath.empty()) {
-         chip->uninstall();
-         chip = Brio::makePtr<AsicSim::Chip>();
-         chip->stateLoad(statePath);
-         chip->install();
-      }
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->recoverTables(chipInfo);
+      if (!statePath.empty()) chipReloaded(chip, statePath);
+      programmerIs(chipInfo, ledger, true);
       tablesAdopt();
    }
 
@@ -160,11 +142,6 @@ protected:
       EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
    }
 
-   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd;
-   Brio::Ptr<Local::EntityManager> localEm;
-   Brio::Ptr<EcmpGroup1Table> groups;
-   Ledger::MountGroup mounts;
-   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> programmer;
    Brio::Ptr<L3EcmpMember0Table> members;
 };
 
