@@ -187,7 +187,10 @@ void System::restart(bool acrossProcesses) {
    groups_.clear();
    Brio::EventLoop::instance().runUntilIdle();
    if (acrossProcesses) {
-      test::chipReloaded(chip_, path);
+      chip_->uninstall();
+      chip_ = Brio::makePtr<AsicSim::Chip>();
+      chip_->stateLoad(path);
+      chip_->install();
       std::filesystem::remove(path);
    }
    programmerIs(true);
@@ -218,6 +221,13 @@ void System::calm() {
 // ---- the comparison ------------------------------------------------------------
 
 namespace {
+
+// The chip tables whose rows are keyed by tunnel key, with the model table
+// whose entries they hold.
+constexpr std::pair<HwTable, Table> keyedTables[] = {
+    {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
+    {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
+    {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
 
 // The chip tables holding a model table's rows.
 std::vector<HwTable> hwTables(Table t, bool commonInterface) {
@@ -419,8 +429,9 @@ private:
    }
 
    // The row holds each field as the model expects; null when the row is clear.
+   using Fields = std::vector<std::pair<const char*, std::string>>;
    const std::string* expectFields(HwTable t, Asic::Index i, const std::string& what,
-                                   std::initializer_list<std::pair<const char*, std::string>> f) {
+                                   const Fields& f) {
       auto hw = sys_.hw(t);
       const std::string* row = hw ? hw->row(i) : nullptr;
       if (!row) {
@@ -468,41 +479,23 @@ private:
          if (s.index != s.held)
             fail("index: ", what, " is programmed at ", indexText(s.index), " but its key holds ",
                  indexText(s.held));
-         const std::string tunnelIdx = std::to_string(heldIndex(Table::tunnel, key));
-         switch (t) {
-            case Table::tunnel:
-               expectRowKey(HwTable::tunnelV4, s.index, key, what);
-               expectFields(HwTable::tunnelV4, s.index, what,
-                            {{"srcIpAddr", keyPool()[key].src},
-                             {"dstIpAddr", keyPool()[key].dst},
-                             {"ttlValue", std::to_string(m_.ttl(key))},
-                             {"isIpInIpV4Tunnel", "True"},
-                             {"isIpInIpV6Tunnel", "False"}});
-               break;
-            case Table::interface:
-               if (m_.commonInterface()) {
-                  for (HwTable member : {HwTable::ingIif, HwTable::egrOif}) {
-                     expectRowKey(member, s.index, key, what);
-                     if (member == HwTable::ingIif)
-                        expectFields(member, s.index, what, {});
-                     else
-                        expectFields(member, s.index, what, {{"tunnelIdx", tunnelIdx}});
-                  }
-               } else {
-                  expectRowKey(HwTable::tunnelOif, s.index, key, what);
-                  expectFields(HwTable::tunnelOif, s.index, what, {{"tunnelIdx", tunnelIdx}});
-               }
-               break;
-            case Table::nextHop:
-               expectRowKey(HwTable::nextHop, s.index, key, what);
-               if (key == dropKey)
-                  expectFields(HwTable::nextHop, s.index, what,
-                               {{"drop", "True"}, {"l3Oif1", "0"}});
-               else
-                  expectFields(HwTable::nextHop, s.index, what,
-                               {{"drop", "False"},
-                                {"l3Oif1", std::to_string(heldIndex(Table::interface, key))}});
-               break;
+         // The fields the model knows, in every chip table of the entry.
+         Fields fields;
+         if (t == Table::tunnel)
+            fields = {{"srcIpAddr", keyPool()[key].src},
+                      {"dstIpAddr", keyPool()[key].dst},
+                      {"ttlValue", std::to_string(m_.ttl(key))},
+                      {"isIpInIpV4Tunnel", "True"},
+                      {"isIpInIpV6Tunnel", "False"}};
+         else if (t == Table::nextHop)
+            fields = {{"drop", key == dropKey ? "True" : "False"},
+                      {"l3Oif1",
+                       key == dropKey ? "0" : std::to_string(heldIndex(Table::interface, key))}};
+         for (HwTable h : hwTables(t)) {
+            expectRowKey(h, s.index, key, what);
+            if (t == Table::interface && h != HwTable::ingIif)
+               fields = {{"tunnelIdx", std::to_string(heldIndex(Table::tunnel, key))}};
+            expectFields(h, s.index, what, fields);
          }
       }
       // The IPv6 table is never written: every tunnel goes to the IPv4 one.
@@ -625,23 +618,16 @@ private:
    // Rows the model has no entry for: only what a restart found may stay,
    // until the reconcile.
    void extras() {
-      std::vector<std::pair<HwTable, Table>> keyed{{HwTable::tunnelV4, Table::tunnel},
-                                                   {HwTable::tunnelV6, Table::tunnel},
-                                                   {HwTable::nextHop, Table::nextHop}};
-      if (m_.commonInterface()) {
-         keyed.push_back({HwTable::ingIif, Table::interface});
-         keyed.push_back({HwTable::egrOif, Table::interface});
-      } else {
-         keyed.push_back({HwTable::tunnelOif, Table::interface});
-      }
-      for (auto [ht, t] : keyed) {
+      for (auto [ht, t] : keyedTables) {
+         const auto inUse = hwTables(t);  // rows of the others are never wanted
+         const bool used = std::find(inUse.begin(), inUse.end(), ht) != inUse.end();
          auto hw = sys_.hw(ht);
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
             if (!hw->row(i) || stale(ht, i)) continue;
             const L3TunnelKey* k = hw->rowKey(i).as<L3TunnelKey>();
             const uint32_t key = k ? keyIndex(*k) : keyCount + 1;
-            const bool wanted = key <= dropKey && (m_.keys(t) >> key & 1) &&
-                                ht != HwTable::tunnelV6 && heldIndex(t, key) == i;
+            const bool wanted =
+                used && key <= dropKey && (m_.keys(t) >> key & 1) && heldIndex(t, key) == i;
             if (!wanted)
                fail("orphan: ", hwTableShortName(ht), " row ", i, " of '", hw->rowKey(i).text(),
                     "' is used, but no live group or commitment needs it there");
@@ -876,11 +862,7 @@ private:
       sys_.restart(op.flag);
       if (op.flag) model_.stopFailingAll();
       // Rows the recovery found stay until the reconcile.
-      const std::pair<HwTable, Table> keyed[] = {
-          {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
-          {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
-          {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
-      for (auto [ht, t] : keyed) {
+      for (auto [ht, t] : keyedTables) {
          auto hw = sys_.hw(ht);
          KeyMask keys = 0;
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {

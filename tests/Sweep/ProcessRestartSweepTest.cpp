@@ -84,7 +84,8 @@ TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChange
       whole["steps"] = first["steps"];
       for (const auto& s : second["steps"]) whole["steps"].push_back(s);
 
-      const std::string state = (dir_ / ("state-" + std::to_string(k))).string();
+      // A state directory the program has to make, parents and all.
+      const std::string state = (dir_ / "state" / std::to_string(k)).string();
       const Json one = run("whole", whole);
       const Json before = run("first", first, {"--state-dir", state});
       ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state")) << where;

@@ -43,7 +43,6 @@ Json program(const std::string& group, const std::vector<Json>& vias) {
    return {{"op", "program"}, {"group", group}, {"vias", vias}};
 }
 Json release(const std::string& group) { return {{"op", "release"}, {"group", group}}; }
-Json op(const std::string& name) { return {{"op", name}}; }
 Json scenario(const std::vector<Json>& steps, bool commonIifOifIndex = true) {
    return {{"toggles", {{"CommonIifOifIndex", commonIifOifIndex}}},
            {"underlay", Json::array({{{"adjId", 1}}, {{"adjId", 2}}, {{"adjId", 3}}})},
@@ -81,12 +80,6 @@ std::vector<uint32_t> nextHops(const Json& snap, const std::string& group) {
    for (const auto& m : snap.at("groups").at(group).at("members"))
       v.push_back(m.at("nextHopIndex").get<uint32_t>());
    return v;
-}
-
-uint32_t totalChanges(const Json& snap) {
-   uint32_t n = 0;
-   for (const auto& [name, s] : snap.at("stats").items()) n += s.at("changes").get<uint32_t>();
-   return n;
 }
 
 class L3TunnelTool : public ::testing::Test {
@@ -158,49 +151,8 @@ TEST_P(ToggleTest, ChainsRunThroughTheInterfaceTableTheToggleChooses) {
    }
 }
 
-// A restart within a run lands every replayed entry on its old row without
-// changing it; what is not replayed stays until the reconcile.
-TEST_P(ToggleTest, RestartStepKeepsRowsAndReconcilePurgesWhatWasNotReplayed) {
-   const Json a = program("a", {via("10.2.0.1", 2), via("10.2.0.2", 1, 2)});
-   const Json steps = runJson(
-       scenario({a, program("b", {via("10.2.0.3", 1, 3)}), op("restart"), a, op("reconcile")},
-                GetParam()),
-       {"--each-step"});
-   ASSERT_EQ(steps.size(), 5u);
-   EXPECT_TRUE(steps[2].at("groups").empty());
-   EXPECT_EQ(steps[2].at("hardware"), steps[1].at("hardware")) << "a restart deletes no row";
-   EXPECT_EQ(totalChanges(steps[3]), totalChanges(steps[1])) << "the replay changes no row";
-   EXPECT_EQ(steps[3].at("groups").at("a"), steps[1].at("groups").at("a"));
-   EXPECT_EQ(steps[3].at("tables").at("L3EcmpMember0Table").at("entries"),
-             steps[0].at("tables").at("L3EcmpMember0Table").at("entries"));
-   // b's member row and next hop are stale until the reconcile purges them.
-   EXPECT_EQ(steps[3].at("hardware").at("L3EcmpMember0Table").size(), 4u);
-   EXPECT_EQ(steps[4].at("hardware").at("L3EcmpMember0Table").size(), 3u);
-   EXPECT_EQ(steps[4].at("hardware").at("L3TunnelIngL3NextHopTable").size(), 3u);
-   EXPECT_THROW(entryTo(steps[4], "L3TunnelIngL3NextHopTable", "10.2.0.3"), std::runtime_error);
-}
-
-// The same across processes, through the state directory.
-TEST_P(ToggleTest, SecondRunFromTheSavedChipFindsTheSameIndicesAndChangesNothing) {
-   const Json s = scenario({program("a", {via("10.3.0.1", 2), dropVia(1)}),
-                            program("b", {via("10.3.0.1"), via("10.3.0.2", 1, 2)})},
-                           GetParam());
-   const std::string state = (dir_ / "state" / "nested").string();
-   const Json first = runJson(s, {"--state-dir", state});
-   ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state"));
-   const Json second = runJson(s, {"--state-dir", state});
-   for (const auto& [name, t] : first.at("tables").items()) {
-      std::map<std::string, Json> before, after;
-      for (const auto& e : t.at("entries")) before[e.at("key").dump()] = e.at("hwIndex");
-      for (const auto& e : second.at("tables").at(name).at("entries"))
-         after[e.at("key").dump()] = e.at("hwIndex");
-      EXPECT_EQ(after, before) << name;
-   }
-   EXPECT_EQ(second.at("hardware"), first.at("hardware"));
-   EXPECT_EQ(second.at("groups"), first.at("groups"));
-   for (const auto& [name, st] : second.at("stats").items()) EXPECT_EQ(st.at("changes"), 0) << name;
-}
-
+// Restarts within a run and across runs (--state-dir) are the restart
+// sweeps' (tests/Sweep), over every example and both toggles.
 INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
 

@@ -54,13 +54,4 @@ struct AgentSetup {
    Brio::Ptr<Programmer> programmer;
 };
 
-// A new process's chip: `chip`'s rows go through the state file at `path`
-// into a chip installed in its place.
-inline void chipReloaded(Brio::Ptr<AsicSim::Chip>& chip, const std::string& path) {
-   chip->uninstall();
-   chip = Brio::makePtr<AsicSim::Chip>();
-   chip->stateLoad(path);
-   chip->install();
-}
-
 }  // namespace test

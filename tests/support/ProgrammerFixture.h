@@ -77,8 +77,10 @@ protected:
       SimFixture::TearDown();
    }
 
-   // The fixture's checks run over the tables the programmer made.
-   void tablesAdopt() {
+   // Makes the programmer and its tables, as the agent does at start; the
+   // fixture's checks run over those tables.
+   void start() {
+      programmerIs(chipInfo, ledger, false);
       v4 = programmer->l3EgrL3Ipv4TunnelTable();
       v6 = programmer->l3EgrL3Ipv6TunnelTable();
       oif = programmer->l3TunnelEgrL3Oif1Table();
@@ -86,40 +88,6 @@ protected:
       nh = programmer->l3TunnelIngL3NextHopTable();
       members = programmer->l3EcmpMember0Table();
       runLoop();
-   }
-
-   // Makes the programmer and its tables, as the agent does at start.
-   void start() {
-      programmerIs(chipInfo, ledger, false);
-      tablesAdopt();
-   }
-
-   // An agent restart: the software goes (the programmer with its tables
-   // first, so that the groups' blocks delete nothing), the chip keeps its
-   // rows (with `statePath`, through a state file into a new chip), and a
-   // new programmer recovers the tables from them.
-   void restart(std::initializer_list<HandlePtr*> groups, const std::string& statePath = "") {
-      if (!statePath.empty()) chip->stateSave(statePath);
-      members.reset();
-      v4.reset();
-      v6.reset();
-      oif.reset();
-      intf.reset();
-      nh.reset();
-      programmer.reset();  // the programmer's own order of letting its tables go
-      for (auto* g : groups) *g = nullptr;
-      runLoop();
-      if (!statePath.empty()) chipReloaded(chip, statePath);
-      programmerIs(chipInfo, ledger, true);
-      tablesAdopt();
-   }
-
-   // Row changes over every table of the chip.
-   uint32_t changes() const {
-      uint32_t n = 0;
-      for (auto& name : chip->tableNames())
-         if (auto t = chip->table(name, unit)) n += t->stats().changes;
-      return n;
    }
 
    HandlePtr program(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
