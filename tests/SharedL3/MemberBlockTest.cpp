@@ -73,8 +73,7 @@ protected:
    void expectConsistent() {
       InvariantChecker checker(*chip);
       checker.memberTable(*table);
-      auto v = checker.violations();
-      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+      EXPECT_EQ(checker.violations(), Lines{});
    }
 
    Brio::Ptr<AsicSim::Chip> chip;

@@ -106,8 +106,7 @@ protected:
       SimFixture::expectConsistent(where);
       InvariantChecker checker(*chip);
       if (members) checker.memberTable(*members);
-      auto v = checker.violations();
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+      EXPECT_EQ(checker.violations(), Lines{}) << where;
    }
 
    Brio::Ptr<L3EcmpMember0Table> members;
