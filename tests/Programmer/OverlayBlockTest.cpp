@@ -130,19 +130,6 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
        "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
 }
 
-TEST_F(OverlayBlock, ViasWithTheSameAddressesShareOneChain) {
-   start();
-   HandlePtr h =
-       program({via("10.0.0.1", "10.0.0.2", 1, 1, 64), via("10.0.0.1", "10.0.0.2", 1, 2, 128)});
-   EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
-   EXPECT_NE(member(h, 0).underlayHandle(), member(h, 1).underlayHandle());
-   EXPECT_EQ(v4->entrys(), 1u);
-   EXPECT_EQ(nh->entrys(), 2u);  // and the drop entry
-   // The later write stands.
-   EXPECT_EQ(v4->entry({addr("10.0.0.1"), addr("10.0.0.2")}).ttlValue(), 128);
-   expectConsistent();
-}
-
 // The tunnel row's fields, whatever the address family.
 TEST_F(OverlayBlock, TunnelRowCarriesTheViaInTheIpv4Table) {
    struct Case {

@@ -96,12 +96,6 @@ protected:
       return h;
    }
 
-   // The interface handle a next hop names.
-   static HandlePtr interfaceOf(const HandlePtr& nextHop) {
-      auto& h = static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop);
-      return h.table()->entry(h.key()).l3Oif1Handle();
-   }
-
    void expectConsistent(const std::string& where = "") override {
       SimFixture::expectConsistent(where);
       InvariantChecker checker(*chip);
