@@ -4,6 +4,7 @@
 
 #include "Orb/Trace.h"
 #include "support/InvariantChecker.h"
+#include "support/Refusal.h"
 #include "support/SimFixture.h"
 
 namespace test {
@@ -134,14 +135,9 @@ TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
          EXPECT_EQ(oif->resolvedEntry(k)->tunnelIdx(), 65535u);
          continue;
       }
-      try {
-         oif->entryCommit(k, oifEntry(t));
-         ADD_FAILURE() << "an index above 65535 was accepted";
-      } catch (const std::range_error& e) {
-         EXPECT_STREQ(e.what(),
-                      "Casting values: cast from unsigned int{ 65536 } to short unsigned int "
-                      "(max = 65535) failed.");
-      }
+      EXPECT_EQ(refusal<std::range_error>([&] { oif->entryCommit(k, oifEntry(t)); }),
+                "Casting values: cast from unsigned int{ 65536 } to short unsigned int "
+                "(max = 65535) failed.");
       EXPECT_FALSE(oif->resolvedEntry(k));
       EXPECT_TRUE(oif->unresolvedEntry(k)) << "the value still waits";
    }
@@ -151,14 +147,9 @@ TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
 }
 
 TEST_F(DependentResolution, NullHandleIsRefused) {
-   try {
-      oif->entryCommit(tunnelKey(1), oifEntry(nullptr));
-      ADD_FAILURE();
-   } catch (const std::invalid_argument& e) {
-      EXPECT_STREQ(e.what(),
-                   "Initializing unresolved entry or entry block: entry handle was not yet "
-                   "assigned.");
-   }
+   EXPECT_EQ(
+       refusal<std::invalid_argument>([&] { oif->entryCommit(tunnelKey(1), oifEntry(nullptr)); }),
+       "Initializing unresolved entry or entry block: entry handle was not yet assigned.");
    EXPECT_EQ(oif->resolvedEntrys(), 0u);
    EXPECT_TRUE(oif->unresolvedEntry(tunnelKey(1)));
    EXPECT_EQ(chip->table(Oif::typeName)->stats().writes, 0u);
