@@ -239,12 +239,6 @@ TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
                 "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
 }
 
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
-
 class MergedInterfaceChurn : public SimFixture {
 protected:
    void SetUp() override {
@@ -306,12 +300,6 @@ TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
    EXPECT_EQ(intf->entryHandles() + intf->mergedEntrys() + intf->unresolvedMergedEntrys(), 0u);
    expectConsistent("end: ");
 }
-
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
 
 using EntityDeathTest = MergedInterface;
 
