@@ -256,7 +256,7 @@ TYPED_TEST(DependentValueText, RewriteDifferingOnlyInTheIndexKeepsTheProgrammedV
                 .table(*this->oif)
                 .table(*this->nh)
                 .violations();
-   EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+   EXPECT_EQ(v, Lines{});
 }
 
 }  // namespace

@@ -338,12 +338,6 @@ TEST_F(SimFixture, HandlesOutliveTheirTableUnlinked) {
    EXPECT_EQ(runLoop(), 0u);
 }
 
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
-
 // A handle revived while its delete was in flight and dropped after the delete
 // was answered has no row left: it goes without another delete.
 TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {

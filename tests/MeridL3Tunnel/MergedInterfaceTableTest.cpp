@@ -2,8 +2,6 @@
 // tables, freed only when both have let it go.
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "Orb/Trace.h"
 #include "support/InvariantChecker.h"
 #include "support/SimFixture.h"
@@ -241,12 +239,6 @@ TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
                 "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
 }
 
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
-
 class MergedInterfaceChurn : public SimFixture {
 protected:
    void SetUp() override {
@@ -265,18 +257,16 @@ protected:
 };
 
 TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
-   std::mt19937 rng(44);
-   auto pick = [&](uint32_t n) { return uint32_t(rng() % n); };
    std::vector<HandlePtr> tunnels;
    for (uint32_t n = 1; n <= 4; ++n)
       tunnels.push_back(
           v4->entryCommit(tunnelKey(n), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(n))));
    runLoop();
    std::map<uint32_t, HandlePtr> held;
-   for (int step = 0; step < 2000; ++step) {
+   churn(44, 2000, [&](const Draw& pick) {
       const uint32_t n = 1 + pick(12);
       const auto k = tunnelKey(100 + n);
-      switch (pick(9)) {
+      switch (pick(7)) {
          case 0:
          case 1: {
             auto e = interfaceEntry(tunnels[pick(4)], uint8_t(pick(2)));
@@ -292,20 +282,14 @@ TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
             held.erase(n);
             break;
          case 6:
-            shuffleResponses(true, 0);
-            break;
-         case 7:
-            shuffleResponses(false, uint32_t(rng()));
-            break;
-         case 8:
             if (pick(10) == 0) {
                held.clear();
                restartInterfaceTable();
             }
             break;
       }
-      if (!stepConsistent(step)) return;
-   }
+   });
+   if (HasFailure()) return;
    drainResponses();
    held.clear();
    intf->entryRemoveAll();
@@ -316,12 +300,6 @@ TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
    EXPECT_EQ(intf->entryHandles() + intf->mergedEntrys() + intf->unresolvedMergedEntrys(), 0u);
    expectConsistent("end: ");
 }
-
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
 
 using EntityDeathTest = MergedInterface;
 

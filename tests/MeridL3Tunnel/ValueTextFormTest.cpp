@@ -6,6 +6,7 @@
 #include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
 #include "Orb/Strep.h"
+#include "support/Refusal.h"
 
 namespace {
 
@@ -62,12 +63,9 @@ TYPED_TEST(TunnelEntryText, BadFieldFailsNamingTheField) {
    for (auto& c : cases) {
       std::string bad = good;
       bad.replace(bad.find(c.from), c.from.size(), c.to);
-      try {
-         Orb::strepToValue<TypeParam>(bad);
-         ADD_FAILURE() << "accepted " << bad;
-      } catch (const std::range_error& e) {
-         EXPECT_EQ(std::string(e.what()).rfind(c.field + ":", 0), 0u) << e.what();
-      }
+      const std::string what =
+          test::refusal<std::range_error>([&] { Orb::strepToValue<TypeParam>(bad); });
+      EXPECT_TRUE(test::startsWith(what, c.field + ":")) << what;
    }
 }
 
@@ -134,12 +132,9 @@ TEST(TableIndexText, DecimalValue) {
    EXPECT_EQ(Orb::strepToValue<Index>("7"), Index(7));
    EXPECT_FALSE(bool(Index(0)));
    EXPECT_TRUE(Index(1) < Index(2));
-   try {
-      Orb::strepToValue<Index>("4294967296");
-      ADD_FAILURE();
-   } catch (const std::range_error& e) {
-      EXPECT_EQ(std::string(e.what()).rfind("value:", 0), 0u) << e.what();
-   }
+   const std::string what =
+       test::refusal<std::range_error>([] { Orb::strepToValue<Index>("4294967296"); });
+   EXPECT_TRUE(test::startsWith(what, "value:")) << what;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <utility>
 
 namespace model {
 
@@ -27,45 +28,23 @@ std::string keyName(uint32_t key) {
    return std::string(keyPool()[key].src) + ">" + keyPool()[key].dst;
 }
 
-const char* hwTableName(HwTable t) {
-   switch (t) {
-      case HwTable::member:
-         return "MeridL3Tunnel::L3EcmpMember0Table";
-      case HwTable::nextHop:
-         return "MeridL3Tunnel::L3TunnelIngL3NextHopTable";
-      case HwTable::tunnelV4:
-         return "MeridL3Tunnel::L3EgrL3Ipv4TunnelTable";
-      case HwTable::tunnelV6:
-         return "MeridL3Tunnel::L3EgrL3Ipv6TunnelTable";
-      case HwTable::tunnelOif:
-         return "MeridL3Tunnel::L3TunnelEgrL3Oif1Table";
-      case HwTable::ingIif:
-         return "MeridL3Tunnel::IngL3Iif";
-      case HwTable::egrOif:
-         return "MeridL3Tunnel::EgrL3Oif1Table";
-   }
-   return "?";
-}
+namespace {
 
-const char* hwTableShortName(HwTable t) {
-   switch (t) {
-      case HwTable::member:
-         return "member";
-      case HwTable::nextHop:
-         return "nextHop";
-      case HwTable::tunnelV4:
-         return "tunnelV4";
-      case HwTable::tunnelV6:
-         return "tunnelV6";
-      case HwTable::tunnelOif:
-         return "tunnelOif";
-      case HwTable::ingIif:
-         return "ingIif";
-      case HwTable::egrOif:
-         return "egrOif";
-   }
-   return "?";
-}
+// In the order of HwTable: the table's class name, and a short name for messages.
+constexpr std::pair<const char*, const char*> hwTableNames[hwTableCount] = {
+    {"MeridL3Tunnel::L3EcmpMember0Table", "member"},
+    {"MeridL3Tunnel::L3TunnelIngL3NextHopTable", "nextHop"},
+    {"MeridL3Tunnel::L3EgrL3Ipv4TunnelTable", "tunnelV4"},
+    {"MeridL3Tunnel::L3EgrL3Ipv6TunnelTable", "tunnelV6"},
+    {"MeridL3Tunnel::L3TunnelEgrL3Oif1Table", "tunnelOif"},
+    {"MeridL3Tunnel::IngL3Iif", "ingIif"},
+    {"MeridL3Tunnel::EgrL3Oif1Table", "egrOif"},
+};
+
+}  // namespace
+
+const char* hwTableName(HwTable t) { return hwTableNames[uint32_t(t)].first; }
+const char* hwTableShortName(HwTable t) { return hwTableNames[uint32_t(t)].second; }
 
 namespace {
 

@@ -23,7 +23,6 @@
 
 namespace model {
 
-using MeridL3Tunnel::EcmpGroup1Table;
 using MeridL3Tunnel::L3EcmpMember0Table;
 using MeridL3Tunnel::L3TunnelKey;
 using Programmer = System::Programmer;
@@ -55,10 +54,6 @@ uint32_t keyIndex(const L3TunnelKey& k) {
 
 std::string nameOf(uint32_t key) { return key == dropKey ? "the drop entry" : keyName(key); }
 
-MeridL3Common::L3AdjIdKey adjKey(uint32_t id) {
-   return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
-}
-
 MeridL3Tunnel::L3TunnelOverlayViaEntry viaEntry(const Via& v) {
    MeridL3Tunnel::L3TunnelOverlayViaEntry e;
    e.weightIs(v.weight);
@@ -72,7 +67,7 @@ MeridL3Tunnel::L3TunnelOverlayViaEntry viaEntry(const Via& v) {
    e.srcIpAddrIs(tunnelKeys()[v.key].srcIpAddr());
    e.dstIpAddrIs(tunnelKeys()[v.key].dstIpAddr());
    e.ttlIs(v.ttl);
-   e.underlayAdjIdIs(adjKey(v.adj));
+   e.underlayAdjIdIs(test::adj(v.adj));
    return e;
 }
 
@@ -129,14 +124,7 @@ System::System(const RunConfig& config) : config_(config) {
    chipInfo_ = Brio::makePtr<MeridCentral::ChipInfo>();
    for (uint32_t t = 0; t < hwTableCount; ++t)
       chipInfo_->tableSizeIs(hwTableName(HwTable(t)), config.rows[t]);
-   auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-   modules->modIdIs(unit, 0);
-   fcsd_ = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-   fcsd_->logicalModInfosIs(modules);
-   localEm_ = Brio::makePtr<Local::EntityManager>();
-   underlay_ = Brio::makePtr<EcmpGroup1Table>();
-   localEm_->entityIs(EcmpGroup1Table::mountPath, underlay_);
-   for (uint32_t adj = 1; adj <= 3; ++adj) underlay_->entryIs(adjKey(adj));
+   agent_.begin(3);
    programmerIs(false);
    deliver();
 }
@@ -144,7 +132,7 @@ System::System(const RunConfig& config) : config_(config) {
 // As the agent goes: the programmer first, so that the groups' blocks delete
 // nothing as they go.
 System::~System() {
-   programmer_ = nullptr;
+   agent_.programmer = nullptr;
    groups_.clear();
    chip_->holdResponsesIs(false);
    chip_->releaseAllResponses();
@@ -154,14 +142,8 @@ System::~System() {
 }
 
 void System::programmerIs(bool recover) {
-   ledgerEm_ = Brio::makePtr<Ledger::EntityManager>();
-   mounts_ = Ledger::MountGroup();
-   programmer_ = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd_, localEm_, ledgerEm_);
-   programmer_->doMountHwTableMountInfo(mounts_);
-   if (recover)
-      programmer_->recoverTables(chipInfo_);
-   else
-      programmer_->initTables(chipInfo_);
+   ledger_ = Brio::makePtr<Ledger::EntityManager>();
+   agent_.programmerIs(chipInfo_, ledger_, recover);
 }
 
 Brio::Ptr<AsicSim::HwTable> System::hw(HwTable t) const {
@@ -176,7 +158,7 @@ HandlePtr System::group(uint32_t g) const {
 HandlePtr System::handOver(const std::vector<Via>& vias) const {
    auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
    for (const Via& v : vias) list->viaPush(viaEntry(v));
-   return programmer_->populateOverlayEcmpBlock(list);
+   return agent_.programmer->populateOverlayEcmpBlock(list);
 }
 
 void System::groupIs(uint32_t g, HandlePtr block) {
@@ -201,7 +183,7 @@ void System::restart(bool acrossProcesses) {
                  .string();
       chip_->stateSave(path);
    }
-   programmer_ = nullptr;
+   agent_.programmer = nullptr;
    groups_.clear();
    Brio::EventLoop::instance().runUntilIdle();
    if (acrossProcesses) {
@@ -215,7 +197,7 @@ void System::restart(bool acrossProcesses) {
 }
 
 void System::uncommit(uint32_t key) {
-   const auto& intf = programmer_->l3InterfaceTable();
+   const auto& intf = agent_.programmer->l3InterfaceTable();
    if (!intf) return;
    std::vector<L3TunnelKey> keys;
    if (key < keyCount)
@@ -239,6 +221,26 @@ void System::calm() {
 // ---- the comparison ------------------------------------------------------------
 
 namespace {
+
+// The chip tables whose rows are keyed by tunnel key, with the model table
+// whose entries they hold.
+constexpr std::pair<HwTable, Table> keyedTables[] = {
+    {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
+    {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
+    {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
+
+// The chip tables holding a model table's rows.
+std::vector<HwTable> hwTables(Table t, bool commonInterface) {
+   if (t == Table::tunnel) return {HwTable::tunnelV4};
+   if (t == Table::nextHop) return {HwTable::nextHop};
+   if (commonInterface) return {HwTable::ingIif, HwTable::egrOif};
+   return {HwTable::tunnelOif};
+}
+
+// Indices a key can hold: the tunnel space never hands out index 0.
+uint32_t capacity(const RunConfig& config, Table t) {
+   return config.rowsOf(hwTables(t, config.commonInterface).front()) - (t == Table::tunnel);
+}
 
 // One full check at a quiet point: the chip against the model.
 class Checker {
@@ -267,7 +269,7 @@ public:
    void references() {
       std::set<std::string> underlayIndices;
       for (uint32_t adj = 1; adj <= adjCount; ++adj)
-         if (auto h = sys_.underlay().entryWeakRef(adjKey(adj)))
+         if (auto h = sys_.underlay().entryWeakRef(test::adj(adj)))
             underlayIndices.insert(std::to_string(h->hwIndex()));
       // Rows a restart found and nothing has claimed since do not keep what
       // they name alive (a known defect, see the header): they are left to
@@ -279,9 +281,7 @@ public:
             if (row && !(stale(t, i) && knownDefectsExcused())) f(i, *row);
          }
       };
-      const std::vector<HwTable> interfaces =
-          m_.commonInterface() ? std::vector<HwTable>{HwTable::ingIif, HwTable::egrOif}
-                               : std::vector<HwTable>{HwTable::tunnelOif};
+      const std::vector<HwTable> interfaces = hwTables(Table::interface);
       rows(HwTable::nextHop, [&](Asic::Index i, const std::string& row) {
          if (field(row, "drop") == "True") return;
          for (HwTable t : interfaces)
@@ -327,72 +327,34 @@ private:
       out_.push_back(os.str());
    }
 
+   // Calls `f` with the library table that stands for the model's table `t`.
+   template <class F>
+   auto withTable(Table t, F&& f) const {
+      if (t == Table::tunnel) return f(*p_.l3EgrL3Ipv4TunnelTable());
+      if (t == Table::nextHop) return f(*p_.l3TunnelIngL3NextHopTable());
+      if (m_.commonInterface()) return f(*p_.l3InterfaceTable());
+      return f(*p_.l3TunnelEgrL3Oif1Table());
+   }
+
    Brio::Ptr<const Asic::SwTable::EntryHandle> handleOf(Table t, uint32_t key) const {
-      const L3TunnelKey& k = tunnelKeys()[key];
-      switch (t) {
-         case Table::tunnel:
-            return p_.l3EgrL3Ipv4TunnelTable()->entryHandle(k);
-         case Table::interface:
-            if (m_.commonInterface()) return p_.l3InterfaceTable()->entryHandle(k);
-            return p_.l3TunnelEgrL3Oif1Table()->entryHandle(k);
-         case Table::nextHop:
-            return p_.l3TunnelIngL3NextHopTable()->entryHandle(k);
-      }
-      return nullptr;
+      return withTable(t, [&](const auto& table) -> Brio::Ptr<const Asic::SwTable::EntryHandle> {
+         return table.entryHandle(tunnelKeys()[key]);
+      });
    }
 
    Asic::Index heldIndex(Table t, uint32_t key) const {
-      const L3TunnelKey& k = tunnelKeys()[key];
-      switch (t) {
-         case Table::tunnel:
-            return p_.l3EgrL3Ipv4TunnelTable()->indexAllocator()->indexForKey(k);
-         case Table::interface:
-            if (m_.commonInterface())
-               return p_.l3InterfaceTable()->indexAllocator()->indexForKey(k);
-            return p_.l3TunnelEgrL3Oif1Table()->indexAllocator()->indexForKey(k);
-         case Table::nextHop:
-            return p_.l3TunnelIngL3NextHopTable()->indexAllocator()->indexForKey(k);
-      }
-      return Asic::invalidIndex;
+      return withTable(t, [&](const auto& table) {
+         return table.indexAllocator()->indexForKey(tunnelKeys()[key]);
+      });
    }
 
-   std::vector<HwTable> hwTables(Table t) const {
-      switch (t) {
-         case Table::tunnel:
-            return {HwTable::tunnelV4};
-         case Table::interface:
-            if (m_.commonInterface()) return {HwTable::ingIif, HwTable::egrOif};
-            return {HwTable::tunnelOif};
-         case Table::nextHop:
-            return {HwTable::nextHop};
-      }
-      return {};
-   }
+   std::vector<HwTable> hwTables(Table t) const { return model::hwTables(t, m_.commonInterface()); }
 
-   // Indices a key can hold: the tunnel space never hands out index 0.
-   uint32_t capacity(Table t) const {
-      const auto& rows = sys_.config();
-      switch (t) {
-         case Table::tunnel:
-            return rows.rowsOf(HwTable::tunnelV4) - 1;
-         case Table::interface:
-            return rows.rowsOf(m_.commonInterface() ? HwTable::ingIif : HwTable::tunnelOif);
-         case Table::nextHop:
-            return rows.rowsOf(HwTable::nextHop);
-      }
-      return 0;
-   }
+   uint32_t capacity(Table t) const { return model::capacity(sys_.config(), t); }
 
    static const char* tableName(Table t) {
-      switch (t) {
-         case Table::tunnel:
-            return "tunnel";
-         case Table::interface:
-            return "interface";
-         case Table::nextHop:
-            return "next hop";
-      }
-      return "?";
+      static const char* const names[] = {"tunnel", "interface", "next hop"};
+      return names[uint32_t(t)];
    }
 
    bool failures(Table t, uint32_t since) const {
@@ -467,8 +429,9 @@ private:
    }
 
    // The row holds each field as the model expects; null when the row is clear.
+   using Fields = std::vector<std::pair<const char*, std::string>>;
    const std::string* expectFields(HwTable t, Asic::Index i, const std::string& what,
-                                   std::initializer_list<std::pair<const char*, std::string>> f) {
+                                   const Fields& f) {
       auto hw = sys_.hw(t);
       const std::string* row = hw ? hw->row(i) : nullptr;
       if (!row) {
@@ -516,41 +479,23 @@ private:
          if (s.index != s.held)
             fail("index: ", what, " is programmed at ", indexText(s.index), " but its key holds ",
                  indexText(s.held));
-         const std::string tunnelIdx = std::to_string(heldIndex(Table::tunnel, key));
-         switch (t) {
-            case Table::tunnel:
-               expectRowKey(HwTable::tunnelV4, s.index, key, what);
-               expectFields(HwTable::tunnelV4, s.index, what,
-                            {{"srcIpAddr", keyPool()[key].src},
-                             {"dstIpAddr", keyPool()[key].dst},
-                             {"ttlValue", std::to_string(m_.ttl(key))},
-                             {"isIpInIpV4Tunnel", "True"},
-                             {"isIpInIpV6Tunnel", "False"}});
-               break;
-            case Table::interface:
-               if (m_.commonInterface()) {
-                  for (HwTable member : {HwTable::ingIif, HwTable::egrOif}) {
-                     expectRowKey(member, s.index, key, what);
-                     if (member == HwTable::ingIif)
-                        expectFields(member, s.index, what, {});
-                     else
-                        expectFields(member, s.index, what, {{"tunnelIdx", tunnelIdx}});
-                  }
-               } else {
-                  expectRowKey(HwTable::tunnelOif, s.index, key, what);
-                  expectFields(HwTable::tunnelOif, s.index, what, {{"tunnelIdx", tunnelIdx}});
-               }
-               break;
-            case Table::nextHop:
-               expectRowKey(HwTable::nextHop, s.index, key, what);
-               if (key == dropKey)
-                  expectFields(HwTable::nextHop, s.index, what,
-                               {{"drop", "True"}, {"l3Oif1", "0"}});
-               else
-                  expectFields(HwTable::nextHop, s.index, what,
-                               {{"drop", "False"},
-                                {"l3Oif1", std::to_string(heldIndex(Table::interface, key))}});
-               break;
+         // The fields the model knows, in every chip table of the entry.
+         Fields fields;
+         if (t == Table::tunnel)
+            fields = {{"srcIpAddr", keyPool()[key].src},
+                      {"dstIpAddr", keyPool()[key].dst},
+                      {"ttlValue", std::to_string(m_.ttl(key))},
+                      {"isIpInIpV4Tunnel", "True"},
+                      {"isIpInIpV6Tunnel", "False"}};
+         else if (t == Table::nextHop)
+            fields = {{"drop", key == dropKey ? "True" : "False"},
+                      {"l3Oif1",
+                       key == dropKey ? "0" : std::to_string(heldIndex(Table::interface, key))}};
+         for (HwTable h : hwTables(t)) {
+            expectRowKey(h, s.index, key, what);
+            if (t == Table::interface && h != HwTable::ingIif)
+               fields = {{"tunnelIdx", std::to_string(heldIndex(Table::tunnel, key))}};
+            expectFields(h, s.index, what, fields);
          }
       }
       // The IPv6 table is never written: every tunnel goes to the IPv4 one.
@@ -566,7 +511,7 @@ private:
          case UnderlayRef::Kind::dropPlaceholder:
             return SwTableWorkaround::dontCareHandle(0).ptr();
          case UnderlayRef::Kind::group:
-            return sys_.underlay().entryWeakRef(adjKey(u.adj)).ptr();
+            return sys_.underlay().entryWeakRef(test::adj(u.adj)).ptr();
       }
       return nullptr;
    }
@@ -673,23 +618,16 @@ private:
    // Rows the model has no entry for: only what a restart found may stay,
    // until the reconcile.
    void extras() {
-      std::vector<std::pair<HwTable, Table>> keyed{{HwTable::tunnelV4, Table::tunnel},
-                                                   {HwTable::tunnelV6, Table::tunnel},
-                                                   {HwTable::nextHop, Table::nextHop}};
-      if (m_.commonInterface()) {
-         keyed.push_back({HwTable::ingIif, Table::interface});
-         keyed.push_back({HwTable::egrOif, Table::interface});
-      } else {
-         keyed.push_back({HwTable::tunnelOif, Table::interface});
-      }
-      for (auto [ht, t] : keyed) {
+      for (auto [ht, t] : keyedTables) {
+         const auto inUse = hwTables(t);  // rows of the others are never wanted
+         const bool used = std::find(inUse.begin(), inUse.end(), ht) != inUse.end();
          auto hw = sys_.hw(ht);
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
             if (!hw->row(i) || stale(ht, i)) continue;
             const L3TunnelKey* k = hw->rowKey(i).as<L3TunnelKey>();
             const uint32_t key = k ? keyIndex(*k) : keyCount + 1;
-            const bool wanted = key <= dropKey && (m_.keys(t) >> key & 1) &&
-                                ht != HwTable::tunnelV6 && heldIndex(t, key) == i;
+            const bool wanted =
+                used && key <= dropKey && (m_.keys(t) >> key & 1) && heldIndex(t, key) == i;
             if (!wanted)
                fail("orphan: ", hwTableShortName(ht), " row ", i, " of '", hw->rowKey(i).text(),
                     "' is used, but no live group or commitment needs it there");
@@ -804,15 +742,16 @@ public:
             sys_.groupDel(op.group);
             break;
          case OpKind::underlayAdd:
-            sys_.underlay().entryIs(adjKey(op.adj), op.flag ? State::inProgress : State::success);
+            sys_.underlay().entryIs(test::adj(op.adj),
+                                    op.flag ? State::inProgress : State::success);
             model_.underlayAdd(op.adj, op.flag);
             break;
          case OpKind::underlayReady:
-            sys_.underlay().entryStateIs(adjKey(op.adj), State::success);
+            sys_.underlay().entryStateIs(test::adj(op.adj), State::success);
             model_.underlayReady(op.adj);
             break;
          case OpKind::underlayDel:
-            sys_.underlay().entryDel(adjKey(op.adj));
+            sys_.underlay().entryDel(test::adj(op.adj));
             for (uint32_t g : model_.underlayDel(op.adj)) programGroup(g, model_.groups().at(g));
             break;
          case OpKind::hold:
@@ -923,11 +862,7 @@ private:
       sys_.restart(op.flag);
       if (op.flag) model_.stopFailingAll();
       // Rows the recovery found stay until the reconcile.
-      const std::pair<HwTable, Table> keyed[] = {
-          {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
-          {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
-          {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
-      for (auto [ht, t] : keyed) {
+      for (auto [ht, t] : keyedTables) {
          auto hw = sys_.hw(ht);
          KeyMask keys = 0;
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
@@ -985,16 +920,11 @@ private:
    }
 
    bool fits() const {
-      const uint32_t tunnels = config_.rowsOf(HwTable::tunnelV4) - 1;
-      const uint32_t interfaces =
-          config_.rowsOf(config_.commonInterface ? HwTable::ingIif : HwTable::tunnelOif);
-      const uint32_t nextHops = config_.rowsOf(HwTable::nextHop);
-      return std::popcount(model_.keys(Table::tunnel) | model_.stale(Table::tunnel)) <=
-                 int(tunnels) &&
-             std::popcount(model_.keys(Table::interface) | model_.stale(Table::interface)) <=
-                 int(interfaces) &&
-             std::popcount(model_.keys(Table::nextHop) | model_.stale(Table::nextHop)) <=
-                 int(nextHops);
+      for (uint32_t t = 0; t < tableCount; ++t)
+         if (uint32_t(std::popcount(model_.keys(Table(t)) | model_.stale(Table(t)))) >
+             capacity(config_, Table(t)))
+            return false;
+      return true;
    }
 
    bool anyFailing() const {

@@ -19,14 +19,8 @@
 #include <vector>
 
 #include "Asic/SwTableBase.h"
-#include "AsicSim/Chip.h"
-#include "Ledger/EntityManager.h"
-#include "Ledger/MountGroup.h"
-#include "Local/EntityManager.h"
-#include "MeridCentral/ChipInfo.h"
-#include "MeridCentral/FeatureAgentCommonSmData.h"
-#include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Model/ModelOps.h"
+#include "support/AgentSetup.h"
 
 namespace model {
 
@@ -45,8 +39,8 @@ public:
 
    const RunConfig& config() const { return config_; }
    AsicSim::Chip& chip() const { return *chip_; }
-   Programmer& programmer() const { return *programmer_; }
-   MeridL3Tunnel::EcmpGroup1Table& underlay() const { return *underlay_; }
+   Programmer& programmer() const { return *agent_.programmer; }
+   MeridL3Tunnel::EcmpGroup1Table& underlay() const { return *agent_.underlay; }
    Brio::Ptr<AsicSim::HwTable> hw(HwTable t) const;
    // The block a group holds; null when it holds none.
    HandlePtr group(uint32_t g) const;
@@ -72,12 +66,8 @@ private:
    RunConfig config_;
    Brio::Ptr<AsicSim::Chip> chip_;
    Brio::Ptr<MeridCentral::ChipInfo> chipInfo_;
-   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd_;
-   Brio::Ptr<Local::EntityManager> localEm_;
-   Brio::Ptr<MeridL3Tunnel::EcmpGroup1Table> underlay_;
-   Brio::Ptr<Ledger::EntityManager> ledgerEm_;
-   Ledger::MountGroup mounts_;
-   Brio::Ptr<Programmer> programmer_;
+   Brio::Ptr<Ledger::EntityManager> ledger_;
+   test::AgentSetup agent_;
    std::map<uint32_t, HandlePtr> groups_;
 };
 

@@ -42,7 +42,7 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
    const char* dst[] = {"10.0.0.2", "10.0.0.2", "10.0.0.4", "10.0.0.4", "10.0.0.4"};
    for (uint32_t s = 0; s < 5; ++s) {
       EXPECT_EQ(keyOf(member(h, s).nextHopHandle()).dstIpAddr(), addr(dst[s])) << s;
-      EXPECT_EQ(member(h, s).underlayHandle(), groups->entryWeakRef(adj(s < 2 ? 1 : 3))) << s;
+      EXPECT_EQ(member(h, s).underlayHandle(), underlay->entryWeakRef(adj(s < 2 ? 1 : 3))) << s;
    }
    EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
    EXPECT_FALSE(nh->entryHas({addr("10.0.0.1"), addr("10.0.0.3")}));
@@ -108,16 +108,16 @@ TEST_F(OverlayBlock, MissingUnderlayIsTracedOncePerSlotAndTheMemberStillBuilt) {
 
 // A member waits for its underlay group to be programmed by its owner.
 TEST_F(OverlayBlock, BlockWaitsForAnUnderlayGroupInProgress) {
-   groups->entryIs(adj(7), State::inProgress);
+   underlay->entryIs(adj(7), State::inProgress);
    start();
    HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 7)});
    EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
    EXPECT_EQ(h->entryState(), State::unresolved);
    EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 0u);
-   groups->entryStateIs(adj(7), State::success);
+   underlay->entryStateIs(adj(7), State::success);
    runLoop();
    EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(member(h, 0).underlayIdx(), groups->entryWeakRef(adj(7))->hwIndex());
+   EXPECT_EQ(member(h, 0).underlayIdx(), underlay->entryWeakRef(adj(7))->hwIndex());
    expectConsistent();
 }
 
@@ -128,19 +128,6 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
        program({via("10.0.0.1", "10.0.0.2", 1, 1, 64, Plx::NextHopEntryType::nextHopGlean)}),
        "assertion \"\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopArpResolved\\(\\) \\) \\|\\| "
        "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
-}
-
-TEST_F(OverlayBlock, ViasWithTheSameAddressesShareOneChain) {
-   start();
-   HandlePtr h =
-       program({via("10.0.0.1", "10.0.0.2", 1, 1, 64), via("10.0.0.1", "10.0.0.2", 1, 2, 128)});
-   EXPECT_EQ(member(h, 0).nextHopHandle(), member(h, 1).nextHopHandle());
-   EXPECT_NE(member(h, 0).underlayHandle(), member(h, 1).underlayHandle());
-   EXPECT_EQ(v4->entrys(), 1u);
-   EXPECT_EQ(nh->entrys(), 2u);  // and the drop entry
-   // The later write stands.
-   EXPECT_EQ(v4->entry({addr("10.0.0.1"), addr("10.0.0.2")}).ttlValue(), 128);
-   expectConsistent();
 }
 
 // The tunnel row's fields, whatever the address family.

@@ -1,13 +1,16 @@
 // The ECMP member table on its own: blocks wait for what they name, find a
 // contiguous range or report noHwIndex, hear their write responses, and give
-// rows, range and named entries back when their last holder goes. Underlay
-// group handles stand in for next hops, since their states can be steered.
+// rows, range and named entries back when their last holder goes; after a
+// restart, blocks take back exactly the chip's rows that are whole blocks.
+// Underlay group handles stand in for next hops, since their states can be
+// steered.
 #include <gtest/gtest.h>
 
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
+#include "support/AgentSetup.h"
 #include "support/InvariantChecker.h"
 
 namespace test {
@@ -19,18 +22,15 @@ using State = Asic::SwTableBase::EntryState;
 using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
 using Block = L3EcmpMember0Table::EntryHandle;
 
-MeridL3Common::L3AdjIdKey adj(uint32_t id) {
-   return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
-}
-
 class MemberBlock : public ::testing::Test {
 protected:
-   void SetUp() override {
+   void SetUp() override { setUpRows(8); }
+   void setUpRows(uint32_t rowCount) {
       Brio::EventLoop::instance().clear();
       chip = Brio::makePtr<AsicSim::Chip>();
       chip->install();
       chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
-      chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, 8);
+      chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, rowCount);
       table = makeTable();
       named = Brio::makePtr<EcmpGroup1Table>();
    }
@@ -54,14 +54,26 @@ protected:
       }
       return b;
    }
+   HandlePtr place(const L3EcmpMember0Table::EntryBlock& b) {
+      HandlePtr h = table->entryBlockRef(b);
+      runLoop();
+      return h;
+   }
    static const Block& block(const HandlePtr& h) { return static_cast<const Block&>(*h); }
+   static Asic::Index base(const HandlePtr& h) { return block(h).baseIndex(); }
    void runLoop() { Brio::EventLoop::instance().runUntilIdle(); }
-   uint32_t rows() const { return chip->table(L3EcmpMember0Table::typeName)->usedRows(); }
+   Brio::Ptr<AsicSim::HwTable> hw() const { return chip->table(L3EcmpMember0Table::typeName); }
+   uint32_t rows() const { return hw()->usedRows(); }
+   // The table goes as at an agent restart; the rows stay.
+   void restart() {
+      table.reset();
+      runLoop();
+      table = makeTable();
+   }
    void expectConsistent() {
       InvariantChecker checker(*chip);
       checker.memberTable(*table);
-      auto v = checker.violations();
-      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+      EXPECT_EQ(checker.violations(), Lines{});
    }
 
    Brio::Ptr<AsicSim::Chip> chip;
@@ -75,7 +87,7 @@ TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    named->entryIs(adj(2), State::success);
    HandlePtr h = table->entryBlockRef(blockOf(3, {1, 2}));
    EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(block(h).baseIndex(), Asic::invalidIndex);  // the range comes with resolution
+   EXPECT_EQ(base(h), Asic::invalidIndex);  // the range comes with resolution
    EXPECT_EQ(rows(), 0u);
    named->entryStateIs(adj(1), State::success);
    EXPECT_EQ(h->entryState(), State::inProgress);
@@ -110,7 +122,7 @@ TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
    runLoop();
    HandlePtr big = table->entryBlockRef(blockOf(4, {1, 2}));
    EXPECT_EQ(big->entryState(), State::noHwIndex);
-   EXPECT_EQ(block(big).baseIndex(), Asic::invalidIndex);
+   EXPECT_EQ(base(big), Asic::invalidIndex);
    EXPECT_EQ(table->indexAllocator().largestFree(), 3u);
    b = nullptr;  // 0..4 free
    runLoop();
@@ -164,11 +176,8 @@ TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    runLoop();
    ASSERT_EQ(h->entryState(), State::success);
    const Asic::Index named1 = named->entryWeakRef(adj(1))->hwIndex();
-   ASSERT_NE(chip->table(L3EcmpMember0Table::typeName)
-                 ->row(block(h).baseIndex())
-                 ->find("'nextHopIdx': " + std::to_string(named1)),
-             std::string::npos)
-       << *chip->table(L3EcmpMember0Table::typeName)->row(block(h).baseIndex());
+   ASSERT_NE(hw()->row(base(h))->find("'nextHopIdx': " + std::to_string(named1)), std::string::npos)
+       << *hw()->row(base(h));
    named->entryDel(adj(1));
    const HandlePtr other = named->entryIs(adj(4));
    EXPECT_NE(other->hwIndex(), named1);
@@ -203,11 +212,11 @@ TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    HandlePtr kept = table->entryBlockRef(blockOf(2, {1}));
    HandlePtr dropped = table->entryBlockRef(blockOf(3, {2}));
    runLoop();
-   const Asic::Index keptBase = block(kept).baseIndex();
+   const Asic::Index keptBase = base(kept);
    table.reset();
    kept = dropped = nullptr;
    EXPECT_EQ(rows(), 5u);
-   const auto changes = chip->table(L3EcmpMember0Table::typeName)->stats().changes;
+   const auto changes = hw()->stats().changes;
 
    table = makeTable();
    table->syncEntries();
@@ -215,9 +224,9 @@ TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    HandlePtr fresh = table->entryBlockRef(blockOf(1, {1, 2}));  // new rows: elsewhere
    HandlePtr replayed = table->entryBlockRef(blockOf(2, {1}));
    runLoop();
-   EXPECT_EQ(block(replayed).baseIndex(), keptBase);
-   EXPECT_EQ(block(fresh).baseIndex(), 5u);
-   EXPECT_EQ(chip->table(L3EcmpMember0Table::typeName)->stats().changes, changes + 1);
+   EXPECT_EQ(base(replayed), keptBase);
+   EXPECT_EQ(base(fresh), 5u);
+   EXPECT_EQ(hw()->stats().changes, changes + 1);
    EXPECT_EQ(table->recoveredRows(), 3u);
    expectConsistent();
 
@@ -227,6 +236,77 @@ TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    EXPECT_EQ(rows(), 3u);
    EXPECT_EQ(table->indexAllocator().used(), 3u);
    expectConsistent();
+}
+
+// After a restart the chip's rows need not line up with whole blocks.
+class MemberRecovery : public MemberBlock {
+protected:
+   void SetUp() override {
+      setUpRows(16);
+      for (uint32_t id = 1; id <= 3; ++id) named->entryIs(adj(id));
+   }
+};
+
+// Blocks of 2, 3 and 4 rows side by side form one run of rows on the chip;
+// each is still recovered on its own and takes exactly its rows back.
+TEST_F(MemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
+   const uint32_t sizes[] = {2, 3, 4};
+   Asic::Index bases[3];
+   {
+      HandlePtr held[3];
+      for (uint32_t i = 0; i < 3; ++i) bases[i] = base(held[i] = place(blockOf(sizes[i], {i + 1})));
+      restart();
+   }
+   table->syncEntries();
+   ASSERT_EQ(table->recoveredRows(), 9u);
+   const auto changes = hw()->stats().changes;
+   HandlePtr replayed[3];
+   for (uint32_t i = 3; i-- > 0;) {
+      replayed[i] = place(blockOf(sizes[i], {i + 1}));
+      EXPECT_EQ(base(replayed[i]), bases[i]) << "block " << i;
+   }
+   EXPECT_EQ(table->recoveredRows(), 0u);
+   EXPECT_EQ(hw()->stats().changes, changes);
+}
+
+// A block missing one row on the chip is not whole: its rows stay out of
+// new blocks' way until the purge, and the replayed block is placed afresh.
+TEST_F(MemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
+   {
+      HandlePtr held = place(blockOf(3, {1}));
+      restart();
+   }
+   hw()->rowIs(1, nullptr);
+   hw()->rowKeyIs(1, {});
+   table->syncEntries();
+   EXPECT_EQ(table->recoveredRows(), 2u);
+   HandlePtr replayed = place(blockOf(3, {1}));
+   EXPECT_EQ(base(replayed), 3u);  // first range clear of rows 0 and 2
+   EXPECT_EQ(table->recoveredRows(), 2u);
+   table->purgeStaleEntries();
+   runLoop();
+   EXPECT_EQ(table->recoveredRows(), 0u);
+   for (Asic::Index i : {0u, 2u}) EXPECT_FALSE(hw()->row(i)) << "row " << i;
+   EXPECT_EQ(hw()->usedRows(), 3u);
+}
+
+// Rows a block already holds when the table learns the chip's rows are the
+// block's: only the rest count as recovered, and the purge leaves the
+// block's rows alone.
+TEST_F(MemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
+   {
+      HandlePtr held = place(blockOf(5, {1}));
+      restart();
+   }
+   HandlePtr early = place(blockOf(2, {2}));
+   ASSERT_EQ(base(early), 0u);
+   table->syncEntries();
+   EXPECT_EQ(table->recoveredRows(), 3u);
+   table->purgeStaleEntries();
+   runLoop();
+   EXPECT_TRUE(hw()->row(0) && hw()->row(1));
+   EXPECT_EQ(hw()->usedRows(), 2u);
+   EXPECT_EQ(table->indexAllocator().used(), 2u);
 }
 
 TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
@@ -247,12 +327,6 @@ TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
    b.entryIs(L3EcmpMember0Table::Index(0), e);
    EXPECT_EQ(b.entrys(), 1u);
 }
-
-}  // namespace
-}  // namespace test
-
-namespace test {
-namespace {
 
 TEST(UnderlayGroups, IndicesComeAndGoWithTheGroups) {
    auto groups = Brio::makePtr<EcmpGroup1Table>(2);

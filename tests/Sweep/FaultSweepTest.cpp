@@ -36,11 +36,9 @@ Baseline baselineOf(const Scenario& scenario) {
    std::vector<std::string> faults;
    b.blocks = blockChains(agent.chip(), agent.commonIifOifIndex(), faults);
    b.chains = groupChains(agent, faults);
-   EXPECT_TRUE(faults.empty()) << "fault-free run: " << ::testing::PrintToString(faults);
-   const auto v = invariantViolations(agent);
-   EXPECT_TRUE(v.empty()) << "fault-free run: " << ::testing::PrintToString(v);
-   const auto m = allocatorRowMismatches(agent);
-   EXPECT_TRUE(m.empty()) << "fault-free run: " << ::testing::PrintToString(m);
+   EXPECT_EQ(faults, Lines{}) << "fault-free run: ";
+   EXPECT_EQ(invariantViolations(agent), Lines{}) << "fault-free run: ";
+   EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << "fault-free run: ";
    return b;
 }
 
@@ -73,8 +71,7 @@ protected:
    // belongs to an entry that shows its failure, and a group differs from
    // the fault-free run only by showing a failure it can point at.
    void expectFaultedEnd(const Agent& agent, const Baseline& base, const std::string& where) {
-      const auto v = invariantViolations(agent);
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
       for (const auto& s : spacesOf(agent)) {
          for (uint32_t i : s.held) {
             if (s.rows.count(i)) continue;
@@ -103,10 +100,8 @@ protected:
    // group that found no range without the fault may hold one now, as a
    // block keeps the range it has.
    void expectConverged(const Agent& agent, const Baseline& base, const std::string& where) {
-      const auto v = invariantViolations(agent);
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
-      const auto m = allocatorRowMismatches(agent);
-      EXPECT_TRUE(m.empty()) << where << ::testing::PrintToString(m);
+      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+      EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << where;
       const auto states = groupStates(agent);
       bool roomFound = false;
       for (const auto& [name, want] : base.groups) {
@@ -131,7 +126,7 @@ protected:
              << where;
       }
       EXPECT_TRUE(canonical == wanted) << where << canonicalDiff(wanted, canonical);
-      EXPECT_TRUE(faults.empty()) << where << ::testing::PrintToString(faults);
+      EXPECT_EQ(faults, Lines{}) << where;
    }
 };
 
@@ -178,8 +173,7 @@ TEST_P(FaultSweep, EveryWriteFailedInTurnIsReportedAndRepairedByApplyingAgain) {
          const std::string step = where + "step " + std::to_string(s + 1) + ": ";
          for (size_t f = before; f < chip.failedWrites().size(); ++f)
             expectReported(agent, chip.failedWrites()[f], step);
-         const auto v = invariantViolations(agent);
-         EXPECT_TRUE(v.empty()) << step << ::testing::PrintToString(v);
+         EXPECT_EQ(invariantViolations(agent), Lines{}) << step;
       }
       // The first always comes; a later one may not, when an earlier one
       // left writes out.

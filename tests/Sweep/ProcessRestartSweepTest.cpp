@@ -4,54 +4,19 @@
 // Process 2 must end with the rows, at the same indices, of one process that
 // ran the same configuration without a restart, and change rows only where
 // that process did. Every example runs with both interface-table toggles.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
+
+#include "support/Installed.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
-
-std::string fileText(const fs::path& p) {
-   std::ifstream in(p, std::ios::binary);
-   std::ostringstream s;
-   s << in.rdbuf();
-   return s.str();
-}
-
-// The examples but the deliberately bad one, and the scenarios in the
-// directories of L3TUNNEL_SWEEP_SCENARIOS (colon-separated).
-std::vector<std::string> examples() {
-   std::vector<std::string> dirs{L3TUNNEL_EXAMPLES};
-   if (const char* extra = std::getenv("L3TUNNEL_SWEEP_SCENARIOS")) {
-      std::stringstream list(extra);
-      for (std::string d; std::getline(list, d, ':');)
-         if (!d.empty()) dirs.push_back(d);
-   }
-   std::vector<std::string> files;
-   for (size_t d = 0; d < dirs.size(); ++d) {
-      std::vector<std::string> in;
-      for (const auto& e : fs::directory_iterator(dirs[d]))
-         if (e.path().extension() == ".json" && (d || e.path().filename() != "bad.json"))
-            in.push_back(e.path().string());
-      std::sort(in.begin(), in.end());
-      files.insert(files.end(), in.begin(), in.end());
-   }
-   return files;
-}
+using test::fileText;
 
 // The groups that hold a block after the first `k` steps, with their vias.
 std::map<std::string, Json> liveAfter(const Json& steps, size_t k) {
@@ -79,40 +44,23 @@ std::map<std::string, uint32_t> changesOfStep(const Json& perStep, size_t i) {
 
 class ProcessRestartSweep : public ::testing::TestWithParam<std::tuple<std::string, bool>> {
 protected:
-   void SetUp() override {
-      const char* tmp = std::getenv("TMPDIR");
-      std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/l3tunnel-sweep-XXXXXX";
-      ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-      dir_ = pattern;
-   }
-   void TearDown() override { fs::remove_all(dir_); }
+   void SetUp() override { ASSERT_FALSE(scratch_.path.empty()); }
 
    // Runs the installed program on `scenario` with --json --each-step and the
    // extra arguments; the per-step snapshots, or null when it failed.
    Json run(const std::string& name, const Json& scenario, std::vector<std::string> extra = {}) {
-      const fs::path file = dir_ / (name + ".json"), out = dir_ / "stdout", err = dir_ / "stderr";
+      const fs::path file = dir_ / (name + ".json");
       std::ofstream(file) << scenario.dump();
       std::vector<std::string> args{L3TUNNEL_INSTALLED, "run", file.string(), "--json",
                                     "--each-step"};
       args.insert(args.end(), extra.begin(), extra.end());
-      const pid_t pid = fork();
-      if (pid == 0) {
-         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-         std::vector<char*> argv;
-         for (auto& a : args) argv.push_back(a.data());
-         argv.push_back(nullptr);
-         execv(argv[0], argv.data());
-         _exit(127);
-      }
-      int status = 0;
-      waitpid(pid, &status, 0);
-      const bool ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-      EXPECT_TRUE(ok) << name << ": " << fileText(err);
-      return ok ? Json::parse(fileText(out)) : Json();
+      const test::Outcome r = test::runProgram(dir_, args);
+      EXPECT_EQ(r.code, 0) << name << ": " << r.err;
+      return r.code == 0 ? Json::parse(r.out) : Json();
    }
 
-   fs::path dir_;
+   test::ScratchDir scratch_{"l3tunnel-sweep"};
+   const fs::path& dir_ = scratch_.path;
 };
 
 TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChangesNothing) {
@@ -136,7 +84,8 @@ TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChange
       whole["steps"] = first["steps"];
       for (const auto& s : second["steps"]) whole["steps"].push_back(s);
 
-      const std::string state = (dir_ / ("state-" + std::to_string(k))).string();
+      // A state directory the program has to make, parents and all.
+      const std::string state = (dir_ / "state" / std::to_string(k)).string();
       const Json one = run("whole", whole);
       const Json before = run("first", first, {"--state-dir", state});
       ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state")) << where;
@@ -164,18 +113,18 @@ TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChange
    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, ProcessRestartSweep,
-                         ::testing::Combine(::testing::ValuesIn(examples()), ::testing::Bool()),
-                         [](const auto& info) {
-                            std::string name =
-                                fs::path(std::get<0>(info.param)).stem().string() + "_" +
-                                std::to_string(info.index / 2) +
-                                (std::get<1>(info.param) ? "_toggle_on" : "_toggle_off");
-                            std::replace_if(
-                                name.begin(), name.end(),
-                                [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); },
-                                '_');
-                            return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Examples, ProcessRestartSweep,
+    ::testing::Combine(::testing::ValuesIn(test::sweptScenarios(L3TUNNEL_EXAMPLES)),
+                       ::testing::Bool()),
+    [](const auto& info) {
+       std::string name = fs::path(std::get<0>(info.param)).stem().string() + "_" +
+                          std::to_string(info.index / 2) +
+                          (std::get<1>(info.param) ? "_toggle_on" : "_toggle_off");
+       std::replace_if(
+           name.begin(), name.end(),
+           [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+       return name;
+    });
 
 }  // namespace

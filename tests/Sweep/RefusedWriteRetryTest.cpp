@@ -91,8 +91,7 @@ TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
          runSteps(agent, scenario.steps, 0, 1);
          ASSERT_EQ(chip.failedWrites().size(), r.first.size() + r.second.size());
          EXPECT_TRUE(agent.groups().at("g")->isFailed()) << groupStates(agent).at("g");
-         const auto v = invariantViolations(agent);
-         EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
+         EXPECT_EQ(invariantViolations(agent), Lines{});
       }
 
       runSteps(agent, scenario.steps, 0, 1);
@@ -101,11 +100,9 @@ TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
       EXPECT_TRUE(canonicalRows(chip) == clean) << canonicalDiff(clean, canonicalRows(chip));
       std::vector<std::string> faults;
       blockChains(chip, agent.commonIifOifIndex(), faults);
-      EXPECT_TRUE(faults.empty()) << ::testing::PrintToString(faults);
-      const auto v = invariantViolations(agent);
-      EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v);
-      const auto m = allocatorRowMismatches(agent);
-      EXPECT_TRUE(m.empty()) << ::testing::PrintToString(m);
+      EXPECT_EQ(faults, Lines{});
+      EXPECT_EQ(invariantViolations(agent), Lines{});
+      EXPECT_EQ(allocatorRowMismatches(agent), Lines{});
    }
 }
 

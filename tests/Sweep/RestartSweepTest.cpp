@@ -88,20 +88,17 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
       restartAndReplay(agent);
       EXPECT_EQ(changesOf(chip.journal()), ref.replayChanges)
           << where << "the restart changed rows:" << journalText(chip.journal());
-      const auto v = invariantViolations(agent);
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
       for (size_t s = k; s < n; ++s) {
          chip.journalDelAll();
          runSteps(agent, scenario.steps, s, s + 1);
          EXPECT_EQ(changesOf(chip.journal()), ref.changes[s - k])
              << where << "step " << s + 1 << " changed other rows than without the restart";
-         const auto v = invariantViolations(agent);
-         EXPECT_TRUE(v.empty()) << where << "step " << s + 1 << ": " << ::testing::PrintToString(v);
+         EXPECT_EQ(invariantViolations(agent), Lines{}) << where << "step " << s + 1 << ": ";
       }
       EXPECT_TRUE(rowsOf(chip) == ref.rows) << where << rowsDiff(ref.rows, rowsOf(chip));
       EXPECT_EQ(groupStates(agent), ref.groups) << where;
-      const auto end = invariantViolations(agent);
-      EXPECT_TRUE(end.empty()) << where << ::testing::PrintToString(end);
+      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
    }
 }
 
@@ -120,7 +117,7 @@ Fresh freshRun(const Scenario& scenario, const std::vector<Step>& programs) {
    std::vector<std::string> faults;
    Fresh f{rowCounts(rowsOf(agent.chip())), canonicalRows(agent.chip()),
            blockChains(agent.chip(), agent.commonIifOifIndex(), faults), groupStates(agent)};
-   EXPECT_TRUE(faults.empty()) << ::testing::PrintToString(faults);
+   EXPECT_EQ(faults, Lines{});
    return f;
 }
 
@@ -162,14 +159,12 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
          EXPECT_EQ(rowCounts(rowsOf(chip)), fresh.counts) << where;
          std::vector<std::string> faults;
          EXPECT_EQ(blockChains(chip, agent.commonIifOifIndex(), faults), fresh.blocks) << where;
-         EXPECT_TRUE(faults.empty()) << where << ::testing::PrintToString(faults);
+         EXPECT_EQ(faults, Lines{}) << where;
          EXPECT_TRUE(canonicalRows(chip) == fresh.canonical)
              << where << canonicalDiff(fresh.canonical, canonicalRows(chip));
-         const auto m = allocatorRowMismatches(agent);
-         EXPECT_TRUE(m.empty()) << where << ::testing::PrintToString(m);
+         EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << where;
          EXPECT_EQ(agent.programmer()->l3EcmpMember0Table()->recoveredRows(), 0u) << where;
-         const auto v = invariantViolations(agent);
-         EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+         EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
          EXPECT_EQ(groupStates(agent), fresh.groups) << where;
          if (HasFailure()) return;
       }

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "SharedL3/L3EcmpMember0Table.h"
+#include "support/Installed.h"
 #include "support/InvariantChecker.h"
 
 namespace sweep {
@@ -26,14 +27,6 @@ using NextHopHandle = L3TunnelIngL3NextHopTable::EntryHandle;
 using OifHandle = L3TunnelEgrL3Oif1Table::EntryHandle;
 using MergedHandle = L3InterfaceTable::EntryHandle;
 using Block = L3EcmpMember0Table::EntryHandle;
-
-std::vector<std::string> jsonFilesIn(const std::string& dir) {
-   std::vector<std::string> files;
-   for (const auto& e : std::filesystem::directory_iterator(dir))
-      if (e.path().extension() == ".json") files.push_back(e.path().string());
-   std::sort(files.begin(), files.end());
-   return files;
-}
 
 template <class Alloc>
 std::set<uint32_t> heldOf(const Alloc& alloc) {
@@ -87,18 +80,7 @@ bool processToggle() {
    return !e || std::string(e) != "0";
 }
 
-std::vector<std::string> scenarioFiles() {
-   std::vector<std::string> files;
-   for (auto& f : jsonFilesIn(L3TUNNEL_EXAMPLES))
-      if (baseName(f) != "bad.json") files.push_back(f);
-   if (const char* extra = std::getenv("L3TUNNEL_SWEEP_SCENARIOS")) {
-      std::stringstream dirs(extra);
-      for (std::string dir; std::getline(dirs, dir, ':');)
-         if (!dir.empty())
-            for (auto& f : jsonFilesIn(dir)) files.push_back(f);
-   }
-   return files;
-}
+std::vector<std::string> scenarioFiles() { return test::sweptScenarios(L3TUNNEL_EXAMPLES); }
 
 Scenario scenarioFor(const std::string& file) {
    Scenario s = L3TunnelTool::scenarioRead(file);

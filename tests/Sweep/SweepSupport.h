@@ -18,6 +18,7 @@ using L3TunnelTool::Agent;
 using L3TunnelTool::Scenario;
 using L3TunnelTool::Step;
 using Handle = Asic::SwTableBase::EntryHandle;
+using Lines = std::vector<std::string>;  // findings; a check holds when it finds none
 
 // The interface-table toggle of this process (SWEEP_COMMON_IIF_OIF_INDEX,
 // default on); every scenario runs with it.

@@ -1,10 +1,7 @@
 // The installed l3tunnel program, run on scenarios written per test: what its
 // JSON says about the tables, the chip and the groups, how it restarts within
 // a run and across runs, and how it refuses bad input and usage.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -18,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "support/Installed.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -25,19 +24,10 @@ using Json = nlohmann::json;
 
 constexpr const char* binary = L3TUNNEL_INSTALLED;
 
-std::string fileText(const fs::path& p) {
-   std::ifstream in(p, std::ios::binary);
-   std::ostringstream s;
-   s << in.rdbuf();
-   return s.str();
-}
+using test::fileText;
+using test::Outcome;
 
-struct Outcome {
-   int code = -1;
-   std::string out;
-   std::string err;
-   Json json() const { return Json::parse(out); }
-};
+Json jsonOf(const Outcome& r) { return Json::parse(r.out); }
 
 // Scenario pieces. Every via goes from 10.0.0.1; underlay groups 1 to 3 exist.
 Json via(const std::string& dst, uint32_t weight = 1, uint32_t adj = 1) {
@@ -53,7 +43,6 @@ Json program(const std::string& group, const std::vector<Json>& vias) {
    return {{"op", "program"}, {"group", group}, {"vias", vias}};
 }
 Json release(const std::string& group) { return {{"op", "release"}, {"group", group}}; }
-Json op(const std::string& name) { return {{"op", name}}; }
 Json scenario(const std::vector<Json>& steps, bool commonIifOifIndex = true) {
    return {{"toggles", {{"CommonIifOifIndex", commonIifOifIndex}}},
            {"underlay", Json::array({{{"adjId", 1}}, {{"adjId", 2}}, {{"adjId", 3}}})},
@@ -93,21 +82,9 @@ std::vector<uint32_t> nextHops(const Json& snap, const std::string& group) {
    return v;
 }
 
-uint32_t totalChanges(const Json& snap) {
-   uint32_t n = 0;
-   for (const auto& [name, s] : snap.at("stats").items()) n += s.at("changes").get<uint32_t>();
-   return n;
-}
-
 class L3TunnelTool : public ::testing::Test {
 protected:
-   void SetUp() override {
-      const char* tmp = std::getenv("TMPDIR");
-      std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/l3tunnel-test-XXXXXX";
-      ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-      dir_ = pattern;
-   }
-   void TearDown() override { fs::remove_all(dir_); }
+   void SetUp() override { ASSERT_FALSE(scratch_.path.empty()); }
 
    fs::path write(const std::string& name, const std::string& text) {
       const fs::path p = dir_ / name;
@@ -117,25 +94,9 @@ protected:
 
    Outcome run(const std::vector<std::string>& args,
                const std::vector<std::pair<std::string, std::string>>& env = {}) {
-      const fs::path out = dir_ / "stdout", err = dir_ / "stderr";
-      const pid_t pid = fork();
-      if (pid == 0) {
-         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-         for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
-         std::vector<char*> argv{const_cast<char*>(binary)};
-         for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-         argv.push_back(nullptr);
-         execv(binary, argv.data());
-         _exit(127);
-      }
-      int status = 0;
-      waitpid(pid, &status, 0);
-      Outcome r;
-      r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-      r.out = fileText(out);
-      r.err = fileText(err);
-      return r;
+      std::vector<std::string> argv{binary};
+      argv.insert(argv.end(), args.begin(), args.end());
+      return test::runProgram(dir_, argv, env);
    }
 
    // Runs the scenario with --json and the extra arguments; expects success.
@@ -144,10 +105,11 @@ protected:
       args.insert(args.end(), extra.begin(), extra.end());
       const Outcome r = run(args);
       EXPECT_EQ(r.code, 0) << r.err;
-      return r.code == 0 ? r.json() : Json();
+      return r.code == 0 ? jsonOf(r) : Json();
    }
 
-   fs::path dir_;
+   test::ScratchDir scratch_{"l3tunnel-test"};
+   const fs::path& dir_ = scratch_.path;
 };
 
 // ---- what the tables hold ----------------------------------------------------
@@ -189,49 +151,8 @@ TEST_P(ToggleTest, ChainsRunThroughTheInterfaceTableTheToggleChooses) {
    }
 }
 
-// A restart within a run lands every replayed entry on its old row without
-// changing it; what is not replayed stays until the reconcile.
-TEST_P(ToggleTest, RestartStepKeepsRowsAndReconcilePurgesWhatWasNotReplayed) {
-   const Json a = program("a", {via("10.2.0.1", 2), via("10.2.0.2", 1, 2)});
-   const Json steps = runJson(
-       scenario({a, program("b", {via("10.2.0.3", 1, 3)}), op("restart"), a, op("reconcile")},
-                GetParam()),
-       {"--each-step"});
-   ASSERT_EQ(steps.size(), 5u);
-   EXPECT_TRUE(steps[2].at("groups").empty());
-   EXPECT_EQ(steps[2].at("hardware"), steps[1].at("hardware")) << "a restart deletes no row";
-   EXPECT_EQ(totalChanges(steps[3]), totalChanges(steps[1])) << "the replay changes no row";
-   EXPECT_EQ(steps[3].at("groups").at("a"), steps[1].at("groups").at("a"));
-   EXPECT_EQ(steps[3].at("tables").at("L3EcmpMember0Table").at("entries"),
-             steps[0].at("tables").at("L3EcmpMember0Table").at("entries"));
-   // b's member row and next hop are stale until the reconcile purges them.
-   EXPECT_EQ(steps[3].at("hardware").at("L3EcmpMember0Table").size(), 4u);
-   EXPECT_EQ(steps[4].at("hardware").at("L3EcmpMember0Table").size(), 3u);
-   EXPECT_EQ(steps[4].at("hardware").at("L3TunnelIngL3NextHopTable").size(), 3u);
-   EXPECT_THROW(entryTo(steps[4], "L3TunnelIngL3NextHopTable", "10.2.0.3"), std::runtime_error);
-}
-
-// The same across processes, through the state directory.
-TEST_P(ToggleTest, SecondRunFromTheSavedChipFindsTheSameIndicesAndChangesNothing) {
-   const Json s = scenario({program("a", {via("10.3.0.1", 2), dropVia(1)}),
-                            program("b", {via("10.3.0.1"), via("10.3.0.2", 1, 2)})},
-                           GetParam());
-   const std::string state = (dir_ / "state" / "nested").string();
-   const Json first = runJson(s, {"--state-dir", state});
-   ASSERT_TRUE(fs::exists(fs::path(state) / "chip.state"));
-   const Json second = runJson(s, {"--state-dir", state});
-   for (const auto& [name, t] : first.at("tables").items()) {
-      std::map<std::string, Json> before, after;
-      for (const auto& e : t.at("entries")) before[e.at("key").dump()] = e.at("hwIndex");
-      for (const auto& e : second.at("tables").at(name).at("entries"))
-         after[e.at("key").dump()] = e.at("hwIndex");
-      EXPECT_EQ(after, before) << name;
-   }
-   EXPECT_EQ(second.at("hardware"), first.at("hardware"));
-   EXPECT_EQ(second.at("groups"), first.at("groups"));
-   for (const auto& [name, st] : second.at("stats").items()) EXPECT_EQ(st.at("changes"), 0) << name;
-}
-
+// Restarts within a run and across runs (--state-dir) are the restart
+// sweeps' (tests/Sweep), over every example and both toggles.
 INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
 
@@ -342,7 +263,7 @@ TEST_F(L3TunnelTool, CallersToggleDirectoryIsIgnoredAndNothingIsLeftBehind) {
        {"run", write("s.json", s.dump()).string(), "--json"},
        {{"L3TUNNEL_TOGGLE_DIR", (dir_ / "toggles").string()}, {"TMPDIR", (dir_ / "tmp").string()}});
    ASSERT_EQ(r.code, 0) << r.err;
-   EXPECT_TRUE(r.json().at("tables").contains("L3InterfaceTable"));
+   EXPECT_TRUE(jsonOf(r).at("tables").contains("L3InterfaceTable"));
    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
 }
 
@@ -356,7 +277,7 @@ TEST_F(L3TunnelTool, ExamplesRunAndTheBadOneIsRefusedAsDocumented) {
          continue;
       }
       EXPECT_EQ(r.code, 0) << f.path() << r.err;
-      EXPECT_NO_THROW(r.json()) << f.path();
+      EXPECT_NO_THROW(jsonOf(r)) << f.path();
    }
 }
 

@@ -20,6 +20,9 @@
 
 namespace test {
 
+// Lines of findings; a check holds when it finds none.
+using Lines = std::vector<std::string>;
+
 class InvariantChecker {
 public:
    explicit InvariantChecker(const AsicSim::Chip& chip) : chip_(chip) {}

@@ -11,6 +11,7 @@
 
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Plx/NextHopEntryType.h"
+#include "support/AgentSetup.h"
 #include "support/SimFixture.h"
 
 namespace test {
@@ -22,8 +23,6 @@ using MeridL3Tunnel::L3TunnelOverlayVia;
 using MeridL3Tunnel::L3TunnelOverlayViaEntry;
 using Block = L3EcmpMember0Table::EntryHandle;
 using AdjKey = MeridL3Common::L3AdjIdKey;
-
-inline AdjKey adj(uint32_t id) { return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp}; }
 
 inline L3TunnelOverlayViaEntry via(const char* src, const char* dst, uint32_t weight = 1,
                                    uint32_t adjId = 1, uint32_t ttl = 64,
@@ -51,7 +50,7 @@ inline Brio::Ptr<const L3TunnelOverlayVia> viaList(
 
 inline const Block& block(const HandlePtr& h) { return static_cast<const Block&>(*h); }
 
-class ProgrammerFixture : public SimFixture {
+class ProgrammerFixture : public SimFixture, public AgentSetup {
 protected:
    static constexpr uint32_t rows = 64;
 
@@ -69,14 +68,7 @@ protected:
             L3TunnelEgrL3Oif1Table::typeName, L3EgrL3Ipv4TunnelTable::typeName,
             L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName})
          chipInfo->tableSizeIs(name, rows);
-      auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-      modules->modIdIs(L3TunnelOverlayEcmpProgrammer::tableUnit, 0);
-      fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-      fcsd->logicalModInfosIs(modules);
-      localEm = Brio::makePtr<Local::EntityManager>();
-      groups = Brio::makePtr<EcmpGroup1Table>();
-      localEm->entityIs(EcmpGroup1Table::mountPath, groups);
-      for (uint32_t id = 1; id <= 4; ++id) groups->entryIs(adj(id));
+      begin(4);
    }
 
    void TearDown() override {
@@ -85,8 +77,10 @@ protected:
       SimFixture::TearDown();
    }
 
-   // The fixture's checks run over the tables the programmer made.
-   void tablesAdopt() {
+   // Makes the programmer and its tables, as the agent does at start; the
+   // fixture's checks run over those tables.
+   void start() {
+      programmerIs(chipInfo, ledger, false);
       v4 = programmer->l3EgrL3Ipv4TunnelTable();
       v6 = programmer->l3EgrL3Ipv6TunnelTable();
       oif = programmer->l3TunnelEgrL3Oif1Table();
@@ -96,75 +90,19 @@ protected:
       runLoop();
    }
 
-   // Makes the programmer and its tables, as the agent does at start.
-   void start() {
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->doMountHwTableMountInfo(mounts);
-      programmer->initTables(chipInfo);
-      tablesAdopt();
-   }
-
-   // An agent restart: the software goes (the programmer with its tables
-   // first, so that the groups' blocks delete nothing), the chip keeps its
-   // rows, and a new
-   // programmer recovers the tables from them.
-   // With `statePath` the restart crosses processes: the chip's rows go
-   // through the state file into a new chip.
-   void restart(std::initializer_list<HandlePtr*> groups, const std::string& statePath = "") {
-      if (!statePath.empty()) chip->stateSave(statePath);
-      members.reset();
-      v4.reset();
-      v6.reset();
-      oif.reset();
-      intf.reset();
-      nh.reset();
-      programmer.reset();  // the programmer's own order of letting its tables go
-      for (auto* g : groups) *g = nullptr;
-      runLoop();
-      if (!statePath.empty()) {
-         chip->uninstall();
-         chip = Brio::makePtr<AsicSim::Chip>();
-         chip->stateLoad(statePath);
-         chip->install();
-      }
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->recoverTables(chipInfo);
-      tablesAdopt();
-   }
-
-   // Row changes over every table of the chip.
-   uint32_t changes() const {
-      uint32_t n = 0;
-      for (auto& name : chip->tableNames())
-         if (auto t = chip->table(name, unit)) n += t->stats().changes;
-      return n;
-   }
-
    HandlePtr program(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
       HandlePtr h = programmer->populateOverlayEcmpBlock(viaList(vias));
       runLoop();
       return h;
    }
 
-   // The interface handle a next hop names.
-   static HandlePtr interfaceOf(const HandlePtr& nextHop) {
-      auto& h = static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop);
-      return h.table()->entry(h.key()).l3Oif1Handle();
-   }
-
    void expectConsistent(const std::string& where = "") override {
       SimFixture::expectConsistent(where);
       InvariantChecker checker(*chip);
       if (members) checker.memberTable(*members);
-      auto v = checker.violations();
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
+      EXPECT_EQ(checker.violations(), Lines{}) << where;
    }
 
-   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd;
-   Brio::Ptr<Local::EntityManager> localEm;
-   Brio::Ptr<EcmpGroup1Table> groups;
-   Ledger::MountGroup mounts;
-   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> programmer;
    Brio::Ptr<L3EcmpMember0Table> members;
 };
 

@@ -4,6 +4,8 @@
 // initialised and listening to write responses.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <random>
 #include <vector>
 
 #include "AsicSim/Chip.h"
@@ -130,20 +132,28 @@ protected:
 
    uint32_t runLoop() { return Brio::EventLoop::instance().runUntilIdle(); }
 
-   // A random step's turn of the chip: start or stop holding responses back,
-   // or deliver one held response out of order.
-   void shuffleResponses(bool toggleHolding, uint32_t r) {
-      if (toggleHolding)
-         chip->holdResponsesIs(!chip->holdResponses());
-      else if (chip->heldResponses())
-         chip->releaseResponse(r % chip->heldResponses());
-   }
-   // Delivers what the chip does not hold back. True when nothing is held
-   // back any more: the tables and the chip must then agree.
-   bool deliverUnheld() {
-      if (!chip->holdResponses()) chip->releaseAllResponses();
-      runLoop();
-      return chip->heldResponses() == 0;
+   // A draw: a random number below its argument.
+   using Draw = std::function<uint32_t(uint32_t)>;
+   // `steps` random steps from `seed`: in two of seven the chip starts or
+   // stops holding responses back or answers one held response out of order,
+   // in the others `act` runs. After each step what is not held back is
+   // delivered and, when nothing is held, everything is checked; the run
+   // stops at the first step whose check fails.
+   void churn(uint32_t seed, int steps, const std::function<void(const Draw&)>& act) {
+      std::mt19937 rng(seed);
+      const Draw pick = [&](uint32_t n) { return uint32_t(rng() % n); };
+      for (int step = 0; step < steps && !HasFailure(); ++step) {
+         const uint32_t turn = pick(7);
+         if (turn == 0)
+            chip->holdResponsesIs(!chip->holdResponses());
+         else if (turn == 1 && chip->heldResponses())
+            chip->releaseResponse(pick(chip->heldResponses()));
+         else if (turn > 1)
+            act(pick);
+         if (!chip->holdResponses()) chip->releaseAllResponses();
+         runLoop();
+         if (chip->heldResponses() == 0) expectConsistent("step " + std::to_string(step) + ": ");
+      }
    }
    // Every table this fixture has made agrees with the others and the chip.
    virtual void expectConsistent(const std::string& where = "") {
@@ -153,14 +163,7 @@ protected:
       if (oif) checker.table(*oif);
       if (nh) checker.table(*nh);
       if (intf) checker.mergedTable(*intf);
-      auto v = checker.violations();
-      EXPECT_TRUE(v.empty()) << where << ::testing::PrintToString(v);
-   }
-   // The end of a random step: delivers what is not held back and, when
-   // nothing is, checks. False once a check has failed.
-   bool stepConsistent(int step) {
-      if (deliverUnheld()) expectConsistent("step " + std::to_string(step) + ": ");
-      return !HasFailure();
+      EXPECT_EQ(checker.violations(), Lines{}) << where;
    }
    // Stops holding responses and delivers everything, over `rounds` rounds
    // (an answer may lead to a further request).
