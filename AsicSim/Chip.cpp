@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -90,6 +91,25 @@ Orb::Optional<std::string> Util::hwTableEntryText(const Asic::HwTable& hwTable,
    const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
    if (!row) return {};
    return *row;
+}
+
+// Rows are kept as their entries' text forms: `{'name': value, ...}`.
+Orb::Optional<Asic::Index> Util::hwTableEntryIndexField(const Asic::HwTable& hwTable,
+                                                        Asic::Index index,
+                                                        std::string_view field) const {
+   const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
+   if (!row) return {};
+   std::string tag;
+   tag.reserve(field.size() + 4);
+   tag.append("'").append(field).append("': ");
+   const size_t at = row->find(tag);
+   if (at == std::string::npos) return {};
+   const char* first = row->data() + at + tag.size();
+   const char* last = row->data() + row->size();
+   Asic::Index value = 0;
+   const auto [end, error] = std::from_chars(first, last, value);
+   if (error != std::errc() || end == first) return {};
+   return value;
 }
 
 void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,

@@ -78,6 +78,9 @@ public:
    Asic::HwRequestId hwTableEntryDel(Asic::HwTable& hwTable, Asic::Index index) override;
    Orb::Optional<std::string> hwTableEntryText(const Asic::HwTable& hwTable,
                                                Asic::Index index) const override;
+   Orb::Optional<Asic::Index> hwTableEntryIndexField(const Asic::HwTable& hwTable,
+                                                     Asic::Index index,
+                                                     std::string_view field) const override;
    Asic::Index maxIndex() const override;
    void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
                            Asic::HwTable& hwTable) override;

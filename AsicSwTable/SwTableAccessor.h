@@ -182,29 +182,33 @@ struct SwTable::Accessor {
    // For clients that only watch. An index-keyed table makes the handle when
    // there is none, held by the client alone.
    static HandlePtrConst entryWeakRef(const T& table, const Key& key) {
-      if constexpr (!T::knownIndex) {
+      if constexpr (!T::knownIndex)
          return entryHandle(table, key);
-      } else {
-         T& t = const_cast<T&>(table);
-         HandlePtr eh = entryHandleIs(t, key);
-         switch (eh->entryType()) {
-            case Type::none:
-               eh->entryTypeIs(Type::referenceOnly);
-               eh->dropTableReference();
-               break;
-            case Type::inDeletion:
-               eh->entryStateIs(State::unresolved);
-               eh->entryTypeIs(Type::referenceOnly);
-               eh->dropTableReference();
-               break;
-            case Type::referenceOnly:
-            case Type::committed:
-               break;
-            default:
-               ORB_ASSERT(0) << "entry type " << unsigned(eh->entryType());
-         }
-         return eh;
+      else
+         return entryHold(const_cast<T&>(table), key);
+   }
+
+   // A weak reference, the handle made when absent; what it holds stays
+   // until the holder lets go.
+   static HandlePtrConst entryHold(T& t, const Key& key) {
+      HandlePtr eh = entryHandleIs(t, key);
+      switch (eh->entryType()) {
+         case Type::none:
+            eh->entryTypeIs(Type::referenceOnly);
+            eh->dropTableReference();
+            break;
+         case Type::inDeletion:
+            eh->entryStateIs(State::unresolved);
+            eh->entryTypeIs(Type::referenceOnly);
+            eh->dropTableReference();
+            break;
+         case Type::referenceOnly:
+         case Type::committed:
+            break;
+         default:
+            ORB_ASSERT(0) << "entry type " << unsigned(eh->entryType());
       }
+      return eh;
    }
 
    // ---- write path ----------------------------------------------------------
@@ -387,6 +391,7 @@ struct SwTable::Accessor {
          const EntryBase* value = it->second ? &*it->second : nullptr;
          HwRequestId id = util->hwTableEntryIs(*t.hwTable(), index, value);
          requestIs(t, h.ptr(), key, id, false);
+         t.rowChanged(index);
          // An index-keyed table knows the index at once.
          if (h && (util->recordHwIndexOnWrite() || (T::knownIndex && t.hwResponseNeeded())))
             h->hwIndexIs(index);
@@ -410,6 +415,7 @@ struct SwTable::Accessor {
       ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : key: " << key;
       HandlePtr h = entryHandle(t, key);
       requestIs(t, h.ptr(), key, util->hwTableEntryDel(*t.hwTable(), index), true);
+      t.rowChanged(index);
       doReleaseHwIndex(t, key);
    }
 
@@ -432,6 +438,7 @@ struct SwTable::Accessor {
       if (util && index != invalidIndex) {
          ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : key: " << key;
          id = util->hwTableEntryDel(*t.hwTable(), index);
+         t.rowChanged(index);
          requestIs(t, h.ptr(), key, id, true);
       }
       if (index != invalidIndex) doReleaseHwIndex(t, key);
@@ -477,8 +484,10 @@ struct SwTable::Accessor {
          // for; only the old row goes.
          if (h->entryType() == Type::inDeletion)
             handleEntry(t, key);
-         else if (Util* util = liveUtil(t))
+         else if (Util* util = liveUtil(t)) {
             util->hwTableEntryDel(*t.hwTable(), heldIndex(t, key));
+            t.rowChanged(heldIndex(t, key));
+         }
          return;
       }
       const bool ok = isDelete || status == WriteStatus::ok;
@@ -882,6 +891,7 @@ struct SwTable::Accessor {
          for (auto& [i, key] : stale) {
             ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : stale key: " << key;
             util->hwTableEntryDel(*t.hwTable(), i);
+            t.rowChanged(i);
             if (alloc->indexForKey(key) == i) doReleaseHwIndex(t, key);
          }
       }

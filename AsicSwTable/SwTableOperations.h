@@ -34,6 +34,8 @@ public:                                                                         
    EntryHandlePtrConst entryWontProgram(const Key& key);                                         \
    EntryHandlePtrConst entryWriteAtIndex(Asic::Index index, const Key& key, const Entry& entry); \
    EntryHandlePtrConst entryWeakRef(const Key& key) const;                                       \
+   /* A weak reference that makes the handle when there is none. */                              \
+   EntryHandlePtrConst entryHold(const Key& key);                                                \
    void entryRemove(const Key& key);                                                             \
    void entryRemoveAll();                                                                        \
    Entry entry(const Key& key) const;                                                            \
@@ -113,6 +115,9 @@ public:
    }                                                                                               \
    T::EntryHandlePtrConst T::entryWeakRef(const Key& k) const {                                    \
       return Asic::SwTable::Accessor<T>::entryWeakRef(*this, k);                                   \
+   }                                                                                               \
+   T::EntryHandlePtrConst T::entryHold(const Key& k) {                                             \
+      return Asic::SwTable::Accessor<T>::entryHold(*this, k);                                      \
    }                                                                                               \
    void T::entryRemove(const Key& k) { Asic::SwTable::Accessor<T>::entryRemove(*this, k); }        \
    void T::entryRemoveAll() { Asic::SwTable::Accessor<T>::entryRemoveAll(*this); }                 \

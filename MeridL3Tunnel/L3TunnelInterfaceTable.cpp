@@ -289,6 +289,7 @@ void L3InterfaceTable::purgeStaleEntries() {
                                     static_cast<Asic::SwTable*>(egrL3Oif1Table_.ptr())}) {
          if (member->util() && member->hwTable())
             member->util()->hwTableEntryDel(*member->hwTable(), i);
+         member->rowChanged(i);
       }
       indexAllocator_->releaseIndex(key);
    }

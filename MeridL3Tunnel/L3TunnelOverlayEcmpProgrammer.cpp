@@ -175,12 +175,58 @@ void L3TunnelOverlayEcmpProgrammer::recoverTables(
    for (auto* t : tables) t->doPublishHwTableMountInfo();
    ecmpGroup1TableFind();
    programReservedTunnelDropEntry();
+   recoveredRowHoldsIs();
+}
+
+namespace {
+
+// Calls `f(index, named)` for every row of `table` whose `field` names an index.
+template <class F>
+void recoveredRowsNaming(const Asic::SwTable& table, std::string_view field, F&& f) {
+   if (!table.util() || !table.hwTable()) return;
+   for (Asic::Index i = 0; i < table.numEntries(); ++i)
+      if (auto named = table.util()->hwTableEntryIndexField(*table.hwTable(), i, field))
+         f(i, *named);
+}
+
+}  // namespace
+
+// A row found at the recovery and not yet claimed by the replay names entries
+// by index only, which holds nothing: the replay could let such an entry go,
+// deleting its row and freeing its index under the row naming it. So the
+// table of each such row holds what the row names until the row is written
+// or deleted (by the replay, or by the reconcile).
+void L3TunnelOverlayEcmpProgrammer::recoveredRowHoldsIs() {
+   auto& nh = l3TunnelIngL3NextHopTable_;
+   recoveredRowsNaming(*l3EcmpMember0Table_, "nextHopIdx", [&](Asic::Index i, Asic::Index named) {
+      if (auto k = nh->swKeyFromHwIndex(named))
+         l3EcmpMember0Table_->recoveredRowHoldIs(i, nh->entryHold(*k));
+   });
+   const L3TunnelKey drop = getTunnelDropKey();
+   recoveredRowsNaming(*nh, "l3Oif1", [&](Asic::Index i, Asic::Index named) {
+      auto k = nh->swKeyFromHwIndex(i);
+      if (!k || *k == drop) return;  // the drop entry names no interface
+      if (l3InterfaceTable_) {
+         if (auto key = l3InterfaceTable_->swKeyFromHwIndex(named))
+            nh->recoveredRowHoldIs(i, l3InterfaceTable_->entryWeakRef(*key));
+      } else if (auto key = l3TunnelEgrL3Oif1Table_->swKeyFromHwIndex(named)) {
+         nh->recoveredRowHoldIs(i, l3TunnelEgrL3Oif1Table_->entryHold(*key));
+      }
+   });
+   // Interface rows name tunnels, which all go to the IPv4 tunnel table.
+   auto& v4 = l3EgrL3Ipv4TunnelTable_;
+   Asic::SwTable& oif = l3InterfaceTable_
+                            ? static_cast<Asic::SwTable&>(*l3InterfaceTable_->egrL3Oif1Table())
+                            : static_cast<Asic::SwTable&>(*l3TunnelEgrL3Oif1Table_);
+   recoveredRowsNaming(oif, "tunnelIdx", [&](Asic::Index i, Asic::Index named) {
+      if (auto k = v4->swKeyFromHwIndex(named)) oif.recoveredRowHoldIs(i, v4->entryHold(*k));
+   });
 }
 
 void L3TunnelOverlayEcmpProgrammer::purgeStaleEntries() {
    ORB_TRACE(traceHandle(), traceProgrammer, "purgeStaleEntries") << "Purge stale entries";
    // Members first: their rows name next hops, which name interfaces, which
-   // name tunnels.
+   // name tunnels. A stale row's delete lets go of what it held.
    if (l3EcmpMember0Table_) l3EcmpMember0Table_->purgeStaleEntries();
    if (l3TunnelIngL3NextHopTable_) l3TunnelIngL3NextHopTable_->purgeStaleEntries();
    if (l3InterfaceTable_) l3InterfaceTable_->purgeStaleEntries();

@@ -128,4 +128,17 @@ void WriteResponseSm::writeResponseIs(HwRequestId id, Index index, WriteStatus s
    table_->doHandleWriteResponse(id, index, status);
 }
 
+void SwTable::recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held) {
+   if (held) recoveredRowHold_.insert_or_assign(row, std::move(held));
+}
+
+// The hold goes after the map no longer has it: letting go may start the
+// held entry's clean-up, which may change other rows.
+void SwTable::recoveredRowHoldRelease(Index row) {
+   auto it = recoveredRowHold_.find(row);
+   if (it == recoveredRowHold_.end()) return;
+   Brio::Ptr<const SwTableBase::EntryHandle> gone = std::move(it->second);
+   recoveredRowHold_.erase(it);
+}
+
 }  // namespace Asic

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string_view>
+#include <unordered_map>
 
 #include "Asic/HwTable.h"
 #include "Asic/IndexAllocator.h"
@@ -102,6 +103,16 @@ public:
 
    std::string_view allocatorHolderName() const override { return name(); }
 
+   // An entry that a row found at the recovery names, held until the row is
+   // written or deleted: the row names it by index only, so without the hold
+   // the entry could go, and its index be handed out, under the row.
+   void recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held);
+   uint32_t recoveredRowHolds() const { return uint32_t(recoveredRowHold_.size()); }
+   // Every write or delete of a row calls this once it is issued.
+   void rowChanged(Index row) {
+      if (!recoveredRowHold_.empty()) recoveredRowHoldRelease(row);
+   }
+
 protected:
    SwTable();
    ~SwTable() override;
@@ -114,6 +125,9 @@ protected:
    Brio::Publisher publisher_;
 
 private:
+   void recoveredRowHoldRelease(Index row);
+
+   std::unordered_map<Index, Brio::Ptr<const SwTableBase::EntryHandle>> recoveredRowHold_;
    Brio::Ptr<const MeridCentral::ChipInfo> chipInfo_;
    Brio::Ptr<Ledger::EntityManager> ldgrEm_;
    Brio::Ptr<HwTable> hwTable_;

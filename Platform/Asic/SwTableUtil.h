@@ -26,6 +26,13 @@ public:
    // Reads a row back: the content a row holds, or nothing when it is clear
    // (or the hardware cannot tell).
    virtual Orb::Optional<std::string> hwTableEntryText(const HwTable&, Index) const { return {}; }
+   // Reads back the index a row's field holds (the entry of another table it
+   // names), or nothing when the row is clear, has no such field, or the
+   // hardware cannot tell.
+   virtual Orb::Optional<Index> hwTableEntryIndexField(const HwTable&, Index,
+                                                       std::string_view /*field*/) const {
+      return {};
+   }
    // Marks in `allocator` every index the hardware table's rows use, with the
    // row's key, for rows whose key is of `keyType`.
    virtual void syncIndexAllocator(Orb::TypeId keyType, GenericIndexAllocator& allocator,

@@ -309,6 +309,7 @@ void L3EcmpMember0Table::recoveredRowDel(Asic::Index i) {
    if (!recoveredRowHas(i)) return;
    recoveredRow_[i] = false;
    --recoveredRows_;
+   rowChanged(i);  // a block claims the row: its entries hold what it names
 }
 
 bool L3EcmpMember0Table::recoveredRowsEqual(Asic::Index base,
@@ -345,6 +346,7 @@ void L3EcmpMember0Table::purgeStaleEntries() {
    for (Asic::Index i = 0; i < recoveredRow_.size(); ++i) {
       if (!recoveredRow_[i]) continue;
       if (util() && hwTable()) util()->hwTableEntryDel(*hwTable(), i);
+      rowChanged(i);
       ranges_.rangeDel(i, 1);
    }
    recoveredRow_.clear();
@@ -428,6 +430,7 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
    for (uint32_t i = 0; i < h.size(); ++i) {
       const Asic::HwRequestId id =
           util()->hwTableEntryIs(*hwTable(), h.base_ + i, &h.block_.entry_[i]);
+      rowChanged(h.base_ + i);
       if (!id) continue;
       inFlight_.emplace(id, &h);
       ++h.outstanding_;
@@ -466,7 +469,10 @@ void L3EcmpMember0Table::rowsDel(EntryHandle& h) {
    if (h.base_ == Asic::invalidIndex) return;
    if (h.rowsWritten_ && util() && hwTable()) {
       ORB_TRACE(traceHandle(), traceHardware, "hwTableEntryDel") << " : block " << h.keyText();
-      for (uint32_t i = 0; i < h.size(); ++i) util()->hwTableEntryDel(*hwTable(), h.base_ + i);
+      for (uint32_t i = 0; i < h.size(); ++i) {
+         util()->hwTableEntryDel(*hwTable(), h.base_ + i);
+         rowChanged(h.base_ + i);
+      }
    }
    ranges_.rangeDel(h.base_, h.size());
    byBase_.erase(h.base_);

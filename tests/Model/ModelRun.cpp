@@ -271,15 +271,10 @@ public:
       for (uint32_t adj = 1; adj <= adjCount; ++adj)
          if (auto h = sys_.underlay().entryWeakRef(test::adj(adj)))
             underlayIndices.insert(std::to_string(h->hwIndex()));
-      // Rows a restart found and nothing has claimed since do not keep what
-      // they name alive (a known defect, see the header): they are left to
-      // the reconcile.
       auto rows = [&](HwTable t, auto&& f) {
          auto hw = sys_.hw(t);
-         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
-            const std::string* row = hw->row(i);
-            if (row && !(stale(t, i) && knownDefectsExcused())) f(i, *row);
-         }
+         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+            if (const std::string* row = hw->row(i)) f(i, *row);
       };
       const std::vector<HwTable> interfaces = hwTables(Table::interface);
       rows(HwTable::nextHop, [&](Asic::Index i, const std::string& row) {
@@ -300,6 +295,9 @@ public:
          if (!used(HwTable::nextHop, field(row, "nextHopIdx")))
             fail("dangling: member row ", i, " names next-hop row ", field(row, "nextHopIdx"),
                  ", which is clear");
+         // A member row a restart found holds no underlay group (a known
+         // defect, see the header) until the reconcile.
+         if (stale(HwTable::member, i) && knownDefectsExcused()) return;
          const std::string u = field(row, "underlayIdx");
          if (field(row, "resolved") == "True" && u != std::to_string(Asic::invalidIndex) &&
              !underlayIndices.count(u))
