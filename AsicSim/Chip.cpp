@@ -99,17 +99,19 @@ Orb::Optional<Asic::Index> Util::hwTableEntryIndexField(const Asic::HwTable& hwT
                                                         std::string_view field) const {
    const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
    if (!row) return {};
-   std::string tag;
-   tag.reserve(field.size() + 4);
-   tag.append("'").append(field).append("': ");
-   const size_t at = row->find(tag);
-   if (at == std::string::npos) return {};
-   const char* first = row->data() + at + tag.size();
-   const char* last = row->data() + row->size();
-   Asic::Index value = 0;
-   const auto [end, error] = std::from_chars(first, last, value);
-   if (error != std::errc() || end == first) return {};
-   return value;
+   const std::string_view text(*row);
+   // The name quoted and followed by ": ", without building the pattern.
+   for (size_t at = text.find(field); at != std::string_view::npos; at = text.find(field, at + 1)) {
+      const size_t after = at + field.size();
+      if (at == 0 || text[at - 1] != '\'' || text.substr(after, 3) != "': ") continue;
+      const char* first = text.data() + after + 3;
+      const char* last = text.data() + text.size();
+      Asic::Index value = 0;
+      const auto [end, error] = std::from_chars(first, last, value);
+      if (error != std::errc() || end == first) return {};
+      return value;
+   }
+   return {};
 }
 
 void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,

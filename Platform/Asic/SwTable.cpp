@@ -129,16 +129,20 @@ void WriteResponseSm::writeResponseIs(HwRequestId id, Index index, WriteStatus s
 }
 
 void SwTable::recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held) {
-   if (held) recoveredRowHold_.insert_or_assign(row, std::move(held));
+   if (!held || row >= numEntries()) return;
+   if (recoveredRowHold_.empty()) recoveredRowHold_.resize(numEntries());
+   if (!recoveredRowHold_[row]) ++recoveredRowHolds_;
+   recoveredRowHold_[row] = std::move(held);
 }
 
-// The hold goes after the map no longer has it: letting go may start the
+// The hold goes after the table no longer has it: letting go may start the
 // held entry's clean-up, which may change other rows.
 void SwTable::recoveredRowHoldRelease(Index row) {
-   auto it = recoveredRowHold_.find(row);
-   if (it == recoveredRowHold_.end()) return;
-   Brio::Ptr<const SwTableBase::EntryHandle> gone = std::move(it->second);
-   recoveredRowHold_.erase(it);
+   if (row >= recoveredRowHold_.size() || !recoveredRowHold_[row]) return;
+   Brio::Ptr<const SwTableBase::EntryHandle> gone = std::move(recoveredRowHold_[row]);
+   recoveredRowHold_[row] = nullptr;
+   if (--recoveredRowHolds_ == 0)
+      std::vector<Brio::Ptr<const SwTableBase::EntryHandle>>().swap(recoveredRowHold_);
 }
 
 }  // namespace Asic

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "Asic/HwTable.h"
 #include "Asic/IndexAllocator.h"
@@ -107,10 +107,10 @@ public:
    // written or deleted: the row names it by index only, so without the hold
    // the entry could go, and its index be handed out, under the row.
    void recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held);
-   uint32_t recoveredRowHolds() const { return uint32_t(recoveredRowHold_.size()); }
+   uint32_t recoveredRowHolds() const { return recoveredRowHolds_; }
    // Every write or delete of a row calls this once it is issued.
    void rowChanged(Index row) {
-      if (!recoveredRowHold_.empty()) recoveredRowHoldRelease(row);
+      if (recoveredRowHolds_) recoveredRowHoldRelease(row);
    }
 
 protected:
@@ -127,7 +127,9 @@ protected:
 private:
    void recoveredRowHoldRelease(Index row);
 
-   std::unordered_map<Index, Brio::Ptr<const SwTableBase::EntryHandle>> recoveredRowHold_;
+   // By row; sized at the first hold, let go with the last.
+   std::vector<Brio::Ptr<const SwTableBase::EntryHandle>> recoveredRowHold_;
+   uint32_t recoveredRowHolds_ = 0;
    Brio::Ptr<const MeridCentral::ChipInfo> chipInfo_;
    Brio::Ptr<Ledger::EntityManager> ldgrEm_;
    Brio::Ptr<HwTable> hwTable_;
