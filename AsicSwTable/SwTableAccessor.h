@@ -80,6 +80,7 @@ struct SwTable::Accessor {
       return elementIs(t, t.data_.entryHandle, key, SwTable::entryHandleAttr, [&] {
          HandlePtr h(new Handle(key, &t));
          t.data_.resolvedEntry.adopt(*h);
+         if (IndexPins* pins = t.indexPinsActive()) pins->handleIs(heldIndex(t, key), h);
          return h;
       });
    }

@@ -334,6 +334,8 @@ Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandle(const Key
 Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandleIs(const Key& key) {
    if (auto h = entryHandle(key)) return h;
    Brio::Ptr<EntryHandle> h(new EntryHandle(key, this));
+   if (Asic::IndexPins* pins = indexPinsActive())
+      if (indexAllocator_) pins->handleIs(indexAllocator_->indexForKey(key), h);
    entryHandle_.emplace(key, h);
    publisher_.notify(Asic::SwTable::entryHandleAttr, Brio::KeyRef(key));
    return h;

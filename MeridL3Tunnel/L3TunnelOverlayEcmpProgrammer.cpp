@@ -174,8 +174,10 @@ void L3TunnelOverlayEcmpProgrammer::recoverTables(
    recoverGroup.recover();
    for (auto* t : tables) t->doPublishHwTableMountInfo();
    ecmpGroup1TableFind();
+   // Before the drop entry, the first handle: a pin is a count until the
+   // table makes the pinned entry's handle.
+   recoveredRowPinsIs();
    programReservedTunnelDropEntry();
-   recoveredRowHoldsIs();
 }
 
 namespace {
@@ -189,37 +191,56 @@ void recoveredRowsNaming(const Asic::SwTable& table, std::string_view field, F&&
          f(i, *named);
 }
 
+// Pins `index` of `named` for `row` of `rows`. The named table has no
+// handles yet: it holds each pinned entry's handle as it makes it.
+template <class Named>
+void recoveredRowPinIs(Asic::SwTable& rows, Asic::Index row, Named& named, Asic::Index index) {
+   ORB_ASSERT(named.entryHandles() == 0) << named.name() << " has handles before its pins";
+   rows.recoveredRowPinIs(row, named.indexPins(), index);
+}
+
 }  // namespace
 
 // A row found at the recovery and not yet claimed by the replay names entries
 // by index only, which holds nothing: the replay could let such an entry go,
-// deleting its row and freeing its index under the row naming it. So the
-// table of each such row holds what the row names until the row is written
-// or deleted (by the replay, or by the reconcile).
-void L3TunnelOverlayEcmpProgrammer::recoveredRowHoldsIs() {
-   auto& nh = l3TunnelIngL3NextHopTable_;
+// deleting its row and freeing its index under the row naming it. So each
+// such row pins what it names until the row is written or deleted (by the
+// replay, or by the reconcile).
+void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
+   auto& nh = *l3TunnelIngL3NextHopTable_;
    recoveredRowsNaming(*l3EcmpMember0Table_, "nextHopIdx", [&](Asic::Index i, Asic::Index named) {
-      if (auto k = nh->swKeyFromHwIndex(named))
-         l3EcmpMember0Table_->recoveredRowHoldIs(i, nh->entryHold(*k));
+      recoveredRowPinIs(*l3EcmpMember0Table_, i, nh, named);
    });
-   const L3TunnelKey drop = getTunnelDropKey();
-   recoveredRowsNaming(*nh, "l3Oif1", [&](Asic::Index i, Asic::Index named) {
-      auto k = nh->swKeyFromHwIndex(i);
-      if (!k || *k == drop) return;  // the drop entry names no interface
-      if (l3InterfaceTable_) {
-         if (auto key = l3InterfaceTable_->swKeyFromHwIndex(named))
-            nh->recoveredRowHoldIs(i, l3InterfaceTable_->entryWeakRef(*key));
-      } else if (auto key = l3TunnelEgrL3Oif1Table_->swKeyFromHwIndex(named)) {
-         nh->recoveredRowHoldIs(i, l3TunnelEgrL3Oif1Table_->entryHold(*key));
-      }
+   // And their underlay groups, whose table the sibling component has filled
+   // already: each pinned group's handle is held at once.
+   if (ecmpGroup1Table_) {
+      const auto groups = ecmpGroup1Table_->entryByIndex();
+      const auto pins = ecmpGroup1Table_->indexPins();
+      recoveredRowsNaming(*l3EcmpMember0Table_, "underlayIdx",
+                          [&](Asic::Index i, Asic::Index named) {
+                             if (named >= groups.size() || !groups[named]) return;
+                             l3EcmpMember0Table_->recoveredRowPinIs(i, pins, named);
+                             pins->handleIs(named, groups[named]);
+                          });
+   }
+   // The drop entry names no interface.
+   const Asic::Index drop = nh.indexAllocator()
+                                ? nh.indexAllocator()->indexForKey(getTunnelDropKey())
+                                : Asic::invalidIndex;
+   recoveredRowsNaming(nh, "l3Oif1", [&](Asic::Index i, Asic::Index named) {
+      if (i == drop) return;
+      if (l3InterfaceTable_)
+         recoveredRowPinIs(nh, i, *l3InterfaceTable_, named);
+      else
+         recoveredRowPinIs(nh, i, *l3TunnelEgrL3Oif1Table_, named);
    });
    // Interface rows name tunnels, which all go to the IPv4 tunnel table.
-   auto& v4 = l3EgrL3Ipv4TunnelTable_;
+   auto& v4 = *l3EgrL3Ipv4TunnelTable_;
    Asic::SwTable& oif = l3InterfaceTable_
                             ? static_cast<Asic::SwTable&>(*l3InterfaceTable_->egrL3Oif1Table())
                             : static_cast<Asic::SwTable&>(*l3TunnelEgrL3Oif1Table_);
    recoveredRowsNaming(oif, "tunnelIdx", [&](Asic::Index i, Asic::Index named) {
-      if (auto k = v4->swKeyFromHwIndex(named)) oif.recoveredRowHoldIs(i, v4->entryHold(*k));
+      recoveredRowPinIs(oif, i, v4, named);
    });
 }
 

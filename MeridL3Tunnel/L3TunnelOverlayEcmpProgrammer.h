@@ -117,7 +117,7 @@ private:
    void initTable(Table& table, const Brio::Ptr<const MeridCentral::ChipInfo>& chipInfo);
    void requireModuleInfo() const;
    void ecmpGroup1TableFind();
-   void recoveredRowHoldsIs();
+   void recoveredRowPinsIs();
 
    // Declaration order is the order of the attributes; destruction releases
    // them in reverse.

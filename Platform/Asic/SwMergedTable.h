@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "Asic/IndexAllocator.h"
+#include "Asic/IndexPins.h"
 #include "Asic/SwTable.h"
 #include "Asic/UnresolvedEntry.h"
 
@@ -14,6 +15,7 @@ namespace Asic {
 class SwMergedTable : public SwTableBase,
                       public Brio::PtrInterface,
                       public IndexKeyHolder,
+                      public IndexPinned,
                       public Orb::EntityPb {
 public:
    // A merged write waiting for its member entries.

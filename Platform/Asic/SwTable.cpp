@@ -1,9 +1,12 @@
 #include "Asic/SwTable.h"
 
+#include <algorithm>
 #include <ostream>
+#include <utility>
 
 #include "Asic/SwTableUtil.h"
 #include "Asic/WriteResponseSm.h"
+#include "Orb/Assert.h"
 
 namespace Asic {
 
@@ -128,21 +131,42 @@ void WriteResponseSm::writeResponseIs(HwRequestId id, Index index, WriteStatus s
    table_->doHandleWriteResponse(id, index, status);
 }
 
-void SwTable::recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held) {
-   if (!held || row >= numEntries()) return;
-   if (recoveredRowHold_.empty()) recoveredRowHold_.resize(numEntries());
-   if (!recoveredRowHold_[row]) ++recoveredRowHolds_;
-   recoveredRowHold_[row] = std::move(held);
+void SwTable::recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index) {
+   if (!named || row >= numEntries() || !isValidIndex(index)) return;
+   auto pins = std::find_if(recoveredRowPin_.begin(), recoveredRowPin_.end(),
+                            [&](const RowPins& p) { return p.named == named; });
+   if (pins == recoveredRowPin_.end())
+      pins = recoveredRowPin_.insert(
+          pins, RowPins{named, std::vector<Index>(numEntries(), invalidIndex), 0});
+   Index& pin = pins->byRow[row];
+   if (pin == index) return;
+   named->pinIs(index);
+   if (isValidIndex(pin)) {
+      named->pinDel(std::exchange(pin, index));
+   } else {
+      pin = index;
+      ++pins->rows;
+      ++recoveredRowPins_;
+   }
 }
 
-// The hold goes after the table no longer has it: letting go may start the
-// held entry's clean-up, which may change other rows.
-void SwTable::recoveredRowHoldRelease(Index row) {
-   if (row >= recoveredRowHold_.size() || !recoveredRowHold_[row]) return;
-   Brio::Ptr<const SwTableBase::EntryHandle> gone = std::move(recoveredRowHold_[row]);
-   recoveredRowHold_[row] = nullptr;
-   if (--recoveredRowHolds_ == 0)
-      std::vector<Brio::Ptr<const SwTableBase::EntryHandle>>().swap(recoveredRowHold_);
+// The pins go after the table no longer has them: letting go may start a
+// named entry's clean-up, which may change other rows.
+void SwTable::recoveredRowPinDel(Index row) {
+   std::vector<std::pair<Brio::Ptr<IndexPins>, Index>> gone;
+   for (auto pins = recoveredRowPin_.begin(); pins != recoveredRowPin_.end();) {
+      if (row < pins->byRow.size() && isValidIndex(pins->byRow[row])) {
+         gone.emplace_back(pins->named, std::exchange(pins->byRow[row], invalidIndex));
+         --recoveredRowPins_;
+         if (--pins->rows == 0) {
+            pins = recoveredRowPin_.erase(pins);
+            continue;
+         }
+      }
+      ++pins;
+   }
+   if (recoveredRowPin_.empty()) std::vector<RowPins>().swap(recoveredRowPin_);
+   for (auto& [named, index] : gone) named->pinDel(index);
 }
 
 }  // namespace Asic

@@ -13,6 +13,7 @@
 
 #include "Asic/HwTable.h"
 #include "Asic/IndexAllocator.h"
+#include "Asic/IndexPins.h"
 #include "Asic/SwTableBase.h"
 #include "Asic/UnresolvedEntry.h"
 #include "Brio/Ptr.h"
@@ -35,6 +36,7 @@ constexpr AutoRemoveType needsExplicitRemove() { return AutoRemoveType::needsExp
 class SwTable : public SwTableBase,
                 public Brio::PtrInterface,
                 public IndexKeyHolder,
+                public IndexPinned,
                 public Orb::EntityPb {
 public:
    class EntryHandle;
@@ -103,14 +105,14 @@ public:
 
    std::string_view allocatorHolderName() const override { return name(); }
 
-   // An entry that a row found at the recovery names, held until the row is
-   // written or deleted: the row names it by index only, so without the hold
-   // the entry could go, and its index be handed out, under the row.
-   void recoveredRowHoldIs(Index row, Brio::Ptr<const SwTableBase::EntryHandle> held);
-   uint32_t recoveredRowHolds() const { return recoveredRowHolds_; }
+   // A row found at the recovery names `index` of the table `named` pins
+   // (see IndexPins), until the row is written or deleted. A row may pin one
+   // index in each of several tables.
+   void recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index);
+   uint32_t recoveredRowPins() const { return recoveredRowPins_; }
    // Every write or delete of a row calls this once it is issued.
    void rowChanged(Index row) {
-      if (recoveredRowHolds_) recoveredRowHoldRelease(row);
+      if (recoveredRowPins_) recoveredRowPinDel(row);
    }
 
 protected:
@@ -125,11 +127,17 @@ protected:
    Brio::Publisher publisher_;
 
 private:
-   void recoveredRowHoldRelease(Index row);
+   void recoveredRowPinDel(Index row);
 
-   // By row; sized at the first hold, let go with the last.
-   std::vector<Brio::Ptr<const SwTableBase::EntryHandle>> recoveredRowHold_;
-   uint32_t recoveredRowHolds_ = 0;
+   // The found rows' pins in one named table: by row, the index pinned.
+   struct RowPins {
+      Brio::Ptr<IndexPins> named;
+      std::vector<Index> byRow;
+      uint32_t rows = 0;
+   };
+   // One per named table; let go with their last pin.
+   std::vector<RowPins> recoveredRowPin_;
+   uint32_t recoveredRowPins_ = 0;
    Brio::Ptr<const MeridCentral::ChipInfo> chipInfo_;
    Brio::Ptr<Ledger::EntityManager> ldgrEm_;
    Brio::Ptr<HwTable> hwTable_;

@@ -53,4 +53,14 @@ EcmpGroup1Table::EntryHandlePtrConst EcmpGroup1Table::entryWeakRef(const Key& ke
    return it == groups_.end() ? nullptr : EntryHandlePtrConst(it->second);
 }
 
+std::vector<EcmpGroup1Table::EntryHandlePtrConst> EcmpGroup1Table::entryByIndex() const {
+   std::vector<EntryHandlePtrConst> byIndex;
+   for (auto& [key, h] : groups_) {
+      if (!h->isHwIndexValid()) continue;
+      if (h->hwIndex() >= byIndex.size()) byIndex.resize(size_t(h->hwIndex()) + 1);
+      byIndex[h->hwIndex()] = h;
+   }
+   return byIndex;
+}
+
 }  // namespace MeridL3Tunnel

@@ -8,13 +8,16 @@
 // group holds one index of the table while it exists. A removed group's handle
 // is left unresolved with no index, but the index itself stays taken until the
 // last holder of the handle lets go: member rows written with it still name
-// it, and a new group must not take it under them.
+// it, and a new group must not take it under them. Member rows found at a
+// restart name groups by index only; they pin them (see IndexPins).
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Asic/IndexAllocator.h"
+#include "Asic/IndexPins.h"
 #include "Asic/SwTableBase.h"
 #include "MeridL3Common/L3AdjIdKey.h"
 #include "Orb/Entity.h"
@@ -23,7 +26,7 @@
 #pragma GCC visibility push(default)
 namespace MeridL3Tunnel {
 
-class EcmpGroup1Table final : public Orb::Entity {
+class EcmpGroup1Table final : public Orb::Entity, public Asic::IndexPinned {
 public:
    static constexpr std::string_view typeName = "MeridL3Tunnel::EcmpGroup1Table";
    static constexpr std::string_view mountPath = "l3/swTable/shared/destination/ecmp";
@@ -45,8 +48,12 @@ public:
    // The group's handle, or null when there is no such group.
    EntryHandlePtrConst entryWeakRef(const Key& key) const;
    bool entryHas(const Key& key) const { return groups_.count(key) != 0; }
+   // The groups' handles by their index, for rows naming groups by index.
+   std::vector<EntryHandlePtrConst> entryByIndex() const;
    uint32_t entrys() const { return uint32_t(groups_.size()); }
    uint32_t indexCount() const { return allocator_->indexCount(); }
+   // Taken by a group, or by a removed group's handle someone still holds.
+   bool indexTaken(Asic::Index index) const { return allocator_->held(index); }
 
 private:
    struct KeyHash {

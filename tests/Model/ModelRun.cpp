@@ -6,7 +6,6 @@
 #include <array>
 #include <bit>
 #include <charconv>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -97,16 +96,6 @@ std::optional<Asic::Index> indexOf(const std::string& text) {
    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), i);
    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
    return i;
-}
-
-// MODEL_KNOWN_DEFECTS=fail turns the excuses for the reported, unfixed
-// defects (see ReferenceModel.h) into violations, to reproduce them.
-bool knownDefectsExcused() {
-   static const bool excused = [] {
-      const char* e = std::getenv("MODEL_KNOWN_DEFECTS");
-      return !e || std::string(e) != "fail";
-   }();
-   return excused;
 }
 
 }  // namespace
@@ -295,14 +284,17 @@ public:
          if (!used(HwTable::nextHop, field(row, "nextHopIdx")))
             fail("dangling: member row ", i, " names next-hop row ", field(row, "nextHopIdx"),
                  ", which is clear");
-         // A member row a restart found holds no underlay group (a known
-         // defect, see the header) until the reconcile.
-         if (stale(HwTable::member, i) && knownDefectsExcused()) return;
          const std::string u = field(row, "underlayIdx");
-         if (field(row, "resolved") == "True" && u != std::to_string(Asic::invalidIndex) &&
-             !underlayIndices.count(u))
+         if (field(row, "resolved") != "True" || u == std::to_string(Asic::invalidIndex)) return;
+         // A found row pins its group: the group may go, its index stays taken.
+         if (stale(HwTable::member, i)) {
+            if (auto index = indexOf(u); !index || !sys_.underlay().indexTaken(*index))
+               fail("dangling: found member row ", i, " names underlay index ", u,
+                    ", which is free");
+         } else if (!underlayIndices.count(u)) {
             fail("dangling: member row ", i, " names underlay index ", u,
                  ", which no underlay group holds");
+         }
       });
    }
    uint32_t excused = 0;

@@ -46,10 +46,8 @@
 // (every group released, every commitment removed) only the drop row may.
 //
 // Where it is weaker, deliberately:
-//  - rows a restart found stay allowed until the reconcile, and the underlay
-//    group a found member row names unchecked: the programmer holds what such
-//    rows name in its own tables, but not the underlay groups of the table
-//    it does not own;
+//  - rows a restart found stay allowed until the reconcile (what they name,
+//    underlay groups included, must still be there);
 //  - member rows keep the underlay index they were written with (the
 //    underlay table keeps a deleted group's index taken while its handle is
 //    held); the agent here hands over again every group whose underlay group
