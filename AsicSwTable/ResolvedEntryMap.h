@@ -35,19 +35,18 @@ public:
       Iter(HandleIt h, HandleIt hEnd, LooseIt l, LooseIt lEnd)
           : h_(h), hEnd_(hEnd), l_(l), lEnd_(lEnd) {
          skip();
-         settle();
       }
-      Iter(const Iter& o) : h_(o.h_), hEnd_(o.hEnd_), l_(o.l_), lEnd_(o.lEnd_) { settle(); }
+      Iter(const Iter& o) : h_(o.h_), hEnd_(o.hEnd_), l_(o.l_), lEnd_(o.lEnd_) {}
       Iter& operator=(const Iter& o) {
          h_ = o.h_;
          hEnd_ = o.hEnd_;
          l_ = o.l_;
          lEnd_ = o.lEnd_;
-         settle();
+         node_.reset();
          return *this;
       }
-      Node& operator*() const { return *node_; }
-      Node* operator->() const { return &*node_; }
+      Node& operator*() const { return node(); }
+      Node* operator->() const { return &node(); }
       Iter& operator++() {
          if (h_ != hEnd_) {
             ++h_;
@@ -55,7 +54,7 @@ public:
          } else {
             ++l_;
          }
-         settle();
+         node_.reset();
          return *this;
       }
       friend bool operator==(const Iter& a, const Iter& b) { return a.h_ == b.h_ && a.l_ == b.l_; }
@@ -65,13 +64,16 @@ public:
       void skip() {
          while (h_ != hEnd_ && !h_->second->heldValue().held) ++h_;
       }
-      // The node holds references, so it is rebuilt from the position.
-      void settle() {
-         node_.reset();
-         if (h_ != hEnd_)
-            node_.emplace(Node{h_->second->key(), h_->second->heldValue().value});
-         else if (l_ != lEnd_)
-            node_.emplace(Node{l_->first, const_cast<mapped_type&>(l_->second)});
+      // The node holds references, so it is built from the position, and only
+      // when read: most finds are compared with end() and nothing more.
+      Node& node() const {
+         if (!node_) {
+            if (h_ != hEnd_)
+               node_.emplace(Node{h_->second->key(), h_->second->heldValue().value});
+            else
+               node_.emplace(Node{l_->first, const_cast<mapped_type&>(l_->second)});
+         }
+         return *node_;
       }
 
       HandleIt h_;
@@ -100,12 +102,12 @@ public:
    iterator find(const Key& key) {
       auto h = handles_.find(key);
       if (h != handles_.end()) return h->second->heldValue().held ? at(h, loose_.end()) : end();
-      return at(handles_.end(), loose_.find(key));
+      return at(handles_.end(), loose_.empty() ? loose_.end() : loose_.find(key));
    }
    const_iterator find(const Key& key) const {
       auto h = chandles().find(key);
       if (h != chandles().end()) return h->second->heldValue().held ? at(h, loose_.end()) : end();
-      return at(chandles().end(), loose_.find(key));
+      return at(chandles().end(), loose_.empty() ? loose_.end() : loose_.find(key));
    }
    std::size_t count(const Key& key) const { return find(key) == end() ? 0 : 1; }
 
