@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "AgentSetup.h"
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
@@ -199,21 +200,13 @@ public:
    HandlePtr underlayHandle;
 };
 
-// The overlay programmer on its rig, with four underlay groups.
-class ProgrammerRig : public Rig {
+// The overlay programmer on its rig, set up as the agent does, with four
+// underlay groups.
+class ProgrammerRig : public Rig, public L3TunnelTool::AgentSetup {
 public:
    explicit ProgrammerRig(uint32_t rows) : Rig(rows) {
-      auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-      modules->modIdIs(L3TunnelOverlayEcmpProgrammer::tableUnit, 0);
-      fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-      fcsd->logicalModInfosIs(modules);
-      localEm = Brio::makePtr<Local::EntityManager>();
-      groups = Brio::makePtr<EcmpGroup1Table>();
-      localEm->entityIs(EcmpGroup1Table::mountPath, groups);
-      for (uint32_t id = 1; id <= 4; ++id) groups->entryIs(adj(id));
-      programmer = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledger);
-      programmer->doMountHwTableMountInfo(mounts);
-      programmer->initTables(chipInfo);
+      begin(4);
+      programmerIs(chipInfo, ledger, false);
       runLoop();
    }
    ~ProgrammerRig() {
@@ -232,12 +225,6 @@ public:
    uint32_t usedRows(std::string_view name) const {
       return used(name, L3TunnelOverlayEcmpProgrammer::tableUnit);
    }
-
-   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd;
-   Brio::Ptr<Local::EntityManager> localEm;
-   Brio::Ptr<EcmpGroup1Table> groups;
-   Ledger::MountGroup mounts;
-   Brio::Ptr<L3TunnelOverlayEcmpProgrammer> programmer;
 };
 
 // Fixed iteration counts of the long benchmarks; L3TUNNEL_BENCH_ITERATIONS

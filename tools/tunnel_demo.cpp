@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "AgentSetup.h"
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
@@ -122,22 +123,11 @@ int main() {
          L3EgrL3Ipv6TunnelTable::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName})
       chipInfo->tableSizeIs(name, 64);
 
-   // What the agent has before it loads the library.
-   auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-   modules->modIdIs(unit, 0);
-   auto fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-   fcsd->logicalModInfosIs(modules);
-   auto localEm = Brio::makePtr<Local::EntityManager>();
-   auto underlay = Brio::makePtr<EcmpGroup1Table>();
-   for (uint32_t id = 1; id <= 3; ++id)
-      underlay->entryIs({id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp});
-   localEm->entityIs(EcmpGroup1Table::mountPath, underlay);
-   auto ledgerEm = Brio::makePtr<Ledger::EntityManager>();
-
-   auto programmer = l3TunnelOverlayEcmpProgrammerFactory(fcsd, localEm, ledgerEm);
-   Ledger::MountGroup mounts;
-   programmer->doMountHwTableMountInfo(mounts);
-   programmer->initTables(chipInfo);
+   // What the agent has before it loads the library, and the library set up.
+   L3TunnelTool::AgentSetup agent;
+   agent.begin(3);
+   agent.programmerIs(chipInfo, Brio::makePtr<Ledger::EntityManager>(), false);
+   auto& programmer = agent.programmer;
    auto& loop = Brio::EventLoop::instance();
 
    std::cout << "CommonIifOifIndex is "

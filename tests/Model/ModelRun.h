@@ -19,8 +19,9 @@
 #include <vector>
 
 #include "Asic/SwTableBase.h"
+#include "AsicSim/Chip.h"
 #include "Model/ModelOps.h"
-#include "support/AgentSetup.h"
+#include "support/Setup.h"
 
 namespace model {
 

@@ -10,7 +10,7 @@
 #include "Brio/EventLoop.h"
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
-#include "support/AgentSetup.h"
+#include "support/Setup.h"
 #include "support/InvariantChecker.h"
 
 namespace test {

@@ -11,7 +11,7 @@
 
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Plx/NextHopEntryType.h"
-#include "support/AgentSetup.h"
+#include "support/Setup.h"
 #include "support/SimFixture.h"
 
 namespace test {

@@ -103,7 +103,7 @@ Agent::~Agent() {
 
 // The programmer lets its tables go in an order that deletes no row, so the
 // groups' blocks dropped after it delete none either.
-void Agent::programmerDel() { programmer_ = nullptr; }
+void Agent::programmerDel() { setup_.programmer = nullptr; }
 
 bool Agent::commonIifOifIndex() const { return L3TunnelOverlayEcmpProgrammer::commonIifOifIndex(); }
 
@@ -135,26 +135,13 @@ void Agent::softwareIs() {
       profile->featureIs(Brio::makePtr<MeridL3Unicast::L3NextHopAttributes>(false));
       chipInfo_->chipProfileIs(profile);
    }
-   auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
-   modules->modIdIs(unit, 0);
-   fcsd_ = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
-   fcsd_->logicalModInfosIs(modules);
-   localEm_ = Brio::makePtr<Local::EntityManager>();
-   underlay_ = Brio::makePtr<MeridL3Tunnel::EcmpGroup1Table>();
-   for (const auto& key : scenario_.underlay) underlay_->entryIs(key);
-   localEm_->entityIs(MeridL3Tunnel::EcmpGroup1Table::mountPath, underlay_);
+   setup_.begin(scenario_.underlay);
    ledgerEm_ = Brio::makePtr<Ledger::EntityManager>();
-   mounts_ = Ledger::MountGroup();
 }
 
 void Agent::start(bool recover) {
    softwareIs();
-   programmer_ = MeridL3Tunnel::l3TunnelOverlayEcmpProgrammerFactory(fcsd_, localEm_, ledgerEm_);
-   programmer_->doMountHwTableMountInfo(mounts_);
-   if (recover)
-      programmer_->recoverTables(chipInfo_);
-   else
-      programmer_->initTables(chipInfo_);
+   setup_.programmerIs(chipInfo_, ledgerEm_, recover);
 }
 
 // Everything in software goes, the chip keeps its rows.
@@ -164,9 +151,7 @@ void Agent::restart() {
    groupVias_.clear();
    settle();
    ledgerEm_ = nullptr;
-   localEm_ = nullptr;
-   underlay_ = nullptr;
-   fcsd_ = nullptr;
+   setup_.end();
    chipInfo_ = nullptr;
    start(true);
 }
@@ -176,7 +161,7 @@ void Agent::stepRun(const Step& step) {
       case Step::Op::program: {
          auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
          for (const auto& v : step.vias) list->viaPush(v);
-         HandlePtr block = programmer_->populateOverlayEcmpBlock(list);
+         HandlePtr block = setup_.programmer->populateOverlayEcmpBlock(list);
          // Taken before the old block is let go, so that what both share stays.
          HandlePtr old = std::move(groups_[step.group]);
          groups_[step.group] = std::move(block);
@@ -192,7 +177,7 @@ void Agent::stepRun(const Step& step) {
          restart();
          break;
       case Step::Op::reconcile:
-         programmer_->purgeStaleEntries();
+         setup_.programmer->purgeStaleEntries();
          break;
    }
 }

@@ -11,14 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "AgentSetup.h"
 #include "Asic/SwTableBase.h"
 #include "AsicSim/Chip.h"
 #include "Brio/Ptr.h"
 #include "Ledger/EntityManager.h"
-#include "Ledger/MountGroup.h"
-#include "Local/EntityManager.h"
 #include "MeridCentral/ChipInfo.h"
-#include "MeridCentral/FeatureAgentCommonSmData.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Scenario.h"
 
@@ -54,7 +52,7 @@ public:
    // For tests that steer the chip (faults, responses, the row journal).
    AsicSim::Chip& chip() { return *chip_; }
    const MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer* programmer() const {
-      return programmer_.ptr();
+      return setup_.programmer.ptr();
    }
    // Groups that hold a block, by name.
    const std::map<std::string, HandlePtr>& groups() const { return groups_; }
@@ -73,12 +71,8 @@ private:
    Brio::Ptr<AsicSim::Chip> chip_;
    // The agent's software: destroyed and made again by a restart.
    Brio::Ptr<MeridCentral::ChipInfo> chipInfo_;
-   Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd_;
-   Brio::Ptr<Local::EntityManager> localEm_;
-   Brio::Ptr<MeridL3Tunnel::EcmpGroup1Table> underlay_;
    Brio::Ptr<Ledger::EntityManager> ledgerEm_;
-   Ledger::MountGroup mounts_;
-   Brio::Ptr<MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer> programmer_;
+   AgentSetup setup_;
    std::map<std::string, HandlePtr> groups_;
    std::map<std::string, Vias> groupVias_;
 };

@@ -1,29 +1,34 @@
 #pragma once
-// The overlay ECMP programmer on the simulated chip, set up as the agent sets
-// it up: common state with module information, the shared underlay group
-// table at its mount path, mount information registered, tables initialised
-// or recovered. Shared by the fixtures and the model runs (no gtest here).
-#include <string>
+// The overlay ECMP programmer set up as the agent sets it up: common state
+// with module information, the shared underlay group table at its mount path,
+// mount information registered, tables initialised or recovered. Header-only
+// and std-only, so that the agent here, the tests and the benchmarks set the
+// library up one way.
+#include <cstdint>
+#include <vector>
 
-#include "AsicSim/Chip.h"
+#include "Brio/Ptr.h"
 #include "Ledger/EntityManager.h"
 #include "Ledger/MountGroup.h"
 #include "Local/EntityManager.h"
 #include "MeridCentral/ChipInfo.h"
 #include "MeridCentral/FeatureAgentCommonSmData.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
+#include "SharedL3/EcmpGroup1Table.h"
 
-namespace test {
-
-inline MeridL3Common::L3AdjIdKey adj(uint32_t id) {
-   return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
-}
+namespace L3TunnelTool {
 
 struct AgentSetup {
    using Programmer = MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer;
+   using UnderlayKey = MeridL3Tunnel::EcmpGroup1Table::Key;
 
-   // Underlay groups adj1..adj`groupCount` exist.
-   void begin(uint32_t groupCount) {
+   // The underlay group of ECMP adjacency `id`.
+   static UnderlayKey adj(uint32_t id) {
+      return {id, MeridL3Common::L3AdjIdKeyType::adjIdTypeEcmp};
+   }
+
+   // Common state, and the underlay table holding `groups`.
+   void begin(const std::vector<UnderlayKey>& groups) {
       auto modules = Brio::makePtr<MeridCentral::LogicalModInfos>();
       modules->modIdIs(Programmer::tableUnit, 0);
       fcsd = Brio::makePtr<MeridCentral::FeatureAgentCommonSmData>();
@@ -31,7 +36,13 @@ struct AgentSetup {
       localEm = Brio::makePtr<Local::EntityManager>();
       underlay = Brio::makePtr<MeridL3Tunnel::EcmpGroup1Table>();
       localEm->entityIs(MeridL3Tunnel::EcmpGroup1Table::mountPath, underlay);
-      for (uint32_t id = 1; id <= groupCount; ++id) underlay->entryIs(adj(id));
+      for (const auto& key : groups) underlay->entryIs(key);
+   }
+   // The same with the groups of adjacencies 1..`groupCount`.
+   void begin(uint32_t groupCount) {
+      std::vector<UnderlayKey> groups;
+      for (uint32_t id = 1; id <= groupCount; ++id) groups.push_back(adj(id));
+      begin(groups);
    }
 
    // A new programmer over `ledger`: fresh tables, or tables recovered from
@@ -47,6 +58,13 @@ struct AgentSetup {
          programmer->initTables(chipInfo);
    }
 
+   // Everything but the programmer, which its owner lets go first.
+   void end() {
+      underlay = nullptr;
+      localEm = nullptr;
+      fcsd = nullptr;
+   }
+
    Brio::Ptr<MeridCentral::FeatureAgentCommonSmData> fcsd;
    Brio::Ptr<Local::EntityManager> localEm;
    Brio::Ptr<MeridL3Tunnel::EcmpGroup1Table> underlay;
@@ -54,4 +72,4 @@ struct AgentSetup {
    Brio::Ptr<Programmer> programmer;
 };
 
-}  // namespace test
+}  // namespace L3TunnelTool
