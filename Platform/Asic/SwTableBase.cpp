@@ -1,10 +1,10 @@
 #include "Asic/SwTableBase.h"
 
-#include <algorithm>
 #include <cctype>
 #include <ostream>
 #include <stdexcept>
-#include <vector>
+
+#include "Orb/PointerSet.h"
 
 namespace Asic {
 
@@ -57,60 +57,17 @@ std::ostream& operator<<(std::ostream& os, SwTableBase::EntryHandle::EntryType t
 }
 
 namespace {
-// An open-addressing set of pointers (linear probing, deletion by backward
-// shift): every handle made and freed passes through it, and a node-based set
-// would allocate for each.
-class HandleSet {
-public:
-   void insert(const void* p) {
-      if ((count_ + 1) * 4 > slots_.size() * 3) grow();
-      size_t i = home(p);
-      while (slots_[i] && slots_[i] != p) i = (i + 1) & mask();
-      if (!slots_[i]) ++count_;
-      slots_[i] = p;
+// Handles found by address. Every handle made and freed passes through the
+// set, so it must not allocate per handle.
+struct AddressTraits {
+   // The high half of a 64-bit address folded in; zero on 32-bit.
+   static uint32_t hash(const void* p) {
+      const uint64_t v = reinterpret_cast<uintptr_t>(p);
+      return uint32_t(v ^ (v >> 32));
    }
-   void erase(const void* p) {
-      if (slots_.empty()) return;
-      size_t i = home(p);
-      while (slots_[i] != p) {
-         if (!slots_[i]) return;
-         i = (i + 1) & mask();
-      }
-      // Pull later members of the probe run back over the hole.
-      for (size_t j = (i + 1) & mask(); slots_[j]; j = (j + 1) & mask()) {
-         const size_t k = home(slots_[j]);
-         const bool stays = i <= j ? (i < k && k <= j) : (i < k || k <= j);
-         if (stays) continue;
-         slots_[i] = slots_[j];
-         i = j;
-      }
-      slots_[i] = nullptr;
-      --count_;
-   }
-   bool contains(const void* p) const {
-      if (slots_.empty() || !p) return false;
-      for (size_t i = home(p); slots_[i]; i = (i + 1) & mask())
-         if (slots_[i] == p) return true;
-      return false;
-   }
-
-private:
-   size_t mask() const { return slots_.size() - 1; }
-   size_t home(const void* p) const {
-      const uint64_t v = uint64_t(reinterpret_cast<uintptr_t>(p)) * 0x9e3779b97f4a7c15ull;
-      return size_t(v >> 32) & mask();
-   }
-   void grow() {
-      std::vector<const void*> old(std::max<size_t>(16, slots_.size() * 2));
-      old.swap(slots_);
-      count_ = 0;
-      for (const void* p : old)
-         if (p) insert(p);
-   }
-
-   std::vector<const void*> slots_;
-   size_t count_ = 0;
+   static bool isEq(const void* a, const void* b) { return a == b; }
 };
+using HandleSet = Orb::PointerSet<const void*, AddressTraits>;
 
 // Live handles, so that a handle's text form can be read back safely.
 HandleSet& liveHandles() {
@@ -119,9 +76,12 @@ HandleSet& liveHandles() {
 }
 }  // namespace
 
-SwTableBase::EntryHandle::EntryHandle() { liveHandles().insert(this); }
+SwTableBase::EntryHandle::EntryHandle() { liveHandles().memberIs(this); }
 
-SwTableBase::EntryHandle::~EntryHandle() { liveHandles().erase(this); }
+SwTableBase::EntryHandle::~EntryHandle() {
+   HandleSet& live = liveHandles();
+   live.memberDel(live.slotFind(this));
+}
 
 // Every row the chip keeps carries a handle's text (null there), so no printf.
 std::string SwTableBase::EntryHandle::handleText(const EntryHandle* h) {
@@ -160,7 +120,7 @@ SwTableBase::EntryHandle::PtrConst SwTableBase::EntryHandle::handleFromText(Orb:
                              std::to_string(start));
    if (!address) return nullptr;
    auto* h = reinterpret_cast<const EntryHandle*>(address);
-   if (!liveHandles().contains(h))
+   if (liveHandles().slotFind(h) == HandleSet::noSlot)
       throw std::range_error("no live entry handle at " + handleText(h));
    return PtrConst(h);
 }

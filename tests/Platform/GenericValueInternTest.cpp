@@ -37,22 +37,22 @@ TEST(GenericValueIntern, EqualValuesShareOtherTypesAndPlainValuesDoNot) {
 }
 
 // Random traffic against a count of live sharers per value: a holder the
-// pool lost, or one it kept after its last sharer went, shows as a wrong
-// sharing count (and, under the sanitizer, as a use after free).
+// pool lost, or one it kept after its last sharer went (a release that took
+// out another holder of the same hash), shows as a wrong sharing count (and,
+// under the sanitizer, as a use after free). The set's own probing is tested
+// in PointerSetTest.
 TEST(GenericValueIntern, RandomTrafficMatchesACountOfSharers) {
-   for (uint32_t seed : {1u, 2u, 3u}) {
-      std::mt19937 rng(seed);
-      std::map<uint32_t, std::vector<Orb::GenericValue>> live;
-      for (uint32_t step = 0; step < 20000; ++step) {
-         const uint32_t id = rng() % 200;
-         auto& sharers = live[id];
-         if (rng() % 2 && !sharers.empty()) {
-            sharers.erase(sharers.begin() + rng() % sharers.size());
-         } else {
-            sharers.push_back(Orb::GenericValue::interned(Key<0>{id}));
-            ASSERT_EQ(sharers.back().sharing(), sharers.size()) << "seed " << seed;
-            ASSERT_EQ(sharers.back().as<Key<0>>(), sharers.front().as<Key<0>>());
-         }
+   std::mt19937 rng(1);
+   std::map<uint32_t, std::vector<Orb::GenericValue>> live;
+   for (uint32_t step = 0; step < 20000; ++step) {
+      const uint32_t id = rng() % 200;
+      auto& sharers = live[id];
+      if (rng() % 2 && !sharers.empty()) {
+         sharers.erase(sharers.begin() + rng() % sharers.size());
+      } else {
+         sharers.push_back(Orb::GenericValue::interned(Key<0>{id}));
+         ASSERT_EQ(sharers.back().sharing(), sharers.size()) << "step " << step;
+         ASSERT_EQ(sharers.back().as<Key<0>>(), sharers.front().as<Key<0>>());
       }
    }
 }
