@@ -13,10 +13,8 @@ command -v g++ >/dev/null || need+=(g++)
 [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
 if [ ${#need[@]} -gt 0 ]; then
    echo "installing: ${need[*]}"
-   sudo_cmd=""
-   [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
-   $sudo_cmd apt-get update -qq
-   DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${need[@]}"
+   . tools/apt.sh
+   apt_install setup.sh "${need[@]}"
 fi
 
 cmake -S . -B build >/dev/null

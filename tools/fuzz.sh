@@ -17,14 +17,10 @@ can_fuzz() {
       clang++ -x c++ -fsanitize=fuzzer,address,undefined -o /dev/null - 2>/dev/null
 }
 if ! can_fuzz; then
-   sudo_cmd=""
-   [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
-   need=()
-   command -v clang++ >/dev/null || need+=(clang)
-   $sudo_cmd apt-get update -qq
-   [ ${#need[@]} -eq 0 ] || DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${need[@]}"
+   . tools/apt.sh
+   command -v clang++ >/dev/null || apt_install fuzz.sh clang
    major="$(clang++ -dumpversion | cut -d. -f1)"
-   DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "libclang-rt-${major}-dev"
+   apt_install fuzz.sh "libclang-rt-${major}-dev"
    can_fuzz || { echo "fuzz.sh: clang cannot build fuzz targets" >&2; exit 1; }
 fi
 

@@ -20,8 +20,8 @@ if [ ${#need[@]} -gt 0 ]; then
    if ! dpkg --print-foreign-architectures | grep -qx i386; then
       $sudo_cmd dpkg --add-architecture i386
    fi
-   $sudo_cmd apt-get update -qq
-   DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${need[@]}" >/dev/null
+   . tools/apt.sh
+   apt_install test-32bit.sh "${need[@]}"
 fi
 
 cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/i386-linux-gnu.cmake" \

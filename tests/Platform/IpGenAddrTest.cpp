@@ -43,7 +43,7 @@ TEST(IpGenAddr, parsesAndPrintsCanonically) {
       EXPECT_EQ(a.stringValue(), c.canonical);
       EXPECT_EQ(IpGenAddr(a.stringValue()), a);
       const std::string strep = Orb::valueToStrep(a);
-      EXPECT_EQ(strep, "'" + std::string(c.canonical) + "'");
+      EXPECT_EQ(strep, std::string("'").append(c.canonical).append("'"));
       EXPECT_EQ(Orb::strepToValue<IpGenAddr>(strep), a);
    }
    EXPECT_EQ(IpGenAddr("10.1.2.3"), IpGenAddr::ipv4(0x0a010203));
