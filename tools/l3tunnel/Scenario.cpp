@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -633,7 +634,8 @@ Scenario scenarioRead(const std::string& file) {
    if (S_ISREG(st.st_mode)) text.reserve(size_t(st.st_size));
    std::vector<char> buffer(size_t(1) << 16);
    for (;;) {
-      const ssize_t n = ::read(fd.get(), buffer.data(), buffer.size());
+      const size_t room = size_t(maxScenarioBytes + 1 - text.size());
+      const ssize_t n = ::read(fd.get(), buffer.data(), std::min(buffer.size(), room));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) throw cannotRead();
       if (n == 0) break;
