@@ -7,6 +7,7 @@
 #include <iostream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "AgentSetup.h"
@@ -114,6 +115,14 @@ void printRows(const AsicSim::Chip& chip) {
 }  // namespace
 
 int main() {
+   // The toggle file is read before anything is set up, so that a bad one is
+   // refused cleanly instead of escaping from the middle of the set-up.
+   try {
+      (void)L3TunnelOverlayEcmpProgrammer::commonIifOifIndex();
+   } catch (const std::invalid_argument& e) {
+      std::cerr << "tunnel_demo: " << e.what() << std::endl;
+      return 2;
+   }
    auto chip = Brio::makePtr<AsicSim::Chip>();
    chip->install();
    auto chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();

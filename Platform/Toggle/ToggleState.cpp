@@ -9,13 +9,32 @@
 
 #include "Orb/CharRange.h"
 #include "Orb/Env.h"
+#include "Orb/Trace.h"
 
 namespace {
+
+// Off by default like all of the trace: level 0 is the first to come on, and
+// the level the library reports failures at.
+const Orb::TraceHandle trace{"Toggle::ToggleState"};
+
+bool known(std::string_view file, std::string_view name) {
+   for (const auto& t : knownToggles)
+      if (t.file == file && t.name == name) return true;
+   return false;
+}
+
+std::string knownList(std::string_view file) {
+   std::string out;
+   for (const auto& t : knownToggles)
+      if (t.file == file) out += std::string(out.empty() ? "" : ", ") + std::string(t.name);
+   return out.empty() ? "none" : out;
+}
 
 // Reads the flat object of a toggle file: "name": true | false | number.
 class ToggleFileReader {
 public:
-   ToggleFileReader(std::string path, std::string_view text) : path_(std::move(path)), r_(text) {}
+   ToggleFileReader(std::string path, std::string_view file, std::string_view text)
+       : path_(std::move(path)), file_(file), r_(text) {}
 
    std::optional<uint32_t> find(std::string_view wanted) {
       try {
@@ -43,6 +62,11 @@ private:
             need(":");
             const uint32_t value = readValue();
             if (name == wanted) found = value;
+            if (!known(file_, name)) {
+               ORB_TRACE(trace, 0, "getToggleState")
+                   << " : " << path_ << ": unknown toggle \"" << name
+                   << "\" (known: " << knownList(file_) << ")";
+            }
             if (blanksSkipped() != ',') break;
             r_.advance(1);
          }
@@ -78,6 +102,7 @@ private:
    }
 
    std::string path_;
+   std::string_view file_;
    Orb::CharRange r_;
 };
 
@@ -94,6 +119,6 @@ uint32_t getToggleState(std::string_view name, std::string_view file, bool defau
    std::ostringstream text;
    text << in.rdbuf();
    const std::string content = text.str();
-   const auto value = ToggleFileReader(path, content).find(name);
+   const auto value = ToggleFileReader(path, file, content).find(name);
    return value ? *value : uint32_t(defaultState);
 }

@@ -9,6 +9,17 @@
 
 inline constexpr const char* toggleDirVariable = "L3TUNNEL_TOGGLE_DIR";
 
+// Every toggle this code base reads, with its file and default. A toggle file
+// naming another toggle is read all the same, with a warning on the trace
+// ("Toggle::ToggleState" at level 0), since a misspelt name would otherwise
+// leave the default in force unseen.
+struct KnownToggle {
+   std::string_view file;
+   std::string_view name;
+   bool defaultState;
+};
+inline constexpr KnownToggle knownToggles[] = {{"MeridL3.json", "CommonIifOifIndex", true}};
+
 // The toggle's state (true is 1), or `defaultState` when the variable is unset
 // or the file or the name is missing. The file is read on every call; callers
 // that must see one value per process keep the first answer. A file that is

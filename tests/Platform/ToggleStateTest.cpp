@@ -3,7 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
+#include "Orb/Trace.h"
 #include "Toggle/ToggleState.h"
 #include "support/Refusal.h"
 
@@ -64,6 +67,36 @@ TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
       EXPECT_NE(what.find((dir / "MeridL3.json").string() + ": "), std::string::npos) << what;
       EXPECT_NE(what.find(c.reason), std::string::npos) << what;
    }
+}
+
+// A name the code base does not read is most likely misspelt: the file still
+// counts, and the trace says which name in which file.
+TEST_F(ToggleState, UnknownNamesAreReportedOnTheTrace) {
+   const std::string path = (dir / "MeridL3.json").string();
+   struct Case {
+      const char* text;
+      uint32_t expected;
+      std::vector<std::string> lines;
+   };
+   const std::string prefix = "Toggle::ToggleState: getToggleState : " + path;
+   for (const Case& c :
+        {Case{"{\"CommonIifOifIndex\": false}", 0, {}},
+         Case{"{\"CommonIifOifIdx\": false}",
+              1,
+              {prefix + ": unknown toggle \"CommonIifOifIdx\" (known: CommonIifOifIndex)"}},
+         Case{"{\"A\": 1, \"CommonIifOifIndex\": false, \"B\": true}",
+              0,
+              {prefix + ": unknown toggle \"A\" (known: CommonIifOifIndex)",
+               prefix + ": unknown toggle \"B\" (known: CommonIifOifIndex)"}}}) {
+      fileIs(c.text);
+      Orb::TraceCapture capture("Toggle::*/0");
+      EXPECT_EQ(state(true), c.expected) << c.text;
+      EXPECT_EQ(capture.lines(), c.lines) << c.text;
+   }
+   fileIs("{\"CommonIifOifIdx\": false}");
+   Orb::TraceCapture off("");
+   state(true);
+   EXPECT_TRUE(off.lines().empty()) << "the warning is part of the trace, off by default";
 }
 
 }  // namespace

@@ -1,16 +1,26 @@
 // The installed l3tunnel program, run on scenarios written per test: what its
 // JSON says about the tables, the chip and the groups, how it restarts within
 // a run and across runs, and how it refuses bad input and usage.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,6 +33,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 constexpr const char* binary = L3TUNNEL_INSTALLED;
+constexpr const char* demo = TUNNEL_DEMO_INSTALLED;
 
 using test::fileText;
 using test::Outcome;
@@ -97,6 +108,62 @@ protected:
       std::vector<std::string> argv{binary};
       argv.insert(argv.end(), args.begin(), args.end());
       return test::runProgram(dir_, argv, env);
+   }
+
+   // Runs the program with `setUp` called in the child just before it
+   // starts (to point standard output elsewhere, say), with SIGPIPE as a shell
+   // leaves it. Its usage of resources comes back in `usage`.
+   Outcome runWith(const std::vector<std::string>& args, const std::function<void()>& setUp,
+                   rusage* usage = nullptr) {
+      const fs::path out = dir_ / "stdout", err = dir_ / "stderr";
+      std::vector<std::string> argv{binary};
+      argv.insert(argv.end(), args.begin(), args.end());
+      const pid_t pid = fork();
+      if (pid == 0) {
+         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+         std::signal(SIGPIPE, SIG_DFL);
+         setUp();
+         std::vector<char*> cargs;
+         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
+         cargs.push_back(nullptr);
+         execv(cargs[0], cargs.data());
+         _exit(127);
+      }
+      int status = 0;
+      rusage ignored{};
+      wait4(pid, &status, 0, usage ? usage : &ignored);
+      return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), fileText(out),
+              fileText(err)};
+   }
+
+   // Runs the program on a terminal, TERM and NO_COLOR unset but for `env`;
+   // returns what the terminal showed.
+   std::string runOnTerminal(const std::vector<std::string>& args,
+                             const std::vector<std::pair<std::string, std::string>>& env) {
+      std::vector<std::string> argv{binary};
+      argv.insert(argv.end(), args.begin(), args.end());
+      int terminal = -1;
+      const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+      if (pid == 0) {
+         unsetenv("TERM");
+         unsetenv("NO_COLOR");
+         for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
+         std::vector<char*> cargs;
+         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
+         cargs.push_back(nullptr);
+         execv(cargs[0], cargs.data());
+         _exit(127);
+      }
+      std::string shown;
+      char buffer[4096];
+      // Read until the program's side closes (EIO), or the output would be lost.
+      for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) shown.append(buffer, n);
+      close(terminal);
+      int status = 0;
+      waitpid(pid, &status, 0);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << shown;
+      return shown;
    }
 
    // Runs the scenario with --json and the extra arguments; expects success.
@@ -335,6 +402,10 @@ std::string steps(const std::string& list) { return R"({"steps": [)" + list + "]
 std::string programOf(const std::string& viaList) {
    return R"({"op": "program", "group": "g", "vias": [)" + viaList + "]}";
 }
+std::string viaBetween(const std::string& src, const std::string& dst) {
+   return R"({"nhEntryType": "nextHopArpResolved", "srcIpAddr": ")" + src + R"(", "dstIpAddr": ")" +
+          dst + R"(", "underlayAdjId": {"adjId": 1}})";
+}
 std::string viaWith(const std::string& field) {
    return R"({"nhEntryType": "nextHopArpResolved", "srcIpAddr": "10.0.0.1", "dstIpAddr": "10.0.0.2",
               "underlayAdjId": {"adjId": 1}, )" +
@@ -344,7 +415,7 @@ std::string viaWith(const std::string& field) {
 const std::vector<BadInput> badInputs{
     {"MalformedJson", R"({"steps": [)", "malformed JSON: parse error at line"},
     // Found by fuzzing: both once crashed or escaped with the wrong exit code.
-    {"NestedTooDeep", std::string(10000, '[') + std::string(10000, ']'),
+    {"NestedTooDeep", R"({"chip": )" + std::string(10000, '[') + std::string(10000, ']') + "}",
      "nested deeper than 64 levels"},
     {"NumberOutOfRange", steps(programOf(viaWith(R"("ttl": 1e999)"))), "malformed JSON: "},
     {"UnknownTopField", R"({"colour": 1})", "colour: unknown field"},
@@ -352,7 +423,7 @@ const std::vector<BadInput> badInputs{
      "step 1: vias[0].mtu: unknown field"},
     {"UnknownOp", steps(R"({"op": "flush"})"), "step 1: op: \"flush\" is not an op"},
     {"UnknownOpField", steps(R"({"op": "restart", "group": "g"})"), "step 1: group: unknown field"},
-    {"BadAddress", steps(programOf(viaWith(R"("dstIpAddr": "10.0.0.300")"))),
+    {"BadAddress", steps(programOf(viaBetween("10.0.0.1", "10.0.0.300"))),
      "step 1: vias[0].dstIpAddr: \"10.0.0.300\" is not an IPv4 or IPv6 address"},
     {"NegativeNumber", steps(programOf(goodVia + "," + viaWith(R"("ttl": -1)"))),
      "step 1: vias[1].ttl: -1 is not an unsigned 32-bit number"},
@@ -372,11 +443,41 @@ const std::vector<BadInput> badInputs{
      steps(programOf(goodVia) + R"(, {"op": "restart"}, {"op": "release", "group": "g"})"),
      "step 3: group: \"g\" holds no block to release"},
     {"MissingField", steps(R"({"op": "program", "group": "g"})"), "step 1: vias: missing"},
-    {"ReservedDropKey",
-     steps(programOf(viaWith(R"("srcIpAddr": "0.0.0.0", "dstIpAddr": "0.0.0.0")"))),
+    {"ReservedDropKey", steps(programOf(viaBetween("0.0.0.0", "0.0.0.0"))),
      "step 1: vias[0]: 0.0.0.0 -> 0.0.0.0 is the reserved drop next hop's key"},
     {"UnsupportedNextHop", steps(programOf(R"({"nhEntryType": "nextHopGlean"})")),
      "step 1: vias[0].nhEntryType: \"nextHopGlean\" is not nextHopArpResolved or nextHopDrop"},
+    // A key given twice is refused wherever it is, rather than the last one winning.
+    {"DuplicateTopKey", R"({"steps": [{"op": "restart"}], "steps": []})",
+     "duplicate key \"steps\""},
+    {"DuplicateViaKey", steps(programOf(goodVia + "," + viaWith(R"("ttl": -5, "ttl": 64)"))),
+     "step 1: vias[1]: duplicate key \"ttl\""},
+    {"DuplicateStepKey", steps(R"({"op": "restart"}, {"op": "restart", "op": "reconcile"})"),
+     "step 2: duplicate key \"op\""},
+    {"DuplicateTableSize", R"({"chip": {"tableSizes": {"IngL3Iif": 8, "IngL3Iif": 16}}})",
+     "chip.tableSizes: duplicate key \"IngL3Iif\""},
+    {"DuplicateUnderlayKey", R"({"underlay": [{"adjId": 1}, {"adjId": 2, "adjId": 3}]})",
+     "underlay[1]: duplicate key \"adjId\""},
+    {"DuplicateUnderlay", R"({"underlay": [{"adjId": 2}, {"adjId": 1}, {"adjId": 2, "type": 1}]})",
+     "underlay[2]: adjacency 2 of type 1 is listed twice"},
+    // Refused where the reader meets it, before the rest is even read.
+    {"UnknownTopFieldFirst", R"({"colour": 1, "steps": [{"op": )", "colour: unknown field"},
+    // The chip can come after the steps it limits.
+    {"TooManyMembersForALaterChip",
+     R"({"steps": [)" + programOf(viaWith(R"("weight": 9)")) +
+         R"(], "chip": {"tableSizes": {"L3EcmpMember0Table": 8}}})",
+     "step 1: vias: the weights add up to 9 members, more than the 8 rows"},
+    // Numbers are quoted as the file writes them.
+    {"MinusZero", steps(programOf(viaWith(R"("ttl": -0)"))),
+     "step 1: vias[0].ttl: -0 is not an unsigned 32-bit number"},
+    {"Exponent", steps(programOf(viaWith(R"("weight": 1e3)"))),
+     "step 1: vias[0].weight: 1e3 is not an unsigned 32-bit number"},
+    {"Half", steps(programOf(viaWith(R"("ttl": 0.50)"))),
+     "step 1: vias[0].ttl: 0.50 is not an unsigned 32-bit number"},
+    {"BeyondSixtyFourBits", R"({"underlay": [{"adjId": 99999999999999999999}]})",
+     "underlay[0].adjId: 99999999999999999999 is not an unsigned 32-bit number"},
+    {"NumberForABoolean", R"({"chip": {"testChip": 1E0}})",
+     "chip.testChip: 1E0 is not true or false"},
 };
 
 class BadInputTest : public L3TunnelTool, public ::testing::WithParamInterface<BadInput> {};
@@ -428,6 +529,310 @@ TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
       EXPECT_EQ(r.err.rfind(c.err, 0), 0u) << what << r.err;
       if (c.code == 2) {
          EXPECT_TRUE(r.out.empty()) << what;
+      }
+   }
+}
+
+// A scenario is at most 64 MiB: a larger file is refused from its size, a
+// device after one byte past the bound, neither read whole.
+TEST_F(L3TunnelTool, ScenariosBeyondTheSizeBoundAreRefusedUnparsed) {
+   constexpr uintmax_t bound = uintmax_t(64) << 20;
+   const fs::path atBound = dir_ / "at.json", beyond = dir_ / "beyond.json";
+   for (const auto& [path, size] : {std::pair{atBound, bound}, std::pair{beyond, bound + 1}}) {
+      std::ofstream(path).close();
+      fs::resize_file(path, size);  // zero bytes, and sparse
+   }
+   const std::string tooLarge = "larger than 64 MiB, the largest scenario accepted\n";
+   struct Case {
+      std::string file;
+      std::string message;  // what the line starts with after "l3tunnel: FILE: "
+   };
+   for (const Case& c : {Case{beyond.string(), tooLarge}, Case{"/dev/zero", tooLarge},
+                         Case{atBound.string(), "malformed JSON: "}}) {
+      const Outcome r = run({"run", c.file, "--json"});
+      EXPECT_EQ(r.code, 2) << c.file;
+      EXPECT_TRUE(r.out.empty()) << c.file;
+      EXPECT_EQ(r.err.rfind("l3tunnel: " + c.file + ": " + c.message, 0), 0u) << r.err;
+   }
+   EXPECT_NE(run({"--help"}).out.find("A scenario is at most 64 MiB.\n"), std::string::npos);
+}
+
+// ---- the state directory -------------------------------------------------------
+
+// A run holds its state directory from before the state is read until after
+// it is saved; a second run is refused at once and touches nothing.
+TEST_F(L3TunnelTool, ASecondRunOnAHeldStateDirectoryIsRefused) {
+   const std::string file =
+       write("s.json", scenario({program("a", {via("10.10.0.1")})}).dump()).string();
+   const fs::path state = dir_ / "state";
+   ASSERT_EQ(run({"run", file, "--state-dir", state.string()}).code, 0);
+   const std::string saved = fileText(state / "chip.state");
+   EXPECT_TRUE(std::regex_match(fileText(state / "lock"), std::regex("[0-9]+\n")))
+       << "the lock file names its holder";
+
+   const int lock = open((state / "lock").c_str(), O_RDWR | O_CLOEXEC);
+   ASSERT_GE(lock, 0);
+   ASSERT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);  // as a run holds it
+   const std::string pid = std::to_string(getpid());
+   ASSERT_EQ(ftruncate(lock, 0), 0);
+   ASSERT_EQ(pwrite(lock, pid.data(), pid.size(), 0), ssize_t(pid.size()));
+   const std::string other =
+       write("other.json", scenario({program("b", {via("10.10.0.2")})}).dump()).string();
+   const Outcome r = run({"run", other, "--json", "--state-dir", state.string()});
+   EXPECT_EQ(r.code, 1);
+   EXPECT_TRUE(r.out.empty()) << r.out;
+   EXPECT_EQ(r.err, "l3tunnel: " + state.string() + ": another l3tunnel run (pid " + pid +
+                        ") holds this state directory\n");
+   EXPECT_EQ(fileText(state / "chip.state"), saved);
+   close(lock);
+   EXPECT_EQ(run({"run", other, "--state-dir", state.string()}).code, 0)
+       << "the lock goes with its holder";
+}
+
+TEST_F(L3TunnelTool, StateDirectoriesThatCannotBeUsedAreRefusedBeforeAnyStep) {
+   const std::string file =
+       write("s.json", scenario({program("a", {via("10.11.0.1")})}).dump()).string();
+   const std::string notDir = write("afile", "x").string();
+   struct Case {
+      std::string dir;
+      std::string message;
+   };
+   for (const Case& c : {Case{notDir, notDir + ": not a directory"},
+                         Case{notDir + "/sub",
+                              notDir + "/sub: cannot make the state directory: Not a directory"}}) {
+      const Outcome r = run({"run", file, "--json", "--state-dir", c.dir});
+      EXPECT_EQ(r.code, 2) << c.dir;
+      EXPECT_TRUE(r.out.empty()) << c.dir;
+      EXPECT_EQ(r.err, "l3tunnel: " + c.message + "\n");
+   }
+}
+
+// Whatever is at DIR/chip.state is loaded: one that cannot be opened is
+// refused and left as it is, never taken for no state and replaced.
+TEST_F(L3TunnelTool, StateFilesThatCannotBeOpenedAreRefused) {
+   const std::string file =
+       write("s.json", scenario({program("a", {via("10.12.0.1")})}).dump()).string();
+   const fs::path state = dir_ / "state", path = state / "chip.state";
+   struct Case {
+      std::string name;
+      std::function<void()> make;
+   };
+   const std::vector<Case> cases{
+       {"dangling link", [&] { fs::create_symlink(dir_ / "nowhere", path); }},
+       {"link loop", [&] { fs::create_symlink("chip.state", path); }},
+       {"unreadable",
+        [&] {
+           std::ofstream(path) << "l3tunnel-chip-state 1\n";
+           fs::permissions(path, fs::perms::none);
+        }},
+   };
+   for (const auto& c : cases) {
+      if (c.name == "unreadable" && geteuid() == 0) continue;  // root reads it all the same
+      fs::remove_all(state);
+      fs::create_directories(state);
+      c.make();
+      const auto kind = fs::symlink_status(path).type();
+      const Outcome r = run({"run", file, "--state-dir", state.string()});
+      EXPECT_EQ(r.code, 2) << c.name;
+      EXPECT_TRUE(r.out.empty()) << c.name;
+      EXPECT_EQ(r.err.rfind("l3tunnel: " + path.string() + ": cannot open the state file", 0), 0u)
+          << c.name << ": " << r.err;
+      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+      EXPECT_EQ(fs::symlink_status(path).type(), kind) << c.name << " was replaced";
+   }
+}
+
+TEST_F(L3TunnelTool, SavesThatNeverFinishedAreClearedAway) {
+   const fs::path state = dir_ / "state";
+   fs::create_directories(state);
+   for (const char* name : {"chip.state.tmp.4242", "chip.state.tmp.x", "notes"})
+      std::ofstream(state / name) << "x";
+   const Outcome r =
+       run({"run", write("s.json", scenario({}).dump()).string(), "--state-dir", state.string()});
+   ASSERT_EQ(r.code, 0) << r.err;
+   std::set<std::string> left;
+   for (const auto& e : fs::directory_iterator(state)) left.insert(e.path().filename().string());
+   EXPECT_EQ(left, (std::set<std::string>{"chip.state", "lock", "notes"}));
+}
+
+// ---- output ----------------------------------------------------------------------
+
+// A write to standard output that fails is reported and fails the run; the
+// run still goes to its end and saves its state.
+TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
+   const std::string file =
+       write("s.json",
+             scenario({program("a", {via("10.13.0.1")}), program("b", {via("10.13.0.2")})}).dump())
+           .string();
+   struct Sink {
+      const char* name;
+      void (*setUp)();
+      const char* reason;
+   };
+   const Sink sinks[] = {
+       {"full disk", [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); },
+        "No space left on device"},
+       {"reader gone",
+        [] {
+           int p[2];
+           if (pipe(p) != 0) _exit(126);
+           dup2(p[1], STDOUT_FILENO);
+           close(p[0]);
+           close(p[1]);
+        },
+        "Broken pipe"},
+   };
+   const std::vector<std::vector<std::string>> modes{
+       {"--json"}, {}, {"--json", "--each-step"}, {"--each-step"}};
+   const fs::path state = dir_ / "state";
+   for (const Sink& sink : sinks) {
+      for (const auto& mode : modes) {
+         fs::remove_all(state);
+         std::vector<std::string> args{"run", file, "--state-dir", state.string()};
+         args.insert(args.end(), mode.begin(), mode.end());
+         const Outcome r = runWith(args, sink.setUp);
+         const std::string what = sink.name + ::testing::PrintToString(mode);
+         EXPECT_EQ(r.code, 1) << what;
+         EXPECT_EQ(r.err, std::string("l3tunnel: standard output: ") + sink.reason + "\n") << what;
+         EXPECT_TRUE(fs::exists(state / "chip.state")) << what;
+      }
+      const Outcome r = runWith({"--help"}, sink.setUp);
+      EXPECT_EQ(r.code, 1) << sink.name;
+      EXPECT_EQ(r.err, std::string("l3tunnel: standard output: ") + sink.reason + "\n");
+   }
+}
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define L3TUNNEL_TEST_ASAN 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define L3TUNNEL_TEST_ASAN 1
+#endif
+
+// --each-step --json prints each step's object as the step ends, so memory
+// does not grow with the steps (it once held them all: 1.8 GB for 200 steps
+// of this scenario). Peaks are compared between run lengths, not with a
+// figure.
+TEST_F(L3TunnelTool, EachStepOutputDoesNotGrowWithTheSteps) {
+#ifdef L3TUNNEL_TEST_ASAN
+   GTEST_SKIP() << "AddressSanitizer keeps freed memory back";
+#endif
+   std::vector<Json> vias;
+   for (int i = 0; i < 500; ++i)
+      vias.push_back(via("10.16." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1)));
+   auto peakKb = [&](size_t reconciles) {
+      std::vector<Json> list{program("g", vias)};
+      list.insert(list.end(), reconciles, Json{{"op", "reconcile"}});
+      const std::string file = write("long.json", scenario(list).dump()).string();
+      rusage usage{};
+      const Outcome r = runWith(
+          {"run", file, "--json", "--each-step"},
+          [] { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); }, &usage);
+      EXPECT_EQ(r.code, 0) << r.err;
+      return long(usage.ru_maxrss);
+   };
+   const long shortRun = peakKb(2), longRun = peakKb(32);
+   // One step's document takes some 9 MB here; thirty more would add 270.
+   EXPECT_LT(longRun - shortRun, 60 * 1024) << shortRun << " KB, then " << longRun << " KB";
+}
+
+// Colour only on a terminal that takes it, and not when NO_COLOR asks.
+TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
+   const std::string file =
+       write("s.json", scenario({program("g", {via("10.14.0.1")})}).dump()).string();
+   struct Case {
+      std::vector<std::pair<std::string, std::string>> env;
+      std::vector<std::string> extra;
+      bool colour;
+   };
+   const std::vector<Case> cases{
+       {{{"TERM", "xterm"}}, {}, true},
+       {{}, {}, false},
+       {{{"TERM", ""}}, {}, false},
+       {{{"TERM", "dumb"}}, {}, false},
+       {{{"TERM", "xterm"}, {"NO_COLOR", "1"}}, {}, false},
+       {{{"TERM", "xterm"}}, {"--json"}, false},
+   };
+   for (const auto& c : cases) {
+      std::vector<std::string> args{"run", file};
+      args.insert(args.end(), c.extra.begin(), c.extra.end());
+      const std::string shown = runOnTerminal(args, c.env);
+      const std::string what = ::testing::PrintToString(c.env) + ::testing::PrintToString(c.extra);
+      EXPECT_NE(shown.find("L3EcmpMember0Table"), std::string::npos) << what << shown;
+      EXPECT_EQ(shown.find("\033[") != std::string::npos, c.colour) << what;
+   }
+   const Outcome r = test::runProgram(dir_, {binary, "run", file}, {{"TERM", "xterm"}});
+   EXPECT_EQ(r.out.find('\033'), std::string::npos) << "not a terminal";
+}
+
+// Names reach the terminal escaped, so that a scenario cannot steer it; the
+// JSON output has them as they are (escaped as JSON).
+TEST_F(L3TunnelTool, ControlCharactersInNamesArePrintedEscaped) {
+   const std::string name =
+       "a\x1b[2Jb\nc\\d\x7f\xc2\x9b"
+       "e";
+   const std::string shown = "a\\x1b[2Jb\\nc\\\\d\\x7f\\u009be";
+   const Json s = scenario({program(name, {via("10.15.0.1")}), release(name)});
+   const Outcome r = run({"run", write("s.json", s.dump()).string(), "--each-step"});
+   ASSERT_EQ(r.code, 0) << r.err;
+   for (const std::string& line :
+        {"== step 1 of 2: program " + shown + " (1 via, 1 member)\n",
+         "group " + shown + ": 1 member", "== step 2 of 2: release " + shown + "\n"})
+      EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+   EXPECT_EQ(r.out.find('\x1b'), std::string::npos);
+   EXPECT_TRUE(runJson(s, {"--each-step"})[0].at("groups").contains(name));
+}
+
+// The demo reads the caller's toggle file: a bad one is refused in one line.
+TEST_F(L3TunnelTool, DemoRefusesABadToggleFileInOneLine) {
+   fs::create_directories(dir_ / "toggles");
+   const std::string toggles = (dir_ / "toggles").string();
+   struct Case {
+      const char* text;
+      int code;
+      std::string out;  // what stdout starts with
+      std::string err;
+   };
+   for (const Case& c : {Case{"{\"CommonIifOifIndex\": false}", 0, "CommonIifOifIndex is off", ""},
+                         Case{"{\"CommonIifOifIndex\": maybe}", 2, "",
+                              "tunnel_demo: toggle file " + toggles +
+                                  "/MeridL3.json: expected a number at position 22\n"}}) {
+      write("toggles/MeridL3.json", c.text);
+      const Outcome r = test::runProgram(dir_, {demo}, {{"L3TUNNEL_TOGGLE_DIR", toggles}});
+      EXPECT_EQ(r.code, c.code) << c.text << r.err;
+      EXPECT_EQ(r.out.rfind(c.out, 0), 0u) << c.text << r.out;
+      EXPECT_EQ(r.err, c.err) << c.text;
+   }
+}
+
+// ---- large inputs (a ctest entry of their own, with a timeout) ----------------
+
+class LargeInput : public L3TunnelTool {};
+
+// Every check of a scenario is linear: half a million underlay groups take
+// about a second, where comparing each with all before took minutes.
+TEST_F(LargeInput, HalfAMillionUnderlayGroupsAreCheckedInLinearTime) {
+   constexpr uint32_t groups = 500000;
+   std::string list;
+   for (uint32_t i = 1; i <= groups; ++i)
+      list += (i > 1 ? ",{\"adjId\":" : "{\"adjId\":") + std::to_string(i) + "}";
+   struct Case {
+      const char* name;
+      std::string extra;
+      int code;
+      std::string err;  // after "l3tunnel: FILE: "
+   };
+   for (const Case& c : {Case{"distinct", "", 0, ""},
+                         Case{"the last repeats the first", R"(,{"adjId":1,"type":1})", 2,
+                              "underlay[500000]: adjacency 1 of type 1 is listed twice\n"}}) {
+      const std::string file =
+          write("large.json", R"({"underlay":[)" + list + c.extra + R"(],"steps":[]})").string();
+      const Outcome r = run({"run", file, "--json"});
+      EXPECT_EQ(r.code, c.code) << c.name << r.err;
+      if (c.code != 0) {
+         EXPECT_EQ(r.err, "l3tunnel: " + file + ": " + c.err) << c.name;
       }
    }
 }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "Scenario.h"
+
 namespace L3TunnelTool {
 
 namespace {
@@ -112,7 +114,7 @@ std::string underlayText(const MemberView& m) {
 }
 
 void groupPrint(std::ostream& os, const GroupView& g, const HumanStyle& style) {
-   os << heading("group " + g.name, style) << ": " << g.members.size()
+   os << heading("group " + printableText(g.name), style) << ": " << g.members.size()
       << (g.members.size() == 1 ? " member" : " members");
    if (g.baseIndex && !g.members.empty())
       os << " in rows " << *g.baseIndex << ".." << *g.baseIndex + g.members.size() - 1;

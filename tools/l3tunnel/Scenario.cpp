@@ -1,13 +1,19 @@
 #include "Scenario.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
-#include <sstream>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "MeridCentral/ChipInfo.h"
 #include "MeridL3Tunnel/EgrL3Oif1Table.h"
@@ -19,6 +25,7 @@
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "SharedL3/L3EcmpMember0Table.h"
+#include "Toggle/ToggleState.h"
 
 namespace L3TunnelTool {
 
@@ -60,13 +67,45 @@ std::string_view opName(Step::Op op) {
    return "?";
 }
 
+std::string printableText(std::string_view text) {
+   std::string out;
+   out.reserve(text.size());
+   auto hex = [&](const char* prefix, unsigned char c) {
+      char code[8];
+      std::snprintf(code, sizeof code, "%s%02x", prefix, c);
+      out += code;
+   };
+   for (size_t i = 0; i < text.size(); ++i) {
+      const auto c = static_cast<unsigned char>(text[i]);
+      if (c == '\n') {
+         out += "\\n";
+      } else if (c == '\t') {
+         out += "\\t";
+      } else if (c == '\r') {
+         out += "\\r";
+      } else if (c == '\\') {
+         out += "\\\\";
+      } else if (c < 0x20 || c == 0x7f) {
+         hex("\\x", c);
+      } else if (c == 0xc2 && i + 1 < text.size() &&
+                 static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+                 static_cast<unsigned char>(text[i + 1]) <= 0x9f) {
+         // A C1 control in UTF-8: some terminals take U+009B for an escape.
+         hex("\\u00", static_cast<unsigned char>(text[++i]));
+      } else {
+         out += char(c);
+      }
+   }
+   return out;
+}
+
 std::string stepText(const Step& step) {
    std::string out(opName(step.op));
-   if (step.op == Step::Op::release) out += " " + step.group;
+   if (step.op == Step::Op::release) out += " " + printableText(step.group);
    if (step.op == Step::Op::program) {
       uint64_t members = 0;
       for (const auto& v : step.vias) members += v.weight();
-      out += " " + step.group + " (" + std::to_string(step.vias.size()) +
+      out += " " + printableText(step.group) + " (" + std::to_string(step.vias.size()) +
              (step.vias.size() == 1 ? " via, " : " vias, ") + std::to_string(members) +
              (members == 1 ? " member)" : " members)");
    }
@@ -80,14 +119,21 @@ uint32_t Scenario::tableSize(std::string_view name) const {
 
 namespace {
 
-const std::map<std::string, bool, std::less<>>& knownToggles() {
-   static const std::map<std::string, bool, std::less<>> toggles{{"CommonIifOifIndex", true}};
+using Fields = std::initializer_list<std::string_view>;
+constexpr std::string_view topFields[] = {"chip", "toggles", "underlay", "steps"};
+
+// The scenario's toggles: those of the programmer's toggle file.
+std::map<std::string, bool, std::less<>> scenarioToggles() {
+   std::map<std::string, bool, std::less<>> toggles;
+   for (const auto& t : knownToggles)
+      if (t.file == toggleFileName) toggles.emplace(t.name, t.defaultState);
    return toggles;
 }
 
-std::string listed(const std::vector<std::string>& names) {
+template <class Names>
+std::string listed(const Names& names) {
    std::string out;
-   for (const auto& n : names) out += (out.empty() ? "" : ", ") + n;
+   for (const auto& n : names) out += std::string(out.empty() ? "" : ", ") + std::string(n);
    return out;
 }
 
@@ -99,35 +145,34 @@ std::string element(const std::string& parent, size_t index) {
    return parent + "[" + std::to_string(index) + "]";
 }
 
-// Checks as it reads; the first problem stops the reading with a message
-// that says where it is.
+std::string kind(const Json& v) {
+   if (v.is_number_integer() || v.is_number_float()) return "a number";
+   if (v.is_boolean()) return "a boolean";
+   const std::string name = v.type_name();
+   return (name == "object" || name == "array" ? "an " : "a ") + name;
+}
+
+// How numbers were written where that is not how their value prints (1e3,
+// 0.5, -0), by field, so that messages quote the file.
+using NumberTexts = std::unordered_map<std::string, std::string>;
+
+// Checks the scenario a piece at a time, in the order the file gives them:
+// the chip, the toggles, each underlay entry, each step. The first problem
+// stops the reading with a message that says where it is.
 class Reader {
 public:
-   explicit Reader(std::string file) : file_(std::move(file)) {}
-
-   Scenario read(const Json& doc) {
-      Scenario s;
-      s.file = file_;
-      fields(doc, "", {"chip", "toggles", "underlay", "steps"});
-      chipRead(doc, s);
-      togglesRead(doc, s);
-      underlayRead(doc, s);
-      if (const Json* steps = member(doc, "steps")) {
-         if (!steps->is_array()) fail("steps", "expected an array, found " + kind(*steps));
-         std::set<std::string> holding;  // groups that hold a block
-         for (size_t i = 0; i < steps->size(); ++i) {
-            step_ = uint32_t(i + 1);
-            s.steps.push_back(stepRead((*steps)[i], s, holding));
-         }
-         step_.reset();
-      }
-      return s;
+   Reader(std::string file, const NumberTexts& numberTexts)
+       : file_(std::move(file)), numberTexts_(numberTexts) {
+      s_.file = file_;
+      for (const auto& t : hardwareTableClasses())
+         s_.tableSizes[std::string(t.name)] = MeridCentral::ChipInfo::defaultTableSize;
+      s_.toggles = scenarioToggles();
    }
 
-private:
-   [[noreturn]] void fail(const std::string& field, const std::string& what) const {
+   [[noreturn]] void fail(std::optional<uint32_t> step, const std::string& field,
+                          const std::string& what) const {
       std::string out = file_ + ": ";
-      if (step_) out += "step " + std::to_string(*step_) + ": ";
+      if (step) out += "step " + std::to_string(*step) + ": ";
       if (!field.empty()) out += field + ": ";
       out += what;
       // The message is one line, whatever the names in the file hold.
@@ -136,23 +181,69 @@ private:
       throw ScenarioError(out);
    }
 
-   static std::string kind(const Json& v) {
-      if (v.is_number_integer() || v.is_number_float()) return "a number";
-      if (v.is_boolean()) return "a boolean";
-      const std::string name = v.type_name();
-      return (name == "object" || name == "array" ? "an " : "a ") + name;
+   void chipRead(const Json& chip) {
+      fields(chip, "chip", {"testChip", "tableSizes"});
+      if (const Json* t = member(chip, "testChip")) s_.testChip = boolean(*t, "chip.testChip");
+      if (const Json* sizes = member(chip, "tableSizes")) tableSizesRead(*sizes);
+      // Blocks of the steps read so far can be measured now.
+      chipRead_ = true;
+      for (const auto& [step, members] : unmeasured_) membersCheck(step, members);
+      unmeasured_.clear();
    }
 
-   void fields(const Json& v, const std::string& field,
-               std::initializer_list<std::string_view> known) const {
+   void togglesRead(const Json& toggles) {
+      if (!toggles.is_object()) fail("toggles", "expected an object, found " + kind(toggles));
+      for (const auto& [name, value] : toggles.items()) {
+         auto it = s_.toggles.find(name);
+         if (it == s_.toggles.end()) {
+            std::vector<std::string> names;
+            for (const auto& [n, v] : scenarioToggles()) names.push_back(n);
+            fail("toggles." + name, "unknown toggle (known: " + listed(names) + ")");
+         }
+         it->second = boolean(value, "toggles." + name);
+      }
+   }
+
+   void underlayRead(const Json& entry, size_t index) {
+      const std::string field = element("underlay", index);
+      const L3AdjIdKey key = adjacency(entry, field);
+      if (!underlayKeys_.insert(uint64_t(key.adjId()) << 8 | uint64_t(key.type())).second)
+         fail(field, "adjacency " + std::to_string(key.adjId()) + " of type " +
+                         std::to_string(uint32_t(key.type())) + " is listed twice");
+      s_.underlay.push_back(key);
+   }
+
+   void stepRead(const Json& v, uint32_t step) {
+      step_ = step;
+      s_.steps.push_back(stepOf(v));
+      step_.reset();
+   }
+
+   Scenario done() {
+      for (const auto& [step, members] : unmeasured_) membersCheck(step, members);
+      unmeasured_.clear();
+      return std::move(s_);
+   }
+
+private:
+   [[noreturn]] void fail(const std::string& field, const std::string& what) const {
+      fail(step_, field, what);
+   }
+
+   // A value as the file has it.
+   std::string quoted(const Json& v, const std::string& field) const {
+      if (v.is_number()) {
+         if (auto it = numberTexts_.find(field); it != numberTexts_.end()) return it->second;
+      }
+      return v.dump();
+   }
+
+   void fields(const Json& v, const std::string& field, Fields known) const {
       if (!v.is_object()) fail(field, "expected an object, found " + kind(v));
       for (const auto& [name, value] : v.items()) {
          bool ok = false;
          for (auto k : known) ok = ok || k == name;
-         if (ok) continue;
-         std::vector<std::string> names;
-         for (auto k : known) names.emplace_back(k);
-         fail(child(field, name), "unknown field (known: " + listed(names) + ")");
+         if (!ok) fail(child(field, name), "unknown field (known: " + listed(known) + ")");
       }
    }
 
@@ -169,16 +260,16 @@ private:
 
    uint32_t u32(const Json& v, const std::string& field) const {
       if (v.is_number_unsigned() && v.get<uint64_t>() <= 0xFFFFFFFFu) return v.get<uint32_t>();
-      fail(field, v.dump() + " is not an unsigned 32-bit number");
+      fail(field, quoted(v, field) + " is not an unsigned 32-bit number");
    }
 
    bool boolean(const Json& v, const std::string& field) const {
-      if (!v.is_boolean()) fail(field, v.dump() + " is not true or false");
+      if (!v.is_boolean()) fail(field, quoted(v, field) + " is not true or false");
       return v.get<bool>();
    }
 
    std::string text(const Json& v, const std::string& field) const {
-      if (!v.is_string()) fail(field, v.dump() + " is not a string");
+      if (!v.is_string()) fail(field, quoted(v, field) + " is not a string");
       return v.get<std::string>();
    }
 
@@ -206,20 +297,12 @@ private:
       return {id, L3AdjIdKeyType(type)};
    }
 
-   void chipRead(const Json& doc, Scenario& s) const {
-      for (const auto& t : hardwareTableClasses())
-         s.tableSizes[std::string(t.name)] = MeridCentral::ChipInfo::defaultTableSize;
-      const Json* chip = member(doc, "chip");
-      if (!chip) return;
-      fields(*chip, "chip", {"testChip", "tableSizes"});
-      if (const Json* t = member(*chip, "testChip")) s.testChip = boolean(*t, "chip.testChip");
-      const Json* sizes = member(*chip, "tableSizes");
-      if (!sizes) return;
-      if (!sizes->is_object()) fail("chip.tableSizes", "expected an object, found " + kind(*sizes));
-      for (const auto& [name, value] : sizes->items()) {
+   void tableSizesRead(const Json& sizes) {
+      if (!sizes.is_object()) fail("chip.tableSizes", "expected an object, found " + kind(sizes));
+      for (const auto& [name, value] : sizes.items()) {
          const std::string field = "chip.tableSizes." + name;
-         auto it = s.tableSizes.find(name);
-         if (it == s.tableSizes.end()) {
+         auto it = s_.tableSizes.find(name);
+         if (it == s_.tableSizes.end()) {
             if (name == unqualifiedName(MeridL3Tunnel::L3InterfaceTable::typeName))
                fail(field,
                     "the merged table has no rows of its own: size IngL3Iif and "
@@ -236,38 +319,16 @@ private:
       }
    }
 
-   void togglesRead(const Json& doc, Scenario& s) const {
-      s.toggles = knownToggles();
-      const Json* toggles = member(doc, "toggles");
-      if (!toggles) return;
-      if (!toggles->is_object()) fail("toggles", "expected an object, found " + kind(*toggles));
-      for (const auto& [name, value] : toggles->items()) {
-         auto it = s.toggles.find(name);
-         if (it == s.toggles.end()) {
-            std::vector<std::string> names;
-            for (const auto& [n, v] : knownToggles()) names.push_back(n);
-            fail("toggles." + name, "unknown toggle (known: " + listed(names) + ")");
-         }
-         it->second = boolean(value, "toggles." + name);
-      }
+   // Such a block could never be placed, and building it would take long.
+   void membersCheck(uint32_t step, uint64_t members) const {
+      const uint32_t rows = s_.tableSize("L3EcmpMember0Table");
+      if (members > rows)
+         fail(step, "vias",
+              "the weights add up to " + std::to_string(members) + " members, more than the " +
+                  std::to_string(rows) + " rows of L3EcmpMember0Table");
    }
 
-   void underlayRead(const Json& doc, Scenario& s) const {
-      const Json* underlay = member(doc, "underlay");
-      if (!underlay) return;
-      if (!underlay->is_array()) fail("underlay", "expected an array, found " + kind(*underlay));
-      for (size_t i = 0; i < underlay->size(); ++i) {
-         const std::string field = element("underlay", i);
-         const L3AdjIdKey key = adjacency((*underlay)[i], field);
-         for (const auto& k : s.underlay)
-            if (k == key)
-               fail(field, "adjacency " + std::to_string(key.adjId()) + " of type " +
-                               std::to_string(uint32_t(key.type())) + " is listed twice");
-         s.underlay.push_back(key);
-      }
-   }
-
-   Step stepRead(const Json& v, const Scenario& s, std::set<std::string>& holding) const {
+   Step stepOf(const Json& v) {
       if (!v.is_object()) fail("", "expected an object, found " + kind(v));
       const Json& op = required(v, "", "op");
       const std::string name = text(op, "op");
@@ -283,25 +344,24 @@ private:
             step.vias.push_back(via(vias[i], element("vias", i)));
             members += step.vias.back().weight();
          }
-         // Such a block could never be placed, and building it would take long.
-         const uint32_t rows = s.tableSize("L3EcmpMember0Table");
-         if (members > rows)
-            fail("vias", "the weights add up to " + std::to_string(members) +
-                             " members, more than the " + std::to_string(rows) +
-                             " rows of L3EcmpMember0Table");
-         holding.insert(step.group);
+         // The chip may come later in the file; its size is known at the end.
+         if (chipRead_)
+            membersCheck(*step_, members);
+         else
+            unmeasured_.emplace_back(*step_, members);
+         holding_.insert(step.group);
       } else if (name == "release") {
          step.op = Step::Op::release;
          fields(v, "", {"op", "group"});
          step.group = groupName(v);
-         if (!holding.erase(step.group))
+         if (!holding_.erase(step.group))
             fail("group", "\"" + step.group +
                               "\" holds no block to release (not programmed since the start, "
                               "the last restart or its last release)");
       } else if (name == "restart") {
          step.op = Step::Op::restart;
          fields(v, "", {"op"});
-         holding.clear();
+         holding_.clear();
       } else if (name == "reconcile") {
          step.op = Step::Op::reconcile;
          fields(v, "", {"op"});
@@ -351,40 +411,238 @@ private:
    }
 
    std::string file_;
+   const NumberTexts& numberTexts_;
+   Scenario s_;
    std::optional<uint32_t> step_;
+   bool chipRead_ = false;
+   std::vector<std::pair<uint32_t, uint64_t>> unmeasured_;  // step, members
+   std::unordered_set<std::string> holding_;                // groups that hold a block
+   std::unordered_set<uint64_t> underlayKeys_;
+};
+
+// Follows the parser's events. The top-level object is never built: its
+// fields are checked as their names come, and its values are handed to the
+// Reader a piece at a time (the chip, the toggles, each underlay entry, each
+// step), each built as a small document and dropped once read.
+class SaxReader final : public nlohmann::json_sax<Json> {
+public:
+   explicit SaxReader(const std::string& file) : reader_(file, numberTexts_) {}
+
+   Scenario done() { return reader_.done(); }
+
+   bool null() override { return scalar(Json()); }
+   bool boolean(bool v) override { return scalar(Json(v)); }
+   bool number_integer(number_integer_t v) override {
+      // Only a leading minus makes the parser call an integer signed.
+      return scalar(Json(v), v == 0 ? "-0" : std::string_view());
+   }
+   bool number_unsigned(number_unsigned_t v) override { return scalar(Json(v)); }
+   bool number_float(number_float_t v, const string_t& text) override {
+      return scalar(Json(v), text);
+   }
+   bool string(string_t& v) override { return scalar(Json(std::move(v))); }
+   bool binary(binary_t&) override { return scalar(Json()); }  // not in JSON text
+   bool start_object(std::size_t) override { return start(Json::value_t::object); }
+   bool start_array(std::size_t) override { return start(Json::value_t::array); }
+   bool end_object() override { return end(); }
+   bool end_array() override { return end(); }
+
+   bool key(string_t& name) override {
+      Frame& f = frames_.back();
+      if (!f.keys.insert(name).second) {
+         const auto [step, field] = where(frames_.size() - 1);
+         reader_.fail(step, field, "duplicate key \"" + name + "\"");
+      }
+      f.key = name;
+      if (frames_.size() == 1) {
+         bool known = false;
+         for (auto k : topFields) known = known || k == name;
+         if (!known) reader_.fail({}, name, "unknown field (known: " + listed(topFields) + ")");
+      }
+      return true;
+   }
+
+   bool parse_error(std::size_t, const std::string&,
+                    const nlohmann::detail::exception& e) override {
+      std::string what = e.what();
+      // Drop the library's "[json.exception.parse_error.101] " tag.
+      if (const auto close = what.find("] "); what.starts_with("[") && close != std::string::npos)
+         what.erase(0, close + 2);
+      reader_.fail({}, "", "malformed JSON: " + what);
+   }
+
+private:
+   // Messages quote the offending value, and quoting recurses: a document
+   // nested deeper than any scenario is refused while it is read.
+   static constexpr size_t maxDepth = 64;
+
+   // An object or array being read: its keys so far, and where it stands.
+   struct Frame {
+      bool object;
+      std::string key;     // the current one
+      uint64_t index = 0;  // of the current element
+      std::unordered_set<std::string> keys;
+   };
+
+   bool scalar(Json&& v, std::string_view text = {}) {
+      begins(v);
+      if (inPiece_) {
+         if (!text.empty() && text != v.dump()) numberTexts_[where(frames_.size()).second] = text;
+         place(std::move(v));
+      }
+      ended();
+      return true;
+   }
+
+   bool start(Json::value_t type) {
+      if (frames_.size() > maxDepth)
+         reader_.fail({}, "", "nested deeper than " + std::to_string(maxDepth) + " levels");
+      Json v(type);
+      begins(v);
+      if (inPiece_) refs_.push_back(place(std::move(v)));
+      frames_.push_back(Frame{type == Json::value_t::object, {}, 0, {}});
+      return true;
+   }
+
+   bool end() {
+      frames_.pop_back();
+      if (inPiece_) refs_.pop_back();
+      ended();
+      return true;
+   }
+
+   // A value starts: the document, a top-level field's, an entry of the
+   // underlay or the steps, or one inside a piece.
+   void begins(const Json& v) {
+      if (inPiece_) return;
+      if (frames_.empty()) {
+         if (!v.is_object()) reader_.fail({}, "", "expected an object, found " + kind(v));
+         return;
+      }
+      if (frames_.size() == 1) {
+         const std::string& name = frames_[0].key;
+         if (name == "chip" || name == "toggles") return pieceBegins();
+         if (!v.is_array()) reader_.fail({}, name, "expected an array, found " + kind(v));
+         return;
+      }
+      pieceBegins();
+   }
+
+   void pieceBegins() {
+      inPiece_ = true;
+      pieceDepth_ = frames_.size();
+      piece_ = Json();
+      refs_.clear();
+      numberTexts_.clear();
+   }
+
+   Json* place(Json&& v) {
+      if (refs_.empty()) {
+         piece_ = std::move(v);
+         return &piece_;
+      }
+      Json& parent = *refs_.back();
+      if (parent.is_array()) {
+         parent.push_back(std::move(v));
+         return &parent.back();
+      }
+      Json& slot = parent[frames_.back().key];
+      slot = std::move(v);
+      return &slot;
+   }
+
+   void ended() {
+      if (inPiece_ && frames_.size() == pieceDepth_) {
+         inPiece_ = false;
+         pieceRead();
+         piece_ = Json();
+      }
+      if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
+   }
+
+   void pieceRead() {
+      const std::string& name = frames_[0].key;
+      if (name == "chip") return reader_.chipRead(piece_);
+      if (name == "toggles") return reader_.togglesRead(piece_);
+      const uint64_t index = frames_[1].index;
+      if (name == "underlay") return reader_.underlayRead(piece_, size_t(index));
+      reader_.stepRead(piece_, uint32_t(index + 1));
+   }
+
+   // The step and the field of the value the first `n` frames lead to, named
+   // as the Reader names them.
+   std::pair<std::optional<uint32_t>, std::string> where(size_t n) const {
+      std::optional<uint32_t> step;
+      std::string field;
+      for (size_t i = 0; i < n; ++i) {
+         const Frame& f = frames_[i];
+         if (i == 1 && frames_[0].key == "steps") {
+            step = uint32_t(f.index + 1);
+            field.clear();
+         } else if (f.object) {
+            field = child(field, f.key);
+         } else {
+            field = element(field, size_t(f.index));
+         }
+      }
+      return {step, field};
+   }
+
+   NumberTexts numberTexts_;  // of the piece being read
+   Reader reader_;
+   std::vector<Frame> frames_;
+   bool inPiece_ = false;
+   size_t pieceDepth_ = 0;
+   Json piece_;
+   std::vector<Json*> refs_;  // the piece's open objects and arrays
+};
+
+class Fd {
+public:
+   explicit Fd(int fd) : fd_(fd) {}
+   ~Fd() {
+      if (fd_ >= 0) ::close(fd_);
+   }
+   Fd(const Fd&) = delete;
+   Fd& operator=(const Fd&) = delete;
+   int get() const { return fd_; }
+
+private:
+   int fd_;
 };
 
 }  // namespace
 
 Scenario scenarioParse(std::string_view text, const std::string& file) {
-   // Messages quote the offending value, and quoting recurses: a document
-   // nested deeper than any scenario is refused while it is read.
-   constexpr int maxDepth = 64;
-   auto depthChecked = [&](int depth, Json::parse_event_t, Json&) {
-      if (depth > maxDepth)
-         throw ScenarioError(file + ": nested deeper than " + std::to_string(maxDepth) + " levels");
-      return true;
-   };
-   Json doc;
-   try {
-      doc = Json::parse(text, depthChecked);
-   } catch (const Json::exception& e) {  // also a number too large to hold
-      std::string what = e.what();
-      // Drop the library's "[json.exception.parse_error.101] " tag.
-      if (const auto close = what.find("] "); what.starts_with("[") && close != std::string::npos)
-         what.erase(0, close + 2);
-      throw ScenarioError(file + ": malformed JSON: " + what);
-   }
-   return Reader(file).read(doc);
+   SaxReader reader(file);
+   Json::sax_parse(text, &reader);
+   return reader.done();
 }
 
 Scenario scenarioRead(const std::string& file) {
-   std::ifstream in(file, std::ios::binary);
-   if (!in) throw ScenarioError(file + ": cannot read: " + std::strerror(errno));
-   std::ostringstream text;
-   text << in.rdbuf();
-   if (in.bad()) throw ScenarioError(file + ": cannot read: " + std::strerror(errno));
-   return scenarioParse(text.str(), file);
+   auto cannotRead = [&] { return ScenarioError(file + ": cannot read: " + std::strerror(errno)); };
+   const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+   if (fd.get() < 0) throw cannotRead();
+   struct stat st {};
+   if (::fstat(fd.get(), &st) != 0) throw cannotRead();
+   if (S_ISDIR(st.st_mode)) throw ScenarioError(file + ": is a directory");
+   const ScenarioError tooLarge(file + ": larger than " + std::string(maxScenarioText) +
+                                ", the largest scenario accepted");
+   if (S_ISREG(st.st_mode) && uint64_t(st.st_size) > maxScenarioBytes) throw tooLarge;
+   // A pipe or a device tells no size: one byte past the bound is enough to know.
+   std::string text;
+   if (S_ISREG(st.st_mode)) text.reserve(size_t(st.st_size));
+   std::vector<char> buffer(size_t(1) << 16);
+   for (;;) {
+      const size_t room = size_t(maxScenarioBytes + 1 - text.size());
+      const ssize_t n = ::read(fd.get(), buffer.data(), std::min(buffer.size(), room));
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) throw cannotRead();
+      if (n == 0) break;
+      text.append(buffer.data(), size_t(n));
+      if (text.size() > maxScenarioBytes) throw tooLarge;
+   }
+   return scenarioParse(text, file);
 }
 
 }  // namespace L3TunnelTool

@@ -33,6 +33,9 @@ const std::vector<TableClass>& hardwareTableClasses();
 std::string_view unqualifiedName(std::string_view qualifiedName);
 
 inline constexpr uint32_t maxTableSize = 65536;  // interface indices are 16 bits wide
+// The largest scenario file read; a larger one is refused before parsing.
+inline constexpr uint64_t maxScenarioBytes = uint64_t(64) << 20;
+inline constexpr std::string_view maxScenarioText = "64 MiB";
 inline constexpr std::string_view toggleFileName = "MeridL3.json";
 
 struct Step {
@@ -42,8 +45,12 @@ struct Step {
    std::vector<MeridL3Tunnel::L3TunnelOverlayViaEntry> vias;
 };
 std::string_view opName(Step::Op op);
-// One line for people, e.g. "program web (2 vias, 3 members)".
+// One line for people, e.g. "program web (2 vias, 3 members)"; control
+// characters in the group's name are escaped (printableText).
 std::string stepText(const Step& step);
+// `text` with control characters and backslashes escaped (\n, \x1b, \\), so
+// that names from a scenario cannot steer the terminal.
+std::string printableText(std::string_view text);
 
 struct Scenario {
    std::string file;
@@ -59,7 +66,10 @@ struct Scenario {
 };
 
 // Throw ScenarioError. `file` is only used to name the scenario in messages.
+// The text is read as it is parsed: a duplicate key or an unknown top-level
+// field stops it where it stands.
 Scenario scenarioParse(std::string_view text, const std::string& file);
+// Refuses a file larger than maxScenarioBytes without parsing it.
 Scenario scenarioRead(const std::string& file);
 
 }  // namespace L3TunnelTool

@@ -2,11 +2,13 @@
 // scenario and prints what the tables and the chip hold afterwards.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -17,8 +19,10 @@
 #include "HumanOutput.h"
 #include "JsonOutput.h"
 #include "Orb/Trace.h"
+#include "Output.h"
 #include "Scenario.h"
 #include "Snapshot.h"
+#include "StateDir.h"
 
 #ifndef L3TUNNEL_VERSION
 #error "L3TUNNEL_VERSION must be defined by the build"
@@ -36,7 +40,8 @@ constexpr const char* usageLine =
     "usage: l3tunnel run SCENARIO.json [--json] [--each-step] [--state-dir DIR] [--trace SPEC]\n"
     "       l3tunnel --help | --version\n";
 
-constexpr const char* helpText =
+// The scenario size is in the text, so that the help says what the program does.
+const std::string helpText =
     "\n"
     "Plays the forwarding agent on a simulated chip: sets the overlay ECMP programmer up,\n"
     "applies the scenario's steps (program, release, restart, reconcile) and prints the\n"
@@ -45,11 +50,16 @@ constexpr const char* helpText =
     "  --json            print JSON for programs instead of text for people\n"
     "  --each-step       print the state after every step (JSON: an array, one per step)\n"
     "  --state-dir DIR   start from DIR/chip.state when it exists (as a restart) and save\n"
-    "                    the chip there after a successful run\n"
+    "                    the chip there after the run; one run at a time holds DIR\n"
     "  --trace SPEC      text trace, as in L3TUNNEL_TRACE (e.g. 'MeridL3Tunnel::*/5')\n"
     "  --help, --version\n"
     "\n"
-    "Exit codes: 0 done, 1 failure while running, 2 bad scenario, state file or usage.\n";
+    "A scenario is at most " +
+    std::string(L3TunnelTool::maxScenarioText) +
+    ".\n"
+    "Exit codes: 0 done, 1 failure while running (the state directory is held by another\n"
+    "run, standard output or the state cannot be written), 2 bad scenario, state file,\n"
+    "state directory or usage.\n";
 
 struct Options {
    std::string file;
@@ -66,7 +76,7 @@ struct UsageError {
 void error(const std::string& what) { std::cerr << "l3tunnel: " << what << std::endl; }
 
 // Options may come before or after the file; "--" ends them.
-std::optional<Options> optionsRead(int argc, char** argv, int& exitCode) {
+std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int& exitCode) {
    Options o;
    std::vector<std::string> positional;
    bool optionsDone = false;
@@ -81,12 +91,12 @@ std::optional<Options> optionsRead(int argc, char** argv, int& exitCode) {
          continue;
       }
       if (arg == "--help" || arg == "-h") {
-         std::cout << usageLine << helpText;
+         out << usageLine << helpText;
          exitCode = 0;
          return std::nullopt;
       }
       if (arg == "--version") {
-         std::cout << "l3tunnel " << L3TUNNEL_VERSION << "\n";
+         out << "l3tunnel " << L3TUNNEL_VERSION << "\n";
          exitCode = 0;
          return std::nullopt;
       }
@@ -123,10 +133,16 @@ std::optional<Options> optionsRead(int argc, char** argv, int& exitCode) {
    return o;
 }
 
+// A terminal that takes escape sequences: TERM names one ("dumb" takes none).
+bool capableTerminal(int fd) {
+   const char* term = std::getenv("TERM");
+   return isatty(fd) == 1 && term && *term && std::strcmp(term, "dumb") != 0;
+}
+
 // Shown on a terminal once a run has taken long enough to be worth it.
 class Progress {
 public:
-   explicit Progress(uint32_t steps) : steps_(steps), on_(isatty(STDERR_FILENO) == 1) {}
+   explicit Progress(uint32_t steps) : steps_(steps), on_(capableTerminal(STDERR_FILENO)) {}
    ~Progress() {
       if (shown_) std::fputs("\r\033[K", stderr);
    }
@@ -156,104 +172,122 @@ double msSince(Clock::time_point start) {
    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-int run(const Options& o) {
-   namespace fs = std::filesystem;
+// One step's snapshot as an element of the --each-step array: the array is
+// printed as the steps go, and looks as one array printed whole would.
+void eachStepJsonPrint(std::ostream& out, const Snapshot& s, bool first) {
+   const std::string text = snapshotJson(s).dump(2);
+   out << (first ? "\n" : ",\n");
+   for (size_t at = 0; at < text.size();) {
+      const size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+      out << "  ";
+      out.write(text.data() + at, std::streamsize(end - at));
+      at = end;
+   }
+}
+
+int run(const Options& o, StdOutput& out) {
    if (o.trace) Orb::Trace::configIs(*o.trace);
 
    Scenario scenario;
    try {
-      std::error_code ec;
-      if (fs::is_directory(o.file, ec)) throw ScenarioError(o.file + ": is a directory");
       scenario = scenarioRead(o.file);
    } catch (const ScenarioError& e) {
       error(e.what());
       return exitBadInput;
    }
 
-   std::string statePath;
+   // Held until the state is saved; made, locked and checked before any step.
+   std::optional<StateDir> stateDir;
    bool recover = false;
    if (o.stateDir) {
-      std::error_code ec;
-      if (fs::exists(*o.stateDir, ec) && !fs::is_directory(*o.stateDir, ec)) {
-         error(*o.stateDir + ": not a directory");
-         return exitBadInput;
+      try {
+         stateDir.emplace(*o.stateDir);
+      } catch (const StateDirError& e) {
+         error(e.what);
+         return e.busy ? exitFailure : exitBadInput;
       }
-      statePath = (fs::path(*o.stateDir) / "chip.state").string();
-      recover = fs::exists(statePath, ec);
+      recover = stateDir->stateExists();
    }
 
    Agent agent(scenario);
    if (recover) {
       try {
-         agent.chipStateLoad(statePath);
+         agent.chipStateLoad(stateDir->statePath());
       } catch (const std::runtime_error& e) {
          error(e.what());
          return exitBadInput;
       }
    }
 
-   const bool colour = !o.json && isatty(STDOUT_FILENO) == 1 && !std::getenv("NO_COLOR");
+   const bool colour = !o.json && capableTerminal(STDOUT_FILENO) && !std::getenv("NO_COLOR");
    const HumanStyle style{colour};
-   OrderedJson perStep = OrderedJson::array();
    const auto start = Clock::now();
+   const size_t steps = scenario.steps.size();
    agent.start(recover);
+   if (o.eachStep && o.json) out << "[";
    {
-      Progress progress(uint32_t(scenario.steps.size()));
-      for (size_t i = 0; i < scenario.steps.size(); ++i) {
+      Progress progress{uint32_t(steps)};
+      for (size_t i = 0; i < steps; ++i) {
          progress.stepIs(uint32_t(i + 1));
          agent.stepRun(scenario.steps[i]);
          // The agent's loop runs between configuration changes, as it would in
          // a switch; so the end state does not depend on what is printed.
          agent.settle();
-         if (!o.eachStep) continue;
+         // Output that failed is not made any more; the steps go on.
+         if (!o.eachStep || out.error()) continue;
          const Snapshot s = snapshotOf(agent);
          if (o.json) {
-            perStep.push_back(snapshotJson(s));
+            eachStepJsonPrint(out, s, i == 0);
          } else {
-            std::cout << (colour ? "\033[1m" : "") << "== step " << i + 1 << " of "
-                      << scenario.steps.size() << ": " << stepText(scenario.steps[i])
-                      << (colour ? "\033[0m" : "") << "\n\n";
-            humanPrint(std::cout, s, msSince(start), style);
-            if (i + 1 < scenario.steps.size()) std::cout << "\n";
+            out << (colour ? "\033[1m" : "") << "== step " << i + 1 << " of " << steps << ": "
+                << stepText(scenario.steps[i]) << (colour ? "\033[0m" : "") << "\n\n";
+            humanPrint(out, s, msSince(start), style);
+            if (i + 1 < steps) out << "\n";
          }
       }
    }
    agent.settle();
-   if (o.json)
-      std::cout << (o.eachStep ? perStep : snapshotJson(snapshotOf(agent))).dump(2) << "\n";
-   else if (!o.eachStep || scenario.steps.empty())
-      humanPrint(std::cout, snapshotOf(agent), msSince(start), style);
-   std::cout.flush();
+   if (o.json && o.eachStep)
+      out << (steps ? "\n]\n" : "]\n");
+   else if (o.json)
+      out << snapshotJson(snapshotOf(agent)).dump(2) << "\n";
+   else if (!o.eachStep || steps == 0)
+      humanPrint(out, snapshotOf(agent), msSince(start), style);
+   out.finish();
 
-   if (o.stateDir) {
-      std::error_code ec;
-      fs::create_directories(*o.stateDir, ec);
-      if (ec) {
-         error("cannot make " + *o.stateDir + ": " + ec.message());
-         return exitFailure;
-      }
-      agent.chipStateSave(statePath);
-   }
+   // Saved whatever became of the output.
+   if (stateDir) agent.chipStateSave(stateDir->statePath());
    return 0;
+}
+
+// A failed write to standard output is reported once, at the end.
+int outputChecked(StdOutput& out, int exitCode) {
+   if (out.finish()) return exitCode;
+   error(std::string("standard output: ") + std::strerror(out.error()));
+   return exitCode == 0 ? exitFailure : exitCode;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+   // A reader that goes away (| head) must not stop the run before the state
+   // is saved: the write fails with EPIPE instead, and is reported.
+   std::signal(SIGPIPE, SIG_IGN);
+   StdOutput out;
+   int exitCode = 0;
    try {
-      int exitCode = 0;
       std::optional<Options> options;
       try {
-         options = optionsRead(argc, argv, exitCode);
+         options = optionsRead(argc, argv, out, exitCode);
       } catch (const UsageError& e) {
          error(e.what);
          std::cerr << usageLine;
          return exitBadInput;
       }
-      if (!options) return exitCode;
-      return run(*options);
+      if (options) exitCode = run(*options, out);
    } catch (const std::exception& e) {
       error(e.what());
-      return exitFailure;
+      exitCode = exitFailure;
    }
+   return outputChecked(out, exitCode);
 }
