@@ -713,12 +713,10 @@ struct SwTable::Accessor {
       if constexpr (T::hasDependentField) unresolvedEntryDel(t, key);
    }
 
-   // The callable of the value that stands for the key: a value still waiting
-   // for its needed entry comes first, so its writer hears a failure too.
+   // The callable of the key's resolved value. A value still waiting for its
+   // needed entry has not been handed to the chip: its writer hears nothing
+   // until it is resolved.
    static WriteResponseFn writeResponseFn(const T& t, const Key& key) {
-      if constexpr (T::hasDependentField) {
-         if (UePtr ue = unresolvedEntry(t, key)) return ue->entry().writeResponseFn();
-      }
       auto it = t.data_.resolvedEntry.find(key);
       if (it == t.data_.resolvedEntry.end() || !it->second) return {};
       return it->second->writeResponseFn();
@@ -816,18 +814,19 @@ struct SwTable::Accessor {
    static constexpr const char* unassignedHandle =
        "Initializing unresolved entry or entry block: entry handle was not yet assigned.";
 
-   static void doResolve(T& t, Ue& ue) {
-      ORB_ASSERT(ue.neededEntryHandleSms() == 0) << "function should not have been called"
-                                                 << " " << &t;
+   static void doResolve(T& t, Ue& unresolved) {
+      Ue* const ue = &unresolved;
+      ORB_ASSERT(ue->neededEntryHandleSms() == 0) << "function should not have been called"
+                                                  << " " << &t;
       FLIT(trace(), traceState, "{}: {}", typeName(), "doResolve");
-      const Key key = ue.key();
-      UePtr keepUe(&ue);
+      const Key key = ue->key();
+      UePtr keepUe(ue);
       HandlePtr eh = entryHandle(t, key);
       ORB_ASSERT(eh) << "expect a valid entryHandle, key: " << key;
       auto node = t.data_.resolvedEntry.find(key);
       if (node != t.data_.resolvedEntry.end() && node->second && bool(*node->second))
          eh->pendingEntryEnq(*node->second);
-      Entry resolved = ue.entry();
+      Entry resolved = ue->entry();
       const auto& needed = resolved.neededEntryHandle();
       if (!needed) throw std::invalid_argument(unassignedHandle);
       const Index i = getHwIndexForDependentField(*needed);

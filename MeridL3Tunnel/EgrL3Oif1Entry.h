@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
 #include "Asic/EntryBase.h"
 #include "Orb/BitUInt.h"
@@ -58,11 +59,13 @@ public:
    const HandlePtr& neededEntryHandle() const { return tunnelIdxHandle_; }
    void dependentFieldIs(uint16_t i) { tunnelIdx_ = i; }
 
-   static bool isEq(const EgrL3Oif1Entry& a, const EgrL3Oif1Entry& b) {
-      return Asic::EntryBase::isEq(a, b) && a.tunnelIdxHandle_ == b.tunnelIdxHandle_ &&
-             a.ttlThreshold_ == b.ttlThreshold_ && a.strengthPrflIndex_ == b.strengthPrflIndex_;
+   // The fields that make the value: equality and the value hash walk them.
+   auto valueFields() const {
+      return std::tie(tunnelIdxHandle_, ttlThreshold_, strengthPrflIndex_);
    }
-   friend bool operator==(const EgrL3Oif1Entry& a, const EgrL3Oif1Entry& b) { return isEq(a, b); }
+   friend bool operator==(const EgrL3Oif1Entry& a, const EgrL3Oif1Entry& b) {
+      return EgrL3Oif1Entry::isEq(a, b);
+   }
    friend bool operator<(const EgrL3Oif1Entry& a, const EgrL3Oif1Entry& b) {
       const Asic::EntryBase& ab = a;
       const Asic::EntryBase& bb = b;
@@ -73,7 +76,7 @@ public:
       if (a.ttlThreshold_ != b.ttlThreshold_) return a.ttlThreshold_ < b.ttlThreshold_;
       return a.strengthPrflIndex_ < b.strengthPrflIndex_;
    }
-   explicit operator bool() const { return !isEq(*this, EgrL3Oif1Entry()); }
+   explicit operator bool() const { return !EgrL3Oif1Entry::isEq(*this, EgrL3Oif1Entry()); }
 
    friend std::string valueToStrep(const EgrL3Oif1Entry& e) {
       return text(e, e.tunnelIdxHandle_.ptr());

@@ -3,6 +3,8 @@
 // entry has no fields: programming it tells the hardware that the interface
 // index exists on the ingress side. Written only by the merged interface
 // table, which allocates the index.
+#include <tuple>
+
 #include "Asic/IndexValue.h"
 #include "Asic/SwTable.h"
 #include "AsicSwTable/SwTableOperations.h"
@@ -17,9 +19,8 @@ public:
    IngL3IifEntry() = default;
    explicit IngL3IifEntry(Orb::CharRange&) {}  // the text form is empty
 
-   static bool isEq(const IngL3IifEntry& a, const IngL3IifEntry& b) {
-      return Asic::EntryBase::isEq(a, b);
-   }
+   // No fields: every value is equal to every other.
+   std::tuple<> valueFields() const { return {}; }
    friend bool operator==(const IngL3IifEntry& a, const IngL3IifEntry& b) { return isEq(a, b); }
    friend bool operator<(const IngL3IifEntry& a, const IngL3IifEntry& b) {
       return static_cast<const Asic::EntryBase&>(a) < static_cast<const Asic::EntryBase&>(b);

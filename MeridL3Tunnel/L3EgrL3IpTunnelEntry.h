@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
 #include "Asic/EntryBase.h"
 #include "Orb/BitUInt.h"
 #include "Orb/CharRange.h"
-#include "Orb/Hash.h"
 #include "Orb/Strep.h"
 #include "Wire/IpGenAddr.h"
 
@@ -65,14 +65,13 @@ public:
    U5 strengthProfileIndex1() const { return strengthProfileIndex1_; }
    void strengthProfileIndex1Is(U5 s) { strengthProfileIndex1_ = s; }
 
-   static bool isEq(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
-      return Asic::EntryBase::isEq(a, b) && a.isIpInIpV4Tunnel_ == b.isIpInIpV4Tunnel_ &&
-             a.isIpInIpV6Tunnel_ == b.isIpInIpV6Tunnel_ && a.ttlValue_ == b.ttlValue_ &&
-             a.srcIpAddr_ == b.srcIpAddr_ && a.dstIpAddr_ == b.dstIpAddr_ &&
-             a.strengthProfileIndex1_ == b.strengthProfileIndex1_;
+   // The fields that make the value: equality and the value hash walk them.
+   auto valueFields() const {
+      return std::tie(isIpInIpV4Tunnel_, isIpInIpV6Tunnel_, srcIpAddr_, ttlValue_, dstIpAddr_,
+                      strengthProfileIndex1_);
    }
    friend bool operator==(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
-      return isEq(a, b);
+      return EgrL3IpTunnelEntry::isEq(a, b);
    }
    friend bool operator<(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
       const Asic::EntryBase& ab = a;
@@ -88,15 +87,7 @@ public:
       if (!(a.dstIpAddr_ == b.dstIpAddr_)) return a.dstIpAddr_ < b.dstIpAddr_;
       return a.strengthProfileIndex1_ < b.strengthProfileIndex1_;
    }
-   explicit operator bool() const { return !isEq(*this, EgrL3IpTunnelEntry()); }
-
-   uint32_t genericIfHash(uint32_t seed = 0) const {
-      Orb::Hash h(seed);
-      h.mix(uint32_t(isIpInIpV4Tunnel_) | uint32_t(isIpInIpV6Tunnel_) << 1 |
-            uint32_t(ttlValue_) << 8 | uint32_t(strengthProfileIndex1_.value()) << 16);
-      h.mix(srcIpAddr_.hash(seed)).mix(dstIpAddr_.hash(seed));
-      return h.result();
-   }
+   explicit operator bool() const { return !EgrL3IpTunnelEntry::isEq(*this, EgrL3IpTunnelEntry()); }
 
    // Built in one buffer: the chip's row of every write is this text.
    friend std::string valueToStrep(const EgrL3IpTunnelEntry& e) {

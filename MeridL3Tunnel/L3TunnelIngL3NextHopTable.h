@@ -4,6 +4,8 @@
 // or drops. Each entry names its interface entry (drop entries name a
 // placeholder) and carries that entry's hardware index once resolved. Its
 // index space is chosen at start from the chip's features.
+#include <tuple>
+
 #include "Asic/IndexAllocator.h"
 #include "Asic/IndexValue.h"
 #include "Asic/SwTable.h"
@@ -42,12 +44,10 @@ public:
    const HandlePtr& neededEntryHandle() const { return l3Oif1Handle_; }
    void dependentFieldIs(uint16_t i) { l3Oif1_ = i; }
 
-   // `l3Oif1` is derived from the handle and the callable is no value: neither
-   // takes part in equality or order.
-   static bool isEq(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
-      return Asic::EntryBase::isEq(a, b) && a.l3Oif1Handle_ == b.l3Oif1Handle_ &&
-             a.drop_ == b.drop_ && a.strengthProfileIdx_ == b.strengthProfileIdx_ &&
-             a.viewType_ == b.viewType_;
+   // The fields that make the value: `l3Oif1` is derived from the handle and
+   // the callable is no value, so neither takes part in equality or hash.
+   auto valueFields() const {
+      return std::tie(l3Oif1Handle_, drop_, strengthProfileIdx_, viewType_);
    }
    friend bool operator==(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
       return isEq(a, b);

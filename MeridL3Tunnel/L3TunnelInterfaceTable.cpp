@@ -482,8 +482,11 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, co
    const EgrL3Oif1Table::Index egrIndex(index);
    auto ingNode = ingL3Iif_->resolvedEntry(ingIndex);
    auto egrHandle = egrL3Oif1Table_->entryHandle(egrIndex);
+   // Member rows stand for this key's write only while the key holds it: rows
+   // that outlived its merged entry are taken over by a new write.
+   const bool written = eh->hasMergedEntry_ || unresolvedMergedEntry_.count(key) != 0;
    const bool repeat =
-       ingL3Iif_->resolvedEntryHas(ingIndex) && ingNode &&
+       written && ingL3Iif_->resolvedEntryHas(ingIndex) && ingNode &&
        IngL3Iif::Entry::isEq(*ingNode, entry.ingL3IifEntry()) && egrHandle &&
        egrHandle->entryType() != Type::inDeletion &&
        (egrL3Oif1Table_->unresolvedEntry(egrIndex) ||
@@ -586,10 +589,12 @@ void L3InterfaceTable::cleanup(EntryHandle& eh) {
    auto it = entryHandle_.find(key);
    if (it == entryHandle_.end() || it->second.ptr() != &eh) return;
    eh.doAmendReferences();
-   eh.tableIs(nullptr);
    unresolvedMergedEntryDel(key);
    mergedEntryDel(key);
+   // Dropping the map's share reaches zero again inside this hook, which
+   // finds the key gone; the handle is deleted only after the hook returns.
    entryHandleDel(key);
+   eh.tableIs(nullptr);
 }
 
 void L3InterfaceTable::EntryHandle::tableIs(L3InterfaceTable* t) {

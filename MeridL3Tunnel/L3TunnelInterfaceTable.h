@@ -15,6 +15,7 @@
 //   frees the index when the last member row is gone.
 #include <array>
 #include <span>
+#include <tuple>
 #include <vector>
 
 #include "Asic/IndexAllocator.h"
@@ -55,10 +56,8 @@ public:
       const EgrL3Oif1Table::Entry& egrL3Oif1TableEntry() const { return egrL3Oif1TableEntry_; }
       void egrL3Oif1TableEntryIs(const EgrL3Oif1Table::Entry& e) { egrL3Oif1TableEntry_ = e; }
 
-      static bool isEq(const Entry& a, const Entry& b) {
-         return IngL3Iif::Entry::isEq(a.ingL3IifEntry_, b.ingL3IifEntry_) &&
-                EgrL3Oif1Table::Entry::isEq(a.egrL3Oif1TableEntry_, b.egrL3Oif1TableEntry_);
-      }
+      // The member values: equality and the value hash walk them.
+      auto valueFields() const { return std::tie(ingL3IifEntry_, egrL3Oif1TableEntry_); }
       friend bool operator==(const Entry& a, const Entry& b) { return isEq(a, b); }
       explicit operator bool() const { return !isEq(*this, Entry()); }
       friend MERID_API std::string valueToStrep(const Entry& e);

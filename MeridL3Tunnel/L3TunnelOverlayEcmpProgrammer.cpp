@@ -261,11 +261,19 @@ L3TunnelKey L3TunnelOverlayEcmpProgrammer::getTunnelDropKey() {
    return L3TunnelKey(zero, zero);
 }
 
-void L3TunnelOverlayEcmpProgrammer::programReservedTunnelDropEntry() {
-   const L3TunnelKey key = getTunnelDropKey();
+namespace {
+
+Asic::SwTableBase::EntryHandle::PtrConst reservedTunnelDropEntryCommit(
+    L3TunnelIngL3NextHopTable& nextHops) {
    const L3TunnelIngL3NextHopTable::Entry entry(SwTableWorkaround::dontCareHandle(Asic::Index(0)),
                                                 0, true, U5(dropStrength), U2());
-   const HandlePtrConst handle = l3TunnelIngL3NextHopTable_->entryCommit(key, entry);
+   return nextHops.entryCommit(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey(), entry);
+}
+
+}  // namespace
+
+void L3TunnelOverlayEcmpProgrammer::programReservedTunnelDropEntry() {
+   const HandlePtrConst handle = reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable_);
    if (!MeridL3Common::validateEntryState(handle->entryState())) {
       ORB_TRACE(traceHandle(), traceProgrammer, "programReservedTunnelDropEntry")
           << " L3TunnelNextHopTable is Full ";
@@ -285,10 +293,6 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
 
    if (viaEntry.nhEntryType() == Plx::nextHopDrop()) {
       HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
-      // The chip may have refused the reserved entry after initTables returned:
-      // a group that needs it tries it again.
-      if (drop && drop->entryState() == Asic::SwTableBase::noHwIndex())
-         programReservedTunnelDropEntry();
       fullTraced(drop, " L3TunnelNextHopTable is Full ");
       return drop;
    }
@@ -330,6 +334,17 @@ L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
    L3EcmpMember0Table::EntryBlock block;
    uint32_t next = 0;
    const uint32_t vias = viaList->vias();
+   // The chip may have refused the reserved drop entry after initTables
+   // returned: a block that drops commits it again, once, before its vias.
+   // Another refusal shows in the entry's state, as for any next hop.
+   if (HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
+       drop && drop->entryState() == Asic::SwTableBase::noHwIndex()) {
+      for (uint32_t i = 0; i < vias; ++i) {
+         if (viaList->via(VE_Via(i)).nhEntryType() != Plx::nextHopDrop()) continue;
+         reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable_);
+         break;
+      }
+   }
    for (uint32_t i = 0; i < vias; ++i) {
       const L3TunnelOverlayViaEntry viaEntry = viaList->via(VE_Via(i));
       ORB_TRACE(traceHandle(), traceProgrammer, "populateOverlayEcmpBlock")

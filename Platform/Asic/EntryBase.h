@@ -1,10 +1,14 @@
 #pragma once
 // Base of every entry value. Hardware plug-ins see entries only through these
 // virtuals, so one simulator serves every table without knowing its types.
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <type_traits>
 
 #include "Asic/WriteResponseFn.h"
+#include "Orb/Hash.h"
 #include "Orb/TypeId.h"
 
 #pragma GCC visibility push(default)
@@ -39,11 +43,42 @@ private:
    WriteResponseFn writeResponseFn_;
 };
 
+// Mixes one field of a value into `h`: numbers as one word, values by their own
+// hash, handles (compared by identity) by their address.
+template <class F>
+void hashValueField(Orb::Hash& h, const F& f, uint32_t seed) {
+   if constexpr (std::is_integral_v<F> || std::is_enum_v<F>) {
+      static_assert(sizeof(F) <= sizeof(uint32_t));
+      h.mix(uint32_t(f));
+   } else if constexpr (requires { f.genericIfHash(seed); }) {
+      h.mix(f.genericIfHash(seed));
+   } else if constexpr (requires { f.hash(seed); }) {
+      h.mix(f.hash(seed));
+   } else {
+      const auto address = reinterpret_cast<std::uintptr_t>(f.ptr());
+      h.mix(uint32_t(address));
+      if constexpr (sizeof(address) > sizeof(uint32_t)) h.mix(uint32_t(uint64_t(address) >> 32));
+   }
+}
+
 // Implements the generic virtuals from the entry's own value operations:
-// `static constexpr std::string_view typeName`, `isEq`, and `valueToStrep`.
+// `static constexpr std::string_view typeName`, `valueFields` and
+// `valueToStrep`. `valueFields()` ties the fields that make the value (what is
+// derived from them, and the callable, stay out): equality and the value hash
+// both walk it, so equal values hash alike.
 template <class Derived>
 class EntryImpl : public EntryBase {
 public:
+   static bool isEq(const Derived& a, const Derived& b) {
+      return EntryBase::isEq(a, b) && a.valueFields() == b.valueFields();
+   }
+   uint32_t genericIfHash(uint32_t seed = 0) const {
+      Orb::Hash h(seed);
+      std::apply([&](const auto&... field) { (hashValueField(h, field, seed), ...); },
+                 self().valueFields());
+      return h.result();
+   }
+
    Orb::TypeId entryType() const override { return Orb::typeId<Derived>(); }
    std::string stringValue() const override { return valueToStrep(self()); }
    std::unique_ptr<EntryBase> clone() const override { return std::make_unique<Derived>(self()); }

@@ -61,10 +61,25 @@ TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
    expectConsistent();
 }
 
+// The callable is the resolved value's: a next hop whose interface failed has
+// none resolved, so its writer hears nothing of the failure.
 TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswer) {
-   for (bool fail : {false, true}) {
-      SCOPED_TRACE(fail ? "write refused" : "write accepted");
-      const uint32_t n = fail ? 2 : 1;
+   struct Case {
+      const char* name;
+      std::string_view refusingTable;
+      State reported;
+      std::vector<State> heard;
+   };
+   const Case cases[] = {
+       {"write accepted", {}, State::success, {State::inProgress, State::success}},
+       {"write refused", Nh::typeName, State::noHwIndex, {State::inProgress, State::noHwIndex}},
+       {"interface failed", V4::typeName, State::failedNeededEntry, {}},
+   };
+   uint32_t n = 0;
+   for (auto& c : cases) {
+      SCOPED_TRACE(c.name);
+      ++n;
+      if (!c.refusingTable.empty()) chip->writeFailuresIs(c.refusingTable, 1);
       chip->holdResponsesIs(true);
       auto t = tunnel(n);
       auto o = oif->entryRef(tunnelKey(n), oifEntry(t));
@@ -74,15 +89,13 @@ TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswe
       auto h = nh->entryRef(tunnelKey(n), e);
       EXPECT_EQ(h->entryState(), State::unresolved);
       EXPECT_TRUE(heard.empty()) << "an unresolved handle never calls it";
-      if (fail) chip->writeFailuresIs(Nh::typeName, 1);
       chip->holdResponsesIs(false);
       for (int i = 0; i < 3; ++i) {  // tunnel, then interface, then next hop
          chip->releaseAllResponses();
          runLoop();
       }
-      const State reported = fail ? State::noHwIndex : State::success;
-      EXPECT_EQ(heard, (std::vector<State>{State::inProgress, reported}));
-      EXPECT_EQ(h->entryState(), reported);
+      EXPECT_EQ(heard, c.heard);
+      EXPECT_EQ(h->entryState(), c.reported);
    }
 }
 
@@ -144,6 +157,19 @@ TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
    auto wont = v4->entryWontProgram(tunnelKey(7));
    oif->entryCommit(tunnelKey(7), oifEntry(wont));
    EXPECT_EQ(oif->resolvedEntry(tunnelKey(7))->tunnelIdx(), 65533u);
+}
+
+using DependentResolutionDeathTest = DependentResolution;
+
+TEST_F(DependentResolutionDeathTest, ResolvingWithAWatcherOutstandingAborts) {
+   chip->holdResponsesIs(true);
+   auto t = tunnel(1);
+   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
+   auto ue = oif->unresolvedEntry(tunnelKey(1));
+   ASSERT_TRUE(ue);
+   EXPECT_DEATH(ue->doResolve(),
+                "assertion \"ue->neededEntryHandleSms\\(\\) == 0\" failed: function should not "
+                "have been called 0x");
 }
 
 TEST_F(DependentResolution, NullHandleIsRefused) {

@@ -103,6 +103,35 @@ TEST_F(MergedInterface, MembersCountOnceTheChipHasAnsweredThem) {
    expectConsistent();
 }
 
+// Member rows that outlived their key's merged entry (someone else holds
+// them) are taken over by the key's next write, which resolves at once: the
+// chip has answered them already.
+TEST_F(MergedInterface, WriteOverProgrammedMembersResolvesAtOnce) {
+   auto t = tunnel(1);
+   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
+   runLoop();
+   const Asic::Index index = intf->entryHandle(tunnelKey(1))->hwIndex();
+   auto ing = intf->ingL3Iif()->entryWeakRef(IngL3Iif::Index(index));
+   auto egr = intf->egrL3Oif1Table()->entryWeakRef(EgrL3Oif1Table::Index(index));
+   intf->entryRemove(tunnelKey(1));
+   runLoop();
+   ASSERT_FALSE(intf->entryHandle(tunnelKey(1)));
+   ASSERT_EQ(ing->entryState(), State::success);
+   ASSERT_EQ(egr->entryState(), State::success);
+   const auto writes = stats(EgrL3Oif1Table::typeName).writes + stats(IngL3Iif::typeName).writes;
+
+   std::vector<State> heard;
+   auto e = interfaceEntry(t);
+   e.writeResponseFnIs([&](State s) { heard.push_back(s); });
+   auto h = intf->entryCommit(tunnelKey(1), e);
+   EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::success}));
+   EXPECT_EQ(h->entryState(), State::success);
+   EXPECT_EQ(h->hwIndex(), index);
+   EXPECT_TRUE(intf->mergedEntryHas(tunnelKey(1)));
+   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes + stats(IngL3Iif::typeName).writes, writes);
+   expectConsistent();
+}
+
 TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
    Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
    auto t = tunnel(1);
@@ -223,6 +252,48 @@ TEST_F(MergedInterface, AliasSharesTheHandleAndItsIndex) {
    EXPECT_FALSE(intf->mappedEntryHandle(tunnelKey(5)));
    EXPECT_EQ(a->entryState(), State::success) << "the aliased entry stays in place";
    EXPECT_EQ(a->entryType(), Type::committed);
+}
+
+// A handle's clean-up drops the merged state first and unlinks the handle from
+// its table last: whoever hears the collections change still sees the handle
+// in its table.
+TEST_F(MergedInterface, CleanupUnlinksTheHandleLast) {
+   struct Log final : Brio::Notifiee {
+      Log(std::vector<std::string>& events, const char* who, const L3InterfaceTable::EntryHandle* h)
+          : events(events), who(who), h(h) {}
+      void onAttribute(Brio::AttrId attr, Brio::KeyRef) override {
+         events.push_back(std::string(who) + std::to_string(attr) +
+                          (h->table() ? "" : " unlinked"));
+      }
+      std::vector<std::string>& events;
+      const char* who;
+      const L3InterfaceTable::EntryHandle* h;
+   };
+   for (bool resolved : {true, false}) {
+      SCOPED_TRACE(resolved ? "resolved" : "waiting for its members");
+      const auto k = tunnelKey(resolved ? 1 : 2);
+      auto t = tunnel(resolved ? 1 : 2);
+      chip->holdResponsesIs(!resolved);
+      HandlePtr h = intf->entryRef(k, interfaceEntry(t));
+      runLoop();
+      const auto* eh = intf->entryHandle(k).ptr();
+      ASSERT_EQ(intf->mergedEntryHas(k), resolved);
+      std::vector<std::string> events;
+      Log onTable(events, "table ", eh), onHandle(events, "handle ", eh);
+      onTable.notifierIs(&intf->notifieeList());
+      onHandle.notifierIs(&const_cast<L3InterfaceTable::EntryHandle*>(eh)->notifieeList());
+      h.reset();
+      const auto attr = [](const char* who, Brio::AttrId a) { return who + std::to_string(a); };
+      const std::vector<std::string> expected{
+          attr("table ", resolved ? L3InterfaceTable::mergedEntryAttr
+                                  : L3InterfaceTable::unresolvedMergedEntryAttr),
+          attr("table ", Asic::SwTable::entryHandleAttr),
+          attr("handle ", Asic::SwTableBase::EntryHandle::swTableAttr) + " unlinked"};
+      EXPECT_EQ(events, expected);
+      chip->holdResponsesIs(false);
+      drainResponses();
+   }
+   expectConsistent();
 }
 
 using MergedInterfaceDeathTest = MergedInterface;

@@ -86,6 +86,27 @@ TEST_F(OverlayBlock, MissingDropEntryIsTracedAndItsNullHandleUsed) {
    EXPECT_EQ(member(h, 1).nextHopIdx(), Asic::invalidIndex);
 }
 
+// A via only looks the reserved drop entry up: one the chip refused is traced
+// and its handle used. The block commits it again, once, before its vias.
+TEST_F(OverlayBlock, RefusedDropEntryIsTracedAtTheViaAndRecommittedByTheBlock) {
+   chip->writeFailuresIs(L3TunnelIngL3NextHopTable::typeName, 1);
+   start();
+   const HandlePtr drop = nh->entryWeakRef(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
+   ASSERT_EQ(drop->entryState(), State::noHwIndex);
+   const uint32_t writes = stats(L3TunnelIngL3NextHopTable::typeName).writes;
+   EXPECT_EQ(programmer->fillOverlayNextHopInfo(dropVia(1)), drop);
+   EXPECT_EQ(stats(L3TunnelIngL3NextHopTable::typeName).writes, writes) << "a via writes nothing";
+   EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 1u);
+
+   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1), dropVia(3)});
+   EXPECT_EQ(stats(L3TunnelIngL3NextHopTable::typeName).writes, writes + 2);  // drop, next hop
+   EXPECT_EQ(drop->entryState(), State::success);
+   EXPECT_EQ(member(h, 3).nextHopHandle(), drop);
+   EXPECT_EQ(member(h, 3).nextHopIdx(), drop->hwIndex());
+   EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 1u);
+   expectConsistent();
+}
+
 TEST_F(OverlayBlock, EmptyListGivesAnEmptyBlock) {
    start();
    HandlePtr h = program({});
