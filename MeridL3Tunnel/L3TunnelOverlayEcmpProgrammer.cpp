@@ -222,14 +222,16 @@ struct Recovered {
    Brio::Ptr<Asic::IndexPins> pins;
    const Asic::GenericIndexAllocator* keys = nullptr;
    // The named table already has handles (another component filled it): a
-   // pinned index's is handed over at once.
+   // pinned index's is handed over at once, and an index without one names
+   // nothing to pin.
+   bool filled = false;
    std::vector<Asic::SwTableBase::EntryHandle::PtrConst> handles;
 };
 
 template <class Table>
 Recovered recovered(const Table& t, std::string_view name) {
    ORB_ASSERT(t.entryHandles() == 0) << t.name() << " has handles before its pins";
-   return {name, nullptr, t.indexPins(), t.indexAllocator().ptr(), {}};
+   return {name, nullptr, t.indexPins(), t.indexAllocator().ptr(), false, {}};
 }
 
 }  // namespace
@@ -246,7 +248,7 @@ Recovered recovered(const Table& t, std::string_view name) {
 void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
    std::vector<Recovered> tables;
    auto rowsOf = [&](const Asic::SwTable& t) {
-      tables.push_back({t.name(), &t, nullptr, nullptr, {}});
+      tables.push_back({t.name(), &t, nullptr, nullptr, false, {}});
    };
    rowsOf(*l3EcmpMember0Table_);
    rowsOf(*l3TunnelIngL3NextHopTable_);
@@ -265,7 +267,7 @@ void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
    // The underlay groups' table the sibling component has filled already.
    if (ecmpGroup1Table_)
       tables.push_back({EcmpGroup1Table::typeName, nullptr, ecmpGroup1Table_->indexPins(), nullptr,
-                        ecmpGroup1Table_->entryByIndex()});
+                        true, ecmpGroup1Table_->entryByIndex()});
 
    // The drop entry names no interface.
    auto& nh = *l3TunnelIngL3NextHopTable_;
@@ -311,7 +313,7 @@ void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
                continue;
             }
             for (Recovered* n : named) {
-               if (!n->handles.empty()) {
+               if (n->filled) {
                   // A group that is gone holds nothing to pin.
                   if (*index >= n->handles.size() || !n->handles[*index]) continue;
                   const_cast<Asic::SwTable*>(t)->recoveredRowPinIs(i, n->pins, *index);
