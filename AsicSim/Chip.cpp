@@ -1,14 +1,13 @@
 #include "AsicSim/Chip.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "Brio/EventLoop.h"
@@ -94,24 +93,35 @@ Orb::Optional<std::string> Util::hwTableEntryText(const Asic::HwTable& hwTable,
 }
 
 // Rows are kept as their entries' text forms: `{'name': value, ...}`.
-Orb::Optional<Asic::Index> Util::hwTableEntryIndexField(const Asic::HwTable& hwTable,
-                                                        Asic::Index index,
-                                                        std::string_view field) const {
-   const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
-   if (!row) return {};
-   const std::string_view text(*row);
+std::optional<std::string_view> HwTable::rowField(Asic::Index index, std::string_view field) const {
+   const std::string* r = row(index);
+   if (!r) return {};
+   const std::string_view text(*r);
    // The name quoted and followed by ": ", without building the pattern.
    for (size_t at = text.find(field); at != std::string_view::npos; at = text.find(field, at + 1)) {
       const size_t after = at + field.size();
       if (at == 0 || text[at - 1] != '\'' || text.substr(after, 3) != "': ") continue;
-      const char* first = text.data() + after + 3;
-      const char* last = text.data() + text.size();
-      Asic::Index value = 0;
-      const auto [end, error] = std::from_chars(first, last, value);
-      if (error != std::errc() || end == first) return {};
-      return value;
+      const std::string_view value = text.substr(after + 3);
+      return value.substr(0, std::min(value.find(','), value.find('}')));
    }
    return {};
+}
+
+std::optional<Asic::Index> HwTable::rowIndexField(Asic::Index index, std::string_view field) const {
+   const auto value = rowField(index, field);
+   if (!value) return {};
+   Asic::Index n = 0;
+   const auto [end, error] = std::from_chars(value->data(), value->data() + value->size(), n);
+   if (error != std::errc() || end != value->data() + value->size()) return {};
+   return n;
+}
+
+Orb::Optional<Asic::Index> Util::hwTableEntryIndexField(const Asic::HwTable& hwTable,
+                                                        Asic::Index index,
+                                                        std::string_view field) const {
+   const auto n = static_cast<const HwTable&>(hwTable).rowIndexField(index, field);
+   if (!n) return {};
+   return *n;
 }
 
 void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
@@ -121,6 +131,11 @@ void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& 
       const Orb::GenericValue& key = t.rowKey(i);
       if (t.row(i) && key && key.type() == keyType) allocator.requestIndexForKey(i, key);
    }
+}
+
+bool Util::hwTableRowsFound(Asic::UnitId unit) const {
+   const auto t = chip_->table(tableName_, unit);
+   return t && t->usedRows() != 0;
 }
 
 Asic::Index Util::maxIndex() const {
@@ -268,14 +283,70 @@ void putString(std::string& out, std::string_view s) {
    out.append(std::to_string(s.size())).append(":").append(s);
 }
 
-// The text cursor of the framework, with faults reported by file and line.
+// A message on one line: control bytes and bytes beyond ASCII (the file's
+// own text, echoed) are escaped.
+std::string oneLine(std::string_view what) {
+   std::string out;
+   for (unsigned char c : what) {
+      if (c == '\n') {
+         out += "\\n";
+      } else if (c >= 0x20 && c < 0x7f) {
+         out += char(c);
+      } else {
+         char hex[8];
+         std::snprintf(hex, sizeof hex, "\\x%02x", c);
+         out += hex;
+      }
+   }
+   return out;
+}
+
+// The offset of the first byte of `s` that is not well-formed UTF-8, or npos.
+size_t utf8Fault(std::string_view s) {
+   for (size_t i = 0; i < s.size();) {
+      const unsigned char c = s[i];
+      uint32_t n = 0, cp = 0, min = 0;
+      if (c < 0x80) {
+         ++i;
+         continue;
+      } else if ((c & 0xE0) == 0xC0) {
+         n = 1, cp = c & 0x1F, min = 0x80;
+      } else if ((c & 0xF0) == 0xE0) {
+         n = 2, cp = c & 0x0F, min = 0x800;
+      } else if ((c & 0xF8) == 0xF0) {
+         n = 3, cp = c & 0x07, min = 0x10000;
+      } else {
+         return i;
+      }
+      if (s.size() - i <= n) return i;
+      for (uint32_t k = 1; k <= n; ++k) {
+         const unsigned char d = s[i + k];
+         if ((d & 0xC0) != 0x80) return i;
+         cp = (cp << 6) | (d & 0x3F);
+      }
+      // Overlong forms, surrogates and values past Unicode's range.
+      if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return i;
+      i += n + 1;
+   }
+   return std::string_view::npos;
+}
+
+// The text cursor of the framework, with faults reported by file and line:
+// the line a record starts on, counted in the file (strings may hold line
+// ends of their own).
 class StateReader {
 public:
-   StateReader(const std::string& path, std::string_view text) : path_(path), r_(text) {}
+   StateReader(const std::string& path, std::string_view file, std::string_view text)
+       : path_(path), file_(file), r_(text) {}
 
-   [[noreturn]] void fail(const std::string& what) const {
-      throw std::runtime_error(path_ + ": " + what + " (line " + std::to_string(line_) + ")");
+   [[noreturn]] void failAt(const std::string& what, size_t position) const {
+      const size_t line =
+          1 +
+          size_t(std::count(file_.begin(), file_.begin() + std::min(position, file_.size()), '\n'));
+      throw std::runtime_error(path_ + ": " + oneLine(what) + " (line " + std::to_string(line) +
+                               ")");
    }
+   [[noreturn]] void fail(const std::string& what) const { failAt(what, record_); }
    // Runs a read of the cursor, whose faults come back as this file's.
    template <class F>
    auto checked(F&& f) {
@@ -287,6 +358,8 @@ public:
    }
    bool atEnd() const { return r_.atEnd(); }
    size_t position() const { return r_.position(); }
+   void recordStart() { record_ = r_.position(); }
+   void skip(size_t n) { r_.advance(n); }
    std::string_view word() {
       const std::string_view rest = r_.rest();
       const size_t n = std::min(rest.find(' '), rest.find('\n'));
@@ -298,11 +371,18 @@ public:
    uint32_t number() {
       return checked([&] { return r_.readUnsigned(0xFFFFFFFFu); });
    }
-   std::string_view string() {
+   // `what` names the string in a fault.
+   std::string_view string(std::string_view what) {
       const uint32_t n = number();
       checked([&] { r_.needString(":"); });
-      if (n > r_.rest().size()) fail("a string runs past the end of the file");
+      if (n > r_.rest().size()) fail(std::string(what) + " runs past the end line");
       const std::string_view s = r_.rest().substr(0, n);
+      if (const size_t bad = utf8Fault(s); bad != s.npos) {
+         char hex[8];
+         std::snprintf(hex, sizeof hex, "0x%02x", static_cast<unsigned char>(s[bad]));
+         fail(std::string(what) + " is not UTF-8 (byte " + hex + " at " + std::to_string(bad) +
+              ")");
+      }
       r_.advance(n);
       return s;
    }
@@ -311,17 +391,40 @@ public:
    }
    void lineEnd() {
       checked([&] { r_.needString("\n"); });
-      ++line_;
    }
 
 private:
    const std::string& path_;
+   std::string_view file_;
    Orb::CharRange r_;
-   uint32_t line_ = 1;
+   size_t record_ = 0;
 };
 
+// The file a path finally names, following symbolic links, so that saving
+// replaces the link's target and keeps the link.
+std::string finalTarget(const std::string& path) {
+   std::string p = path;
+   for (int hops = 0;; ++hops) {
+      struct stat st;
+      if (::lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return p;
+      if (hops == 40)
+         throw std::runtime_error(path +
+                                  ": cannot replace the state file: " + std::strerror(ELOOP));
+      std::string target(size_t(st.st_size ? st.st_size : 256) + 1, '\0');
+      const ssize_t n = ::readlink(p.c_str(), target.data(), target.size());
+      if (n < 0)
+         throw std::runtime_error(path + ": cannot read the link " + p + ": " +
+                                  std::strerror(errno));
+      target.resize(size_t(n));
+      const auto slash = p.find_last_of('/');
+      p = target.starts_with('/') || slash == std::string::npos ? target
+                                                                : p.substr(0, slash + 1) + target;
+   }
+}
+
 void writeFileAtomically(const std::string& path, const std::string& bytes) {
-   const std::string tmp = path + ".tmp." + std::to_string(::getpid());
+   const std::string target = finalTarget(path);
+   const std::string tmp = target + ".tmp." + std::to_string(::getpid());
    auto fail = [&](const char* what) {
       const std::string reason = std::strerror(errno);
       ::unlink(tmp.c_str());
@@ -344,15 +447,40 @@ void writeFileAtomically(const std::string& path, const std::string& bytes) {
       fail("flush the new state file");
    }
    ::close(fd);
-   if (::rename(tmp.c_str(), path.c_str()) != 0) fail("replace the state file");
+   if (::rename(tmp.c_str(), target.c_str()) != 0) fail("replace the state file");
    // The rename itself must reach the disk too.
-   const auto slash = path.find_last_of('/');
-   const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+   const auto slash = target.find_last_of('/');
+   const std::string dir = slash == std::string::npos ? "." : target.substr(0, slash + 1);
    const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
    if (dfd >= 0) {
       ::fsync(dfd);
       ::close(dfd);
    }
+}
+
+// The whole file, or a fault naming the reason it cannot be read.
+std::string fileRead(const std::string& path) {
+   auto fail = [&] {
+      throw std::runtime_error(path + ": cannot open the state file: " + std::strerror(errno));
+   };
+   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+   if (fd < 0) fail();
+   std::string text;
+   char buf[65536];
+   for (;;) {
+      const ssize_t n = ::read(fd, buf, sizeof buf);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+         const int e = errno;
+         ::close(fd);
+         errno = e;
+         fail();
+      }
+      if (n == 0) break;
+      text.append(buf, size_t(n));
+   }
+   ::close(fd);
+   return text;
 }
 
 }  // namespace
@@ -385,13 +513,9 @@ void Chip::stateSave(const std::string& path) const {
 }
 
 void Chip::stateLoad(const std::string& path) {
-   std::ifstream in(path, std::ios::binary);
-   if (!in) throw std::runtime_error(path + ": cannot open the state file");
-   std::ostringstream buf;
-   buf << in.rdbuf();
-   const std::string text = buf.str();
+   const std::string text = fileRead(path);
 
-   StateReader r(path, text);
+   StateReader r(path, text, text);
    if (r.atEnd() || r.word() != stateMagic) r.fail("not a chip state file");
    r.blank();
    const uint32_t version = r.number();
@@ -401,64 +525,69 @@ void Chip::stateLoad(const std::string& path) {
    r.lineEnd();
    // The checksum first: nothing of a damaged file is read.
    const size_t endLine = text.rfind("\nend ");
-   if (endLine == std::string::npos) r.fail("the file is cut short: no end line");
+   if (endLine == std::string::npos)
+      r.failAt("the file is cut short: no end line", text.empty() ? 0 : text.size() - 1);
    {
-      StateReader tail(path, std::string_view(text).substr(endLine + 5));
-      const std::string_view sum = tail.word();
+      const size_t at = endLine + 1;
+      const std::string_view tail = std::string_view(text).substr(at + 4);
+      const size_t lineEnd = tail.find('\n');
       char want[32];
-      std::snprintf(
-          want, sizeof want, "%016llx",
-          static_cast<unsigned long long>(fnv1a(std::string_view(text).substr(0, endLine + 1))));
-      if (sum != want) r.fail("checksum mismatch: the file is damaged");
-      tail.lineEnd();
-      if (!tail.atEnd()) r.fail("text after the end line");
+      std::snprintf(want, sizeof want, "%016llx",
+                    static_cast<unsigned long long>(fnv1a(std::string_view(text).substr(0, at))));
+      if (tail.substr(0, lineEnd) != want) r.failAt("checksum mismatch: the file is damaged", at);
+      if (lineEnd == tail.npos) r.failAt("the file is cut short: the end line has no line end", at);
+      if (lineEnd + 1 != tail.size()) r.failAt("text after the end line", at + 4 + lineEnd + 1);
    }
 
+   // The records, read from the part the checksum covers only.
+   StateReader body(path, text, std::string_view(text).substr(0, endLine + 1));
+   body.skip(r.position());
    decltype(tables_) loaded;
    Brio::Ptr<HwTable> current;
    uint32_t allRows = 0;
-   while (r.position() < endLine + 1) {
-      const std::string_view kind = r.word();
-      r.blank();
+   while (!body.atEnd()) {
+      body.recordStart();
+      const std::string_view kind = body.word();
+      body.blank();
       if (kind == "table") {
-         const Asic::UnitId unit = r.number();
-         r.blank();
-         const uint32_t rows = r.number();
+         const Asic::UnitId unit = body.number();
+         body.blank();
+         const uint32_t rows = body.number();
          // A bound a real chip never reaches, over all tables together, so
          // that no file can make us allocate without limit.
          if (rows > (1u << 24) - allRows)
-            r.fail("tables of more than " + std::to_string(1u << 24) + " rows in all");
+            body.fail("tables of more than " + std::to_string(1u << 24) + " rows in all");
          allRows += rows;
-         r.blank();
-         const std::string name(r.string());
-         if (loaded.count({name, unit})) r.fail("table " + name + " appears twice");
+         body.blank();
+         const std::string name(body.string("the table name"));
+         if (loaded.count({name, unit})) body.fail("table " + name + " appears twice");
          current = Brio::makePtr<HwTable>(name, unit, rows);
          loaded.emplace(std::pair{name, unit}, current);
       } else if (kind == "row") {
-         if (!current) r.fail("a row before any table");
-         const Asic::Index index = r.number();
+         if (!current) body.fail("a row before any table");
+         const Asic::Index index = body.number();
          if (index >= current->numEntries())
-            r.fail("row " + std::to_string(index) + " is outside its table");
-         r.blank();
-         std::string rowText(r.string());
-         r.blank();
-         const std::string_view keyType = r.string();
-         r.blank();
-         const std::string_view keyText = r.string();
+            body.fail("row " + std::to_string(index) + " is outside its table");
+         body.blank();
+         std::string rowText(body.string("the row text"));
+         body.blank();
+         const std::string_view keyType = body.string("the key type");
+         body.blank();
+         const std::string_view keyText = body.string("the key text");
          Orb::GenericValue key;
          if (!keyType.empty()) {
             try {
                key = Orb::genericValueFromText(keyType, keyText);
             } catch (const std::invalid_argument& e) {
-               r.fail(std::string("row key: ") + e.what());
+               body.fail(std::string("row key: ") + e.what());
             }
          }
          current->rowTextIs(index, std::move(rowText));
          current->rowKeyIs(index, std::move(key));
       } else {
-         r.fail("unknown record '" + std::string(kind) + "'");
+         body.fail("unknown record '" + std::string(kind) + "'");
       }
-      r.lineEnd();
+      body.lineEnd();
    }
    tables_ = std::move(loaded);
    held_.clear();

@@ -53,6 +53,12 @@ public:
    uint32_t usedRows() const;
    const Stats& stats() const { return stats_; }
 
+   // The text of a field of the row (`{'name': value, ...}`), or nothing when
+   // the row is clear or has no such field.
+   std::optional<std::string_view> rowField(Asic::Index index, std::string_view field) const;
+   // The same read as an index, or nothing when it is no unsigned 32-bit number.
+   std::optional<Asic::Index> rowIndexField(Asic::Index index, std::string_view field) const;
+
    // False when the index is outside the table.
    bool rowIs(Asic::Index index, const Asic::EntryBase* value);
    // The key the software gave the row, as a chip driver's shadow keeps it,
@@ -82,6 +88,7 @@ public:
                                                      Asic::Index index,
                                                      std::string_view field) const override;
    Asic::Index maxIndex() const override;
+   bool hwTableRowsFound(Asic::UnitId unit) const override;
    void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
                            Asic::HwTable& hwTable) override;
 

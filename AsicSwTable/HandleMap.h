@@ -94,7 +94,9 @@ public:
    std::pair<iterator, bool> emplace(const Key& key, mapped_type handle) {
       const Probe p = probe(key);
       if (const uint32_t i = set_.slotFind(p); i != Set::noSlot) return {at(slots(), i), false};
-      return {at(slots(), set_.memberIs(Slot{std::move(handle), p.hash})), true};
+      // The slots are read after the insertion, which may move them.
+      const uint32_t i = set_.memberIs(Slot{std::move(handle), p.hash});
+      return {at(slots(), i), true};
    }
 
    // The slot may already have been emptied by moving its handle out.

@@ -186,6 +186,9 @@ public:
 private:
    friend class EntryHandle;
    friend class UnresolvedMergedEntry;
+   uint32_t pinnableIndices() const override {
+      return indexAllocator_ ? indexAllocator_->indexCount() : 0;
+   }
    void handleEntryState(EntryHandle& eh);
    void cleanup(EntryHandle& eh);
    Brio::Ptr<EntryHandle> entryHandleIs(const Key& key);

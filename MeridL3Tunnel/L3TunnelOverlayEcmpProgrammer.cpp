@@ -1,9 +1,12 @@
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 
+#include <algorithm>
 #include <type_traits>
 
 #include "Asic/RecoverGroup.h"
+#include "AsicSwTable/SwTableUtilLoader.h"
 #include "Flit/Flit.h"
+#include "MeridL3Tunnel/RowReferences.h"
 #include "Orb/Assert.h"
 #include "Plx/NextHopEntryType.h"
 #include "SharedL3/DontCareHandle.h"
@@ -149,6 +152,18 @@ void L3TunnelOverlayEcmpProgrammer::ecmpGroup1TableFind() {
        Brio::Ptr<const EcmpGroup1Table>(dynamic_cast<const EcmpGroup1Table*>(ecmp.ptr()));
 }
 
+namespace {
+
+// Whether the chip holds rows of `Table`'s hardware table, before any table
+// mounts it.
+template <class Table>
+bool hwTableRowsFound() {
+   const auto util = Asic::SwTableUtilLoader<Table>::instance().util();
+   return util && util->hwTableRowsFound(L3TunnelOverlayEcmpProgrammer::tableUnit);
+}
+
+}  // namespace
+
 void L3TunnelOverlayEcmpProgrammer::recoverTables(
     Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
    ORB_TRACE(traceHandle(), traceProgrammer, "recoverTables") << "Recover L3OverlayTunnel tables";
@@ -160,19 +175,36 @@ void L3TunnelOverlayEcmpProgrammer::recoverTables(
    l3EgrL3Ipv6TunnelTable_ = l3EgrL3Ipv6TunnelTableFactory();
    std::vector<Asic::SwTable*> tables{l3EcmpMember0Table_.ptr(), l3TunnelIngL3NextHopTable_.ptr(),
                                       l3EgrL3Ipv4TunnelTable_.ptr(), l3EgrL3Ipv6TunnelTable_.ptr()};
+   // The interface tables of the other setting are taken over too when the
+   // chip holds rows of theirs (the agent ran with the toggle flipped before
+   // the restart): their rows name tunnels and are named by next hops, so
+   // they pin like the rest and the reconcile deletes them.
    if (commonIifOifIndex()) {
       // The merged table learns its indices from its members' rows itself.
       l3InterfaceTable_ = l3InterfaceTableFactory();
       l3InterfaceTable_->doInit(tableUnit, ledgerEm_, chipInfo);
       l3InterfaceTable_->doPublishHwTableMountInfo();
+      if (hwTableRowsFound<L3TunnelEgrL3Oif1Table>()) {
+         formerL3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
+         tables.push_back(formerL3TunnelEgrL3Oif1Table_.ptr());
+      }
    } else {
       l3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
       tables.push_back(l3TunnelEgrL3Oif1Table_.ptr());
+      if (hwTableRowsFound<IngL3Iif>() || hwTableRowsFound<EgrL3Oif1Table>()) {
+         formerL3InterfaceTable_ = l3InterfaceTableFactory();
+         formerL3InterfaceTable_->doInit(tableUnit, ledgerEm_, chipInfo);
+      }
+   }
+   if (formerL3TunnelEgrL3Oif1Table_ || formerL3InterfaceTable_) {
+      ORB_TRACE(traceHandle(), traceProgrammer, "recoverTables")
+          << " rows of the other interface setting found: taken over until the reconcile";
    }
    Asic::RecoverGroup recoverGroup;
    for (auto* t : tables) recoverGroup.tableIs(*t, tableUnit, ledgerEm_, chipInfo);
    recoverGroup.recover();
-   for (auto* t : tables) t->doPublishHwTableMountInfo();
+   for (auto* t : tables)
+      if (t != formerL3TunnelEgrL3Oif1Table_.ptr()) t->doPublishHwTableMountInfo();
    ecmpGroup1TableFind();
    // Before the drop entry, the first handle: a pin is a count until the
    // table makes the pinned entry's handle.
@@ -182,21 +214,24 @@ void L3TunnelOverlayEcmpProgrammer::recoverTables(
 
 namespace {
 
-// Calls `f(index, named)` for every row of `table` whose `field` names an index.
-template <class F>
-void recoveredRowsNaming(const Asic::SwTable& table, std::string_view field, F&& f) {
-   if (!table.util() || !table.hwTable()) return;
-   for (Asic::Index i = 0; i < table.numEntries(); ++i)
-      if (auto named = table.util()->hwTableEntryIndexField(*table.hwTable(), i, field))
-         f(i, *named);
-}
+// A recovered table as the row references see it: the rows it holds, the
+// pins on its indices and the key holding each index.
+struct Recovered {
+   std::string_view name;
+   const Asic::SwTable* rows = nullptr;
+   Brio::Ptr<Asic::IndexPins> pins;
+   const Asic::GenericIndexAllocator* keys = nullptr;
+   // The named table already has handles (another component filled it): a
+   // pinned index's is handed over at once, and an index without one names
+   // nothing to pin.
+   bool filled = false;
+   std::vector<Asic::SwTableBase::EntryHandle::PtrConst> handles;
+};
 
-// Pins `index` of `named` for `row` of `rows`. The named table has no
-// handles yet: it holds each pinned entry's handle as it makes it.
-template <class Named>
-void recoveredRowPinIs(Asic::SwTable& rows, Asic::Index row, Named& named, Asic::Index index) {
-   ORB_ASSERT(named.entryHandles() == 0) << named.name() << " has handles before its pins";
-   rows.recoveredRowPinIs(row, named.indexPins(), index);
+template <class Table>
+Recovered recovered(const Table& t, std::string_view name) {
+   ORB_ASSERT(t.entryHandles() == 0) << t.name() << " has handles before its pins";
+   return {name, nullptr, t.indexPins(), t.indexAllocator().ptr(), false, {}};
 }
 
 }  // namespace
@@ -205,43 +240,91 @@ void recoveredRowPinIs(Asic::SwTable& rows, Asic::Index row, Named& named, Asic:
 // by index only, which holds nothing: the replay could let such an entry go,
 // deleting its row and freeing its index under the row naming it. So each
 // such row pins what it names until the row is written or deleted (by the
-// replay, or by the reconcile).
+// replay, or by the reconcile). What names what is rowReferences'.
+//
+// A row naming an index beyond the named table is corrupt hardware content:
+// it pins nothing (it names no entry this agent could let go), is traced,
+// and stays until the replay writes it or the reconcile deletes it.
 void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
-   auto& nh = *l3TunnelIngL3NextHopTable_;
-   recoveredRowsNaming(*l3EcmpMember0Table_, "nextHopIdx", [&](Asic::Index i, Asic::Index named) {
-      recoveredRowPinIs(*l3EcmpMember0Table_, i, nh, named);
-   });
-   // And their underlay groups, whose table the sibling component has filled
-   // already: each pinned group's handle is held at once.
-   if (ecmpGroup1Table_) {
-      const auto groups = ecmpGroup1Table_->entryByIndex();
-      const auto pins = ecmpGroup1Table_->indexPins();
-      recoveredRowsNaming(*l3EcmpMember0Table_, "underlayIdx",
-                          [&](Asic::Index i, Asic::Index named) {
-                             if (named >= groups.size() || !groups[named]) return;
-                             l3EcmpMember0Table_->recoveredRowPinIs(i, pins, named);
-                             pins->handleIs(named, groups[named]);
-                          });
+   std::vector<Recovered> tables;
+   auto rowsOf = [&](const Asic::SwTable& t) {
+      tables.push_back({t.name(), &t, nullptr, nullptr, false, {}});
+   };
+   rowsOf(*l3EcmpMember0Table_);
+   rowsOf(*l3TunnelIngL3NextHopTable_);
+   tables.push_back(recovered(*l3TunnelIngL3NextHopTable_, L3TunnelIngL3NextHopTable::typeName));
+   tables.push_back(recovered(*l3EgrL3Ipv4TunnelTable_, L3EgrL3Ipv4TunnelTable::typeName));
+   for (const auto* merged : {l3InterfaceTable_.ptr(), formerL3InterfaceTable_.ptr()}) {
+      if (!merged) continue;
+      rowsOf(*merged->egrL3Oif1Table());
+      tables.push_back(recovered(*merged, IngL3Iif::typeName));
    }
+   for (const auto* oif : {l3TunnelEgrL3Oif1Table_.ptr(), formerL3TunnelEgrL3Oif1Table_.ptr()}) {
+      if (!oif) continue;
+      rowsOf(*oif);
+      tables.push_back(recovered(*oif, L3TunnelEgrL3Oif1Table::typeName));
+   }
+   // The underlay groups' table the sibling component has filled already.
+   if (ecmpGroup1Table_)
+      tables.push_back({EcmpGroup1Table::typeName, nullptr, ecmpGroup1Table_->indexPins(), nullptr,
+                        true, ecmpGroup1Table_->entryByIndex()});
+
    // The drop entry names no interface.
+   auto& nh = *l3TunnelIngL3NextHopTable_;
    const Asic::Index drop = nh.indexAllocator()
                                 ? nh.indexAllocator()->indexForKey(getTunnelDropKey())
                                 : Asic::invalidIndex;
-   recoveredRowsNaming(nh, "l3Oif1", [&](Asic::Index i, Asic::Index named) {
-      if (i == drop) return;
-      if (l3InterfaceTable_)
-         recoveredRowPinIs(nh, i, *l3InterfaceTable_, named);
-      else
-         recoveredRowPinIs(nh, i, *l3TunnelEgrL3Oif1Table_, named);
-   });
-   // Interface rows name tunnels, which all go to the IPv4 tunnel table.
-   auto& v4 = *l3EgrL3Ipv4TunnelTable_;
-   Asic::SwTable& oif = l3InterfaceTable_
-                            ? static_cast<Asic::SwTable&>(*l3InterfaceTable_->egrL3Oif1Table())
-                            : static_cast<Asic::SwTable&>(*l3TunnelEgrL3Oif1Table_);
-   recoveredRowsNaming(oif, "tunnelIdx", [&](Asic::Index i, Asic::Index named) {
-      recoveredRowPinIs(oif, i, v4, named);
-   });
+   std::vector<Recovered*> named;
+   for (auto& rows : tables) {
+      const Asic::SwTable* t = rows.rows;
+      if (!t || !t->util() || !t->hwTable()) continue;
+      const auto* rowKeys = t == &nh ? nh.indexAllocator().ptr() : nullptr;
+      for (const RowReference& ref : rowReferences) {
+         if (ref.table != rows.name) continue;
+         // Each field once, with all the tables it may name.
+         if (&ref != &*std::find_if(std::begin(rowReferences), std::end(rowReferences),
+                                    [&](const RowReference& r) {
+                                       return r.table == ref.table && r.field == ref.field;
+                                    }))
+            continue;
+         for (Asic::Index i = 0; i < t->numEntries(); ++i) {
+            const auto index = t->util()->hwTableEntryIndexField(*t->hwTable(), i, ref.field);
+            if (!index || (t == &nh && i == drop)) continue;
+            // The tables it may name that have the index; of those, the ones
+            // whose row there has this row's key, when any has.
+            named.clear();
+            for (const RowReference& alt : rowReferences)
+               if (alt.table == ref.table && alt.field == ref.field)
+                  for (auto& n : tables)
+                     if (n.name == alt.named && n.pins && *index < n.pins->indices())
+                        named.push_back(&n);
+            if (named.size() > 1 && rowKeys) {
+               const auto key = rowKeys->keyForIndex(i);
+               auto sameKey = [&](const Recovered* n) {
+                  return key && n->keys && n->keys->keyForIndex(*index) == key;
+               };
+               if (std::any_of(named.begin(), named.end(), sameKey))
+                  std::erase_if(named, [&](const Recovered* n) { return !sameKey(n); });
+            }
+            if (named.empty()) {
+               ORB_TRACE(traceHandle(), traceProgrammer, "recoveredRowPinsIs")
+                   << " " << rows.name << " row " << i << ": '" << ref.field << "' names " << *index
+                   << ", outside the table it names: pins nothing";
+               continue;
+            }
+            for (Recovered* n : named) {
+               if (n->filled) {
+                  // A group that is gone holds nothing to pin.
+                  if (*index >= n->handles.size() || !n->handles[*index]) continue;
+                  const_cast<Asic::SwTable*>(t)->recoveredRowPinIs(i, n->pins, *index);
+                  n->pins->handleIs(*index, n->handles[*index]);
+               } else {
+                  const_cast<Asic::SwTable*>(t)->recoveredRowPinIs(i, n->pins, *index);
+               }
+            }
+         }
+      }
+   }
 }
 
 void L3TunnelOverlayEcmpProgrammer::purgeStaleEntries() {
@@ -252,6 +335,9 @@ void L3TunnelOverlayEcmpProgrammer::purgeStaleEntries() {
    if (l3TunnelIngL3NextHopTable_) l3TunnelIngL3NextHopTable_->purgeStaleEntries();
    if (l3InterfaceTable_) l3InterfaceTable_->purgeStaleEntries();
    if (l3TunnelEgrL3Oif1Table_) l3TunnelEgrL3Oif1Table_->purgeStaleEntries();
+   // Every row of the other setting's tables is stale: nothing writes them.
+   if (formerL3InterfaceTable_) formerL3InterfaceTable_->purgeStaleEntries();
+   if (formerL3TunnelEgrL3Oif1Table_) formerL3TunnelEgrL3Oif1Table_->purgeStaleEntries();
    if (l3EgrL3Ipv4TunnelTable_) l3EgrL3Ipv4TunnelTable_->purgeStaleEntries();
    if (l3EgrL3Ipv6TunnelTable_) l3EgrL3Ipv6TunnelTable_->purgeStaleEntries();
 }

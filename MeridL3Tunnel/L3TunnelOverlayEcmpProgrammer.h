@@ -131,6 +131,10 @@ private:
    Brio::Ptr<L3EgrL3Ipv6TunnelTable> l3EgrL3Ipv6TunnelTable_;
    Brio::Ptr<L3InterfaceTable> l3InterfaceTable_;
    Brio::Ptr<const EcmpGroup1Table> ecmpGroup1Table_;
+   // The interface tables of the other toggle setting, when a restart found
+   // rows of theirs: kept so that the reconcile deletes those rows.
+   Brio::Ptr<L3TunnelEgrL3Oif1Table> formerL3TunnelEgrL3Oif1Table_;
+   Brio::Ptr<L3InterfaceTable> formerL3InterfaceTable_;
    Brio::Publisher publisher_;
    bool notification_ = false;
 };

@@ -4,10 +4,11 @@
 
 namespace Asic {
 
-void IndexPins::pinIs(Index index) {
-   if (!isValidIndex(index)) return;
+bool IndexPins::pinIs(Index index) {
+   if (index >= indices_ || !isValidIndex(index)) return false;
    if (index >= slot_.size()) slot_.resize(size_t(index) + 1);
    if (slot_[index].pins++ == 0) ++pinned_;
+   return true;
 }
 
 // The slot is put right before the handle goes: letting go may start the
@@ -27,6 +28,7 @@ void IndexPins::handleIs(Index index, const HandlePtrConst& handle) {
 
 Brio::Ptr<IndexPins> IndexPinned::indexPins() const {
    if (!indexPins_) indexPins_ = Brio::Ptr<IndexPins>(new IndexPins);
+   indexPins_->indicesIs(pinnableIndices());
    return indexPins_;
 }
 

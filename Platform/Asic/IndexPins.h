@@ -27,8 +27,10 @@ class IndexPins : public Brio::PtrInterface {
 public:
    using HandlePtrConst = Brio::Ptr<const SwTableBase::EntryHandle>;
 
-   // One more row names `index`.
-   void pinIs(Index index);
+   // One more row names `index`. False, and nothing pinned, when `index` is
+   // not one of the table's: a row naming it is corrupt, and the pins never
+   // grow past the table.
+   bool pinIs(Index index);
    // A row naming `index` changed. Letting go of the last pin may start the
    // held entry's clean-up.
    void pinDel(Index index);
@@ -36,6 +38,9 @@ public:
    // when the index was pinned.
    void handleIs(Index index, const HandlePtrConst& handle);
 
+   // The named table's indices, the bound of every pin.
+   uint32_t indices() const { return indices_; }
+   void indicesIs(uint32_t n) { indices_ = n; }
    // Indices pinned at least once.
    uint32_t pinned() const { return pinned_; }
    uint32_t pins(Index index) const { return index < slot_.size() ? slot_[index].pins : 0; }
@@ -51,6 +56,7 @@ private:
    // By index; grown at a pin, let go with the last pin.
    std::vector<Slot> slot_;
    uint32_t pinned_ = 0;
+   uint32_t indices_ = 0;
 };
 
 // A table whose indices rows of other tables may pin.
@@ -58,12 +64,18 @@ class IndexPinned {
 public:
    // Made at the first use, kept by the pinning rows' tables as well. The
    // pins are the pinning rows' bookkeeping kept beside the table, so a table
-   // seen as const can be pinned too.
+   // seen as const can be pinned too. Bounded by the table's indices as they
+   // are when asked.
    Brio::Ptr<IndexPins> indexPins() const;
    // Null unless some index is pinned: the only cost an unpinned table pays.
    IndexPins* indexPinsActive() const {
       return indexPins_ && indexPins_->pinned() ? indexPins_.ptr() : nullptr;
    }
+
+protected:
+   ~IndexPinned() = default;
+   // How many indices the table has.
+   virtual uint32_t pinnableIndices() const = 0;
 
 private:
    mutable Brio::Ptr<IndexPins> indexPins_;

@@ -131,15 +131,16 @@ void WriteResponseSm::writeResponseIs(HwRequestId id, Index index, WriteStatus s
    table_->doHandleWriteResponse(id, index, status);
 }
 
-void SwTable::recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index) {
-   if (!named || row >= numEntries() || !isValidIndex(index)) return;
+bool SwTable::recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index) {
+   if (!named || row >= numEntries() || index >= named->indices() || !isValidIndex(index))
+      return false;
    auto pins = std::find_if(recoveredRowPin_.begin(), recoveredRowPin_.end(),
                             [&](const RowPins& p) { return p.named == named; });
    if (pins == recoveredRowPin_.end())
       pins = recoveredRowPin_.insert(
           pins, RowPins{named, std::vector<Index>(numEntries(), invalidIndex), 0});
    Index& pin = pins->byRow[row];
-   if (pin == index) return;
+   if (pin == index) return true;
    named->pinIs(index);
    if (isValidIndex(pin)) {
       named->pinDel(std::exchange(pin, index));
@@ -148,6 +149,7 @@ void SwTable::recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index ind
       ++pins->rows;
       ++recoveredRowPins_;
    }
+   return true;
 }
 
 // The pins go after the table no longer has them: letting go may start a

@@ -107,8 +107,9 @@ public:
 
    // A row found at the recovery names `index` of the table `named` pins
    // (see IndexPins), until the row is written or deleted. A row may pin one
-   // index in each of several tables.
-   void recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index);
+   // index in each of several tables. False, and nothing pinned, when the row
+   // or the index lies outside its table.
+   bool recoveredRowPinIs(Index row, Brio::Ptr<IndexPins> named, Index index);
    uint32_t recoveredRowPins() const { return recoveredRowPins_; }
    // Every write or delete of a row calls this once it is issued.
    void rowChanged(Index row) {
@@ -118,6 +119,7 @@ public:
 protected:
    SwTable();
    ~SwTable() override;
+   uint32_t pinnableIndices() const override { return numEntries(); }
 
    // The table's hardware plug-in, found by its loader; null when none is installed.
    virtual Brio::Ptr<Util> doLoadUtil() = 0;

@@ -37,6 +37,11 @@ public:
    // row's key, for rows whose key is of `keyType`.
    virtual void syncIndexAllocator(Orb::TypeId keyType, GenericIndexAllocator& allocator,
                                    HwTable& hwTable) = 0;
+   // Whether the hardware table on `unit` holds rows, asked before any table
+   // mounts it: after a restart, the tables of another configuration are
+   // taken over (and their rows deleted) only when they do. Hardware that
+   // cannot tell says true.
+   virtual bool hwTableRowsFound(UnitId /*unit*/) const { return true; }
    virtual Index minIndex() const { return 0; }
    virtual Index maxIndex() const { return invalidIndex; }
 

@@ -34,7 +34,8 @@ public:
    using EntryHandlePtrConst = Asic::SwTableBase::EntryHandle::PtrConst;
    class EntryHandle;
 
-   explicit EcmpGroup1Table(uint32_t indexCount = 4096);
+   static constexpr uint32_t defaultIndexCount = 4096;
+   explicit EcmpGroup1Table(uint32_t indexCount = defaultIndexCount);
    ~EcmpGroup1Table() override;
    std::string_view entityTypeName() const override { return typeName; }
 
@@ -56,6 +57,7 @@ public:
    bool indexTaken(Asic::Index index) const { return allocator_->held(index); }
 
 private:
+   uint32_t pinnableIndices() const override { return indexCount(); }
    struct KeyHash {
       size_t operator()(const Key& k) const { return k.hash(0); }
    };

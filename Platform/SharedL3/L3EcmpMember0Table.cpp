@@ -281,15 +281,27 @@ void L3EcmpMember0Table::syncEntries() {
       const RowKey* k = key ? key->as<RowKey>() : nullptr;
       return k ? std::optional<RowKey>(*k) : std::nullopt;
    };
+   // A key naming a block that is not inside the table, or not of its own
+   // row, is corrupt: its rows belong to no block and are purged unless
+   // claimed.
+   uint32_t corrupt = 0;
    for (Asic::Index i = 0; i < recoveredRow_.size(); ++i) {
       const auto key = rowKey(i);
-      if (!key || key->index != key->base || key->size == 0) continue;
+      if (!key) continue;
+      if (key->index != i || key->base > i || key->size <= i - key->base ||
+          key->size > recoveredRow_.size() - key->base) {
+         ++corrupt;
+         continue;
+      }
+      if (key->index != key->base) continue;
       // The same hash as rowsHash over the block's texts, taken row by row.
       Orb::Hash hash(blockSeed);
       uint32_t r = 0;
       for (; r < key->size; ++r) {
          const auto row = rowKey(key->base + r);
-         if (!row || row->base != key->base || row->size != key->size) break;
+         if (!row || row->index != key->base + r || row->base != key->base ||
+             row->size != key->size)
+            break;
          auto text = util()->hwTableEntryText(*hwTable(), key->base + r);
          if (!text) break;
          hash.mixBytes(text->data(), text->size());
@@ -297,8 +309,8 @@ void L3EcmpMember0Table::syncEntries() {
       if (r == key->size) recoveredBlock_.emplace(hash.result(), *key);
    }
    ORB_TRACE(traceHandle(), traceState, "syncEntries")
-       << " : rows found in use: " << recoveredRows_
-       << ", whole blocks: " << recoveredBlock_.size();
+       << " : rows found in use: " << recoveredRows_ << ", whole blocks: " << recoveredBlock_.size()
+       << ", keys naming no block: " << corrupt;
 }
 
 bool L3EcmpMember0Table::recoveredRowHas(Asic::Index i) const {

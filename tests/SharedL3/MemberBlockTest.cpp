@@ -10,8 +10,8 @@
 #include "Brio/EventLoop.h"
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
-#include "support/Setup.h"
 #include "support/InvariantChecker.h"
+#include "support/Setup.h"
 
 namespace test {
 namespace {
@@ -288,6 +288,34 @@ TEST_F(MemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
    EXPECT_EQ(table->recoveredRows(), 0u);
    for (Asic::Index i : {0u, 2u}) EXPECT_FALSE(hw()->row(i)) << "row " << i;
    EXPECT_EQ(hw()->usedRows(), 3u);
+}
+
+// A row key that is not its own row's, or that names a block reaching past
+// the table, names no block: such rows are not taken back as a block, only
+// kept out of the way until the purge.
+TEST_F(MemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
+   using RowKey = L3EcmpMember0Table::RowKey;
+   const std::pair<Asic::Index, RowKey> corrupt[] = {
+       {1, RowKey(7, 0, 3)},           // a key of another row than its own
+       {0, RowKey(0, 0, 0x80000000)},  // a block far beyond the table
+   };
+   for (const auto& [row, key] : corrupt) {
+      {
+         HandlePtr held = place(blockOf(3, {1}));
+         ASSERT_EQ(base(held), 0u);
+         restart();
+      }
+      hw()->rowKeyIs(row, Orb::GenericValue::of(key));
+      table->syncEntries();
+      EXPECT_EQ(table->recoveredRows(), 3u) << key;
+      HandlePtr replayed = place(blockOf(3, {1}));
+      EXPECT_EQ(base(replayed), 3u) << key;
+      table->purgeStaleEntries();
+      replayed = nullptr;
+      runLoop();
+      EXPECT_EQ(hw()->usedRows(), 0u) << key;
+      restart();
+   }
 }
 
 // Rows a block already holds when the table learns the chip's rows are the

@@ -19,10 +19,12 @@
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/Installed.h"
@@ -835,6 +837,165 @@ TEST_F(LargeInput, HalfAMillionUnderlayGroupsAreCheckedInLinearTime) {
          EXPECT_EQ(r.err, "l3tunnel: " + file + ": " + c.err) << c.name;
       }
    }
+}
+
+// ---- recovery: state files naming outside their tables, toggle flips ----------
+
+// One row of a saved state file: its index and its three strings.
+struct SavedRow {
+   std::string index, text, keyType, keyText;
+   static std::optional<SavedRow> of(const std::string& line) {
+      if (!line.starts_with("row ")) return std::nullopt;
+      SavedRow r;
+      size_t at = 4;
+      const size_t blank = line.find(' ', at);
+      r.index = line.substr(at, blank - at);
+      at = blank + 1;
+      for (std::string* s : {&r.text, &r.keyType, &r.keyText}) {
+         const size_t colon = line.find(':', at);
+         const size_t n = std::stoul(line.substr(at, colon - at));
+         *s = line.substr(colon + 1, n);
+         at = colon + 1 + n + 1;
+      }
+      return r;
+   }
+   std::string line() const {
+      auto str = [](const std::string& s) { return std::to_string(s.size()) + ":" + s; };
+      return "row " + index + " " + str(text) + " " + str(keyType) + " " + str(keyText);
+   }
+};
+
+// `saved` with `from` replaced by `to` in the first row of `table` whose text
+// or key holds it (a drop next hop's row aside), sealed again; `row` is set
+// to that row's index. Saved rows hold no line ends of their own.
+std::string savedWith(const std::string& saved, const std::string& table, const std::string& from,
+                      const std::string& to, std::string& row) {
+   std::istringstream in(saved);
+   std::string line, body, current;
+   bool done = false;
+   while (std::getline(in, line)) {
+      if (line.starts_with("end ")) break;
+      if (line.starts_with("table ")) current = line.substr(line.find(':') + 1);
+      auto r = SavedRow::of(line);
+      if (!done && r && current == "MeridL3Tunnel::" + table &&
+          r->text.find("'drop': True") == std::string::npos) {
+         for (std::string* s : {&r->text, &r->keyText}) {
+            const size_t at = s->find(from);
+            if (at == std::string::npos || done) continue;
+            s->replace(at, from.size(), to);
+            done = true;
+            row = r->index;
+            line = r->line();
+         }
+      }
+      body += line + "\n";
+   }
+   EXPECT_TRUE(done) << table << " has no row holding " << from;
+   uint64_t h = 0xcbf29ce484222325ull;
+   for (unsigned char c : body) h = (h ^ c) * 0x100000001b3ull;
+   char sum[32];
+   std::snprintf(sum, sizeof sum, "%016llx", static_cast<unsigned long long>(h));
+   return body + "end " + sum + "\n";
+}
+
+// A hand-edited state file whose checksum is good but whose rows name indices
+// beyond the tables they name is refused whole, before anything runs or is
+// allocated by such an index.
+TEST_F(L3TunnelTool, StateFilesNamingBeyondTheirTablesAreRefused) {
+   const std::string scenarioFile =
+       write("s.json", scenario({program("a", {via("10.9.0.1", 2), via("10.9.0.2")})}).dump())
+           .string();
+   const fs::path state = dir_ / "state", file = state / "chip.state";
+   ASSERT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
+   const std::string good = fileText(file);
+   struct Case {
+      const char* table;
+      std::string from, to;
+      std::string message;  // after "TABLE row N: "
+   };
+   const Case cases[] = {
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1000000000,",
+        "'l3Oif1' names 1000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
+        "(4096 rows)"},
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 4000000000,",
+        "'l3Oif1' names 4000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
+        "(4096 rows)"},
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 99999999999,",
+        "'l3Oif1' holds 99999999999, not an index"},
+       {"L3EcmpMember0Table", "'nextHopIdx': 1,", "'nextHopIdx': 4096,",
+        "'nextHopIdx' names 4096, outside L3TunnelIngL3NextHopTable (4096 rows)"},
+       {"L3EcmpMember0Table", "'underlayIdx': 0,", "'underlayIdx': 4096,",
+        "'underlayIdx' names 4096, outside EcmpGroup1Table (4096 rows)"},
+       {"EgrL3Oif1Table", "'tunnelIdx': 1,", "'tunnelIdx': 70000,",
+        "'tunnelIdx' names 70000, outside L3EgrL3Ipv4TunnelTable (4096 rows)"},
+       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(0, 0, 5000)",
+        "its key RowKey(0, 0, 5000) names rows 0 to 4999, outside L3EcmpMember0Table (4096 rows)"},
+       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(1, 0, 3)",
+        "its key RowKey(1, 0, 3) is not of this row"},
+   };
+   for (const Case& c : cases) {
+      std::string row;
+      const std::string text = savedWith(good, c.table, c.from, c.to, row);
+      write("state/chip.state", text);
+      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string(), "--json"});
+      EXPECT_EQ(r.code, 2) << c.to;
+      EXPECT_EQ(r.err, "l3tunnel: " + file.string() + ": " + c.table + " row " + row + ": " +
+                           c.message + "\n");
+      EXPECT_TRUE(r.out.empty()) << c.to;
+      EXPECT_EQ(fileText(file), text) << c.to;
+   }
+   // Each case changed only what it names: the file as saved still loads.
+   write("state/chip.state", good);
+   EXPECT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
+}
+
+// Across a restart that flips the interface toggle, in both directions: after
+// the reconcile no row names a row that is gone, and the interface tables the
+// first run used hold nothing.
+TEST_P(ToggleTest, ReconcileAfterAToggleFlipLeavesNoRowNamingAGoneRow) {
+   const bool before = GetParam();
+   Json first = Json::parse(fileText(fs::path(L3TUNNEL_EXAMPLES) / "default.json"));
+   first["toggles"] = {{"CommonIifOifIndex", before}};
+   Json second = first;
+   second["toggles"] = {{"CommonIifOifIndex", !before}};
+   second["steps"].push_back({{"op", "reconcile"}});
+   const fs::path state = dir_ / "state";
+   runJson(first, {"--state-dir", state.string()});
+   const Json snap = runJson(second, {"--state-dir", state.string()});
+   ASSERT_FALSE(snap.is_null());
+
+   // Which field of which table names which tables (any one of them).
+   const std::vector<std::tuple<std::string, std::string, std::vector<std::string>>> refs{
+       {"L3EcmpMember0Table", "nextHopIdx", {"L3TunnelIngL3NextHopTable"}},
+       {"L3TunnelIngL3NextHopTable", "l3Oif1", {"IngL3Iif", "L3TunnelEgrL3Oif1Table"}},
+       {"EgrL3Oif1Table", "tunnelIdx", {"L3EgrL3Ipv4TunnelTable"}},
+       {"L3TunnelEgrL3Oif1Table", "tunnelIdx", {"L3EgrL3Ipv4TunnelTable"}},
+   };
+   const Json& hw = snap.at("hardware");
+   auto rowAt = [&](const std::string& table, uint32_t index) {
+      if (!hw.contains(table)) return false;
+      for (const auto& r : hw.at(table))
+         if (r.at("index") == index) return true;
+      return false;
+   };
+   for (const auto& [table, field, named] : refs) {
+      if (!hw.contains(table)) continue;
+      for (const auto& r : hw.at(table)) {
+         const std::string text = r.at("row");
+         std::smatch m;
+         if (text.find("'drop': True") != std::string::npos ||
+             !std::regex_search(text, m, std::regex("'" + field + "': (\\d+)")))
+            continue;
+         const uint32_t index = uint32_t(std::stoul(m[1]));
+         EXPECT_TRUE(std::any_of(named.begin(), named.end(),
+                                 [&](const std::string& n) { return rowAt(n, index); }))
+             << table << " row " << r.at("index") << " names " << field << " " << index
+             << ", a row that is gone";
+      }
+   }
+   for (const char* t : before ? std::vector<const char*>{"IngL3Iif", "EgrL3Oif1Table"}
+                               : std::vector<const char*>{"L3TunnelEgrL3Oif1Table"})
+      EXPECT_TRUE(hw.at(t).empty()) << t << " keeps rows of the first run: " << hw.at(t);
 }
 
 }  // namespace

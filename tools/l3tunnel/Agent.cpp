@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "Brio/EventLoop.h"
+#include "ChipCheck.h"
 #include "MeridL3Unicast/L3NextHopAttributes.h"
 #include "Toggle/ToggleState.h"
 
@@ -118,6 +119,13 @@ void Agent::chipStateLoad(const std::string& path) {
                                   std::to_string(hw->numEntries()) +
                                   " rows there, the scenario gives it " + std::to_string(wanted));
    }
+   // Rows naming indices beyond their tables are refused here, before the
+   // library sees them.
+   chipRowReferencesCheck(*chip_, path, [&](std::string_view table) {
+      if (table == MeridL3Tunnel::EcmpGroup1Table::typeName)
+         return MeridL3Tunnel::EcmpGroup1Table::defaultIndexCount;
+      return scenario_.tableSize(unqualifiedName(table));
+   });
 }
 
 void Agent::chipStateSave(const std::string& path) const { chip_->stateSave(path); }

@@ -1,0 +1,72 @@
+#include "ChipCheck.h"
+
+#include <stdexcept>
+
+#include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
+#include "MeridL3Tunnel/RowReferences.h"
+#include "Scenario.h"
+
+namespace L3TunnelTool {
+
+namespace {
+
+constexpr Asic::UnitId unit = MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::tableUnit;
+
+std::string rowsText(std::string_view table, uint32_t rows) {
+   return std::string(unqualifiedName(table)) + " (" + std::to_string(rows) + " rows)";
+}
+
+}  // namespace
+
+void chipRowReferencesCheck(const AsicSim::Chip& chip, const std::string& path,
+                            const std::function<uint32_t(std::string_view)>& rows) {
+   using MeridL3Tunnel::rowReferences;
+   for (const auto& name : chip.tableNames()) {
+      const auto t = chip.table(name, unit);
+      if (!t) continue;
+      auto fail = [&](Asic::Index i, const std::string& what) {
+         throw std::runtime_error(path + ": " + std::string(unqualifiedName(name)) + " row " +
+                                  std::to_string(i) + ": " + what);
+      };
+      for (Asic::Index i = 0; i < t->numEntries(); ++i) {
+         if (!t->row(i)) continue;
+         for (auto ref = std::begin(rowReferences); ref != std::end(rowReferences); ++ref) {
+            if (ref->table != name) continue;
+            // Each field once: the entries after it for the same field are
+            // the other tables it may name.
+            if (std::find_if(std::begin(rowReferences), ref, [&](const auto& r) {
+                   return r.table == ref->table && r.field == ref->field;
+                }) != ref)
+               continue;
+            const auto text = t->rowField(i, ref->field);
+            if (!text) continue;
+            const std::string field = "'" + std::string(ref->field) + "'";
+            const auto index = t->rowIndexField(i, ref->field);
+            if (!index) fail(i, field + " holds " + std::string(*text) + ", not an index");
+            // The invalid index is how a row says it names nothing yet.
+            if (!Asic::isValidIndex(*index)) continue;
+            std::string outside;
+            bool inside = false;
+            for (auto alt = ref; alt != std::end(rowReferences); ++alt) {
+               if (alt->table != ref->table || alt->field != ref->field) continue;
+               const uint32_t n = rows(alt->named);
+               inside = inside || *index < n;
+               outside += (outside.empty() ? "" : " and ") + rowsText(alt->named, n);
+            }
+            if (!inside)
+               fail(i, field + " names " + std::to_string(*index) + ", outside " + outside);
+         }
+         if (name != MeridL3Tunnel::L3EcmpMember0Table::typeName) continue;
+         const auto* key = t->rowKey(i).as<MeridL3Tunnel::L3EcmpMember0Table::RowKey>();
+         if (!key) continue;
+         const uint64_t end = uint64_t(key->base) + key->size;
+         const std::string keyText = "its key " + t->rowKey(i).text();
+         if (key->index != i || key->base > i || end <= i) fail(i, keyText + " is not of this row");
+         if (end > t->numEntries())
+            fail(i, keyText + " names rows " + std::to_string(key->base) + " to " +
+                        std::to_string(end - 1) + ", outside " + rowsText(name, t->numEntries()));
+      }
+   }
+}
+
+}  // namespace L3TunnelTool
