@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -733,9 +734,9 @@ TEST_F(L3TunnelTool, EachStepOutputDoesNotGrowWithTheSteps) {
           {"run", file, "--json", "--each-step"},
           [] { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); }, &usage);
       EXPECT_EQ(r.code, 0) << r.err;
-      return long(usage.ru_maxrss);
+      return int64_t(usage.ru_maxrss);
    };
-   const long shortRun = peakKb(2), longRun = peakKb(32);
+   const int64_t shortRun = peakKb(2), longRun = peakKb(32);
    // One step's document takes some 9 MB here; thirty more would add 270.
    EXPECT_LT(longRun - shortRun, 60 * 1024) << shortRun << " KB, then " << longRun << " KB";
 }
