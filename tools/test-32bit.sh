@@ -14,15 +14,42 @@ for p in g++-multilib libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386 
    nlohmann-json3-dev cmake file; do
    installed "$p" || need+=("$p")
 done
+sudo_cmd=""
+[ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
+. tools/apt.sh
 if [ ${#need[@]} -gt 0 ]; then
-   sudo_cmd=""
-   [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
    if ! dpkg --print-foreign-architectures | grep -qx i386; then
       $sudo_cmd dpkg --add-architecture i386
    fi
-   . tools/apt.sh
    apt_install test-32bit.sh "${need[@]}"
 fi
+
+# Some kernels run no 32-bit program (IA-32 emulation switched off): "Exec
+# format error". The tests then run under qemu's user-mode emulation,
+# registered with binfmt_misc so that the programs the tests start run too,
+# and the random runs, some ten times slower there, take a tenth of the seeds.
+mkdir -p "$build"
+probe="$build/probe32"
+printf 'int main(void) { return 0; }\n' | gcc -m32 -x c -o "$probe" -
+if ! "$probe" 2>/dev/null; then
+   qemu=/usr/bin/qemu-i386-static
+   [ -x "$qemu" ] || apt_install test-32bit.sh qemu-user-static
+   binfmt=/proc/sys/fs/binfmt_misc
+   [ -e "$binfmt/register" ] || $sudo_cmd mount -t binfmt_misc binfmt_misc "$binfmt"
+   if [ ! -e "$binfmt/qemu-i386" ]; then
+      magic='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x03\x00'
+      mask='\xff\xff\xff\xff\xff\xfe\xfe\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+      printf '%s\n' ":qemu-i386:M::$magic:$mask:$qemu:F" | $sudo_cmd tee "$binfmt/register" >/dev/null
+   fi
+   "$probe" || {
+      echo "test-32bit.sh: this machine runs no 32-bit program, not even under $qemu" >&2
+      exit 1
+   }
+   export MODEL_RUNS="${MODEL_RUNS:-150}"
+   echo "test-32bit.sh: the kernel runs no 32-bit program; the tests run under $qemu" \
+      "(random runs: $MODEL_RUNS seeds)"
+fi
+rm -f "$probe"
 
 cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/i386-linux-gnu.cmake" \
    -DCMAKE_BUILD_TYPE=Release -DL3TUNNEL_BENCH=ON "$@" >/dev/null
