@@ -76,7 +76,13 @@ version_refused() {
    mkdir -p "$dir"
    printf 'cmake_minimum_required(VERSION 3.25)\nproject(v NONE)\nfind_package(MeridL3Tunnel %s REQUIRED)\n' \
       "$1" >"$dir/CMakeLists.txt"
-   ! cmake -S "$dir" -B "$dir/build" -DCMAKE_PREFIX_PATH="$prefix"
+   local out
+   if out="$(cmake -S "$dir" -B "$dir/build" -DCMAKE_PREFIX_PATH="$prefix" 2>&1)"; then
+      return 1
+   fi
+   echo "$out"
+   # Found and refused for its version, not missing.
+   grep -q 'considered but not accepted' <<<"$out"
 }
 check "find_package(MeridL3Tunnel 0.1) refused" version_refused 0.1
 check "find_package(MeridL3Tunnel 0.3) refused" version_refused 0.3
@@ -106,12 +112,12 @@ pkg_config_flags() {
 check "pkg-config --cflags --libs meridl3tunnel" pkg_config_flags
 check "pkg-config version is the package's ($version)" \
    test -n "$version" -a "$(pkg-config --modversion meridl3tunnel 2>/dev/null)" = "$version"
-libdir="$(pkg-config --variable=libdir meridl3tunnel)"
+libdir="$(pkg-config --variable=libdir meridl3tunnel 2>/dev/null)"
 # shellcheck disable=SC2046
 check "consumer built with pkg-config's flags" \
-   g++ -std=c++20 -Wall -Wextra -Werror $(pkg-config --cflags meridl3tunnel) \
+   g++ -std=c++20 -Wall -Wextra -Werror $(pkg-config --cflags meridl3tunnel 2>/dev/null) \
    -DMERIDL3TUNNEL_LIBRARY="\"$libdir/libMeridL3Tunnel.so\"" examples/consumer/consumer.cpp \
-   -o "$work/consumer-pc" -lMeridL3TunnelAsicSim $(pkg-config --libs meridl3tunnel) -ldl \
+   -o "$work/consumer-pc" -lMeridL3TunnelAsicSim $(pkg-config --libs meridl3tunnel 2>/dev/null) -ldl \
    -Wl,-rpath,"$libdir"
 check "consumer built with pkg-config programs its group" expect_programmed "$work/consumer-pc"
 
