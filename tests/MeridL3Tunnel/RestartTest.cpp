@@ -41,12 +41,7 @@ protected:
    // are brought in line with the rows before anything is written again.
    void restart() {
       const bool merged = bool(intf);
-      intf.reset();
-      tables.clear();
-      nh.reset();
-      oif.reset();
-      v4.reset();
-      v6.reset();
+      tablesDrop();
       Brio::EventLoop::instance().clear();
       v4 = MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory();
       v6 = MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory();

@@ -135,12 +135,7 @@ TEST_F(Recovery, RowsNamingBeyondTheirTablesPinNothing) {
    const auto before = hw(L3TunnelIngL3NextHopTable::typeName)->rowText(1);
    // The agent goes; the programmer lets its tables go in its own order, so
    // that the groups dropped after it delete no row.
-   intf.reset();
-   tables.clear();
-   nh.reset();
-   oif.reset();
-   v4.reset();
-   v6.reset();
+   tablesDrop();
    members.reset();
    programmer.reset();
    kept = stale = nullptr;

@@ -1,6 +1,8 @@
 #include "ChipCheck.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <vector>
 
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "MeridL3Tunnel/RowReferences.h"
@@ -28,16 +30,17 @@ void chipRowReferencesCheck(const AsicSim::Chip& chip, const std::string& path,
          throw std::runtime_error(path + ": " + std::string(unqualifiedName(name)) + " row " +
                                   std::to_string(i) + ": " + what);
       };
+      // The fields this table's rows name others by, each once: the entries
+      // after the first for a field are the other tables it may name.
+      std::vector<const MeridL3Tunnel::RowReference*> fields;
+      for (auto ref = std::begin(rowReferences); ref != std::end(rowReferences); ++ref) {
+         const auto same = [&](const auto& r) { return r.table == name && r.field == ref->field; };
+         if (ref->table == name && std::find_if(std::begin(rowReferences), ref, same) == ref)
+            fields.push_back(ref);
+      }
       for (Asic::Index i = 0; i < t->numEntries(); ++i) {
          if (!t->row(i)) continue;
-         for (auto ref = std::begin(rowReferences); ref != std::end(rowReferences); ++ref) {
-            if (ref->table != name) continue;
-            // Each field once: the entries after it for the same field are
-            // the other tables it may name.
-            if (std::find_if(std::begin(rowReferences), ref, [&](const auto& r) {
-                   return r.table == ref->table && r.field == ref->field;
-                }) != ref)
-               continue;
+         for (const auto* ref : fields) {
             const auto text = t->rowField(i, ref->field);
             if (!text) continue;
             const std::string field = "'" + std::string(ref->field) + "'";
