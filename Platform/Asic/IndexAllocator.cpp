@@ -299,6 +299,15 @@ bool FirstFreeIndexAllocator::reserved(Index index) const {
    return index <= std::prev(it)->second;
 }
 
+uint32_t FirstFreeIndexAllocator::reservedBelow(Index end) const {
+   uint32_t n = 0;
+   for (const auto& [first, last] : reserved_) {
+      if (first >= end) break;
+      n += uint32_t(std::min<uint64_t>(uint64_t(last) + 1, end) - first);
+   }
+   return n;
+}
+
 void FirstFreeIndexAllocator::reservedRangeIs(Index first, Index last) {
    auto it = reserved_.upper_bound(first);
    if (it != reserved_.begin()) {

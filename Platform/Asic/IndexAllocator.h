@@ -199,6 +199,8 @@ public:
    // and is not reserved: taking it away would orphan a programmed entry.
    void reserveIndices(Index first, Index last);
    bool reserved(Index index) const;
+   // How many indices below `end` are reserved.
+   uint32_t reservedBelow(Index end) const;
 
 protected:
    Index freeIndexTake() override;

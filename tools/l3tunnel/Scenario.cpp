@@ -112,6 +112,25 @@ std::string stepText(const Step& step) {
    return out;
 }
 
+namespace {
+// One line, whatever the names in the file hold.
+std::string oneLine(std::string text) {
+   for (char& c : text)
+      if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+   return text;
+}
+
+std::string messageOf(const ScenarioError::Where& where, const std::string& fault) {
+   std::string out = where.file + ": ";
+   if (where.step) out += "step " + std::to_string(*where.step) + ": ";
+   if (!where.field.empty()) out += where.field + ": ";
+   return oneLine(out + fault);
+}
+}  // namespace
+
+ScenarioError::ScenarioError(const Where& where, const std::string& fault)
+    : std::runtime_error(messageOf(where, fault)), where_(where), fault_(fault) {}
+
 uint32_t Scenario::tableSize(std::string_view name) const {
    auto it = tableSizes.find(name);
    return it == tableSizes.end() ? MeridCentral::ChipInfo::defaultTableSize : it->second;
@@ -171,14 +190,7 @@ public:
 
    [[noreturn]] void fail(std::optional<uint32_t> step, const std::string& field,
                           const std::string& what) const {
-      std::string out = file_ + ": ";
-      if (step) out += "step " + std::to_string(*step) + ": ";
-      if (!field.empty()) out += field + ": ";
-      out += what;
-      // The message is one line, whatever the names in the file hold.
-      for (char& c : out)
-         if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-      throw ScenarioError(out);
+      throw ScenarioError({file_, step, field}, what);
    }
 
    void chipRead(const Json& chip) {
@@ -620,14 +632,15 @@ Scenario scenarioParse(std::string_view text, const std::string& file) {
 }
 
 Scenario scenarioRead(const std::string& file) {
-   auto cannotRead = [&] { return ScenarioError(file + ": cannot read: " + std::strerror(errno)); };
+   auto fault = [&](const std::string& what) { return ScenarioError({file, {}, {}}, what); };
+   auto cannotRead = [&] { return fault(std::string("cannot read: ") + std::strerror(errno)); };
    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
    if (fd.get() < 0) throw cannotRead();
    struct stat st {};
    if (::fstat(fd.get(), &st) != 0) throw cannotRead();
-   if (S_ISDIR(st.st_mode)) throw ScenarioError(file + ": is a directory");
-   const ScenarioError tooLarge(file + ": larger than " + std::string(maxScenarioText) +
-                                ", the largest scenario accepted");
+   if (S_ISDIR(st.st_mode)) throw fault("is a directory");
+   const ScenarioError tooLarge = fault("larger than " + std::string(maxScenarioText) +
+                                        ", the largest scenario accepted");
    if (S_ISREG(st.st_mode) && uint64_t(st.st_size) > maxScenarioBytes) throw tooLarge;
    // A pipe or a device tells no size: one byte past the bound is enough to know.
    std::string text;

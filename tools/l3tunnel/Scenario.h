@@ -4,6 +4,7 @@
 // so a bad scenario never leaves half its steps programmed.
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -18,7 +19,20 @@ namespace L3TunnelTool {
 // from 1) and the field, ready to be printed after the program's name.
 class ScenarioError : public std::runtime_error {
 public:
-   explicit ScenarioError(const std::string& what) : std::runtime_error(what) {}
+   // The parts of the message: the fault alone, and where it is.
+   struct Where {
+      std::string file;
+      std::optional<uint32_t> step;
+      std::string field;  // empty when the fault is not in one field
+   };
+   ScenarioError(const Where& where, const std::string& fault);
+
+   const Where& where() const { return where_; }
+   const std::string& fault() const { return fault_; }
+
+private:
+   Where where_;
+   std::string fault_;
 };
 
 // A table that has rows on the chip: the name scenarios and output use, and

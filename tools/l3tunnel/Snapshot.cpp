@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <tuple>
+#include <type_traits>
 
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
@@ -11,7 +12,8 @@ namespace L3TunnelTool {
 
 using namespace MeridL3Tunnel;
 using Handle = Asic::SwTableBase::EntryHandle;
-using Fields = std::vector<std::pair<std::string, std::string>>;
+using State = Asic::SwTableBase::EntryState;
+using NextHopHandle = L3TunnelIngL3NextHopTable::EntryHandle;
 
 namespace {
 
@@ -22,14 +24,12 @@ std::optional<uint32_t> indexOf(Asic::Index i) {
    return i;
 }
 
-std::string indexText(Asic::Index i) {
-   return Asic::isValidIndex(i) ? std::to_string(i) : std::string("none");
-}
+std::string_view stateName(State s) { return Asic::SwTableBase::entryStateName(s); }
 
 void handleStates(const Handle& h, EntryView& e) {
    e.hwIndex = indexOf(h.hwIndex());
-   e.entryState = std::string(Asic::SwTableBase::entryStateName(h.entryState()));
-   e.entryType = std::string(Handle::entryTypeName(h.entryType()));
+   e.entryState = stateName(h.entryState());
+   e.entryType = Handle::entryTypeName(h.entryType());
 }
 
 KeyView keyView(const L3TunnelKey& k) {
@@ -47,54 +47,269 @@ KeyView keyView(const Asic::IndexValue<Name>& k) {
    return v;
 }
 
+// Indices an allocator keeps out of use (a tunnel table's index 0).
+template <class Allocator>
+uint32_t reservedBelow(const Brio::Ptr<Allocator>& a, uint32_t rows) {
+   if constexpr (std::is_base_of_v<Asic::FirstFreeIndexAllocator, Allocator>)
+      return a ? a->reservedBelow(rows) : 0;
+   return 0;
+}
+
 // Capacity and use come from the hardware table the rows are in.
-void rowsOf(const AsicSim::Chip& chip, std::string_view hwTableName, TableView& v) {
+Usage usageOf(const AsicSim::Chip& chip, std::string_view hwTableName, uint32_t reserved) {
+   Usage u;
    if (auto hw = chip.table(hwTableName, unit)) {
-      v.capacity = hw->numEntries();
-      v.used = hw->usedRows();
+      u.capacity = hw->numEntries();
+      u.used = hw->usedRows();
    }
+   u.usable = u.capacity - std::min(reserved, u.capacity);
+   u.free = u.usable - std::min(u.used, u.usable);
+   return u;
 }
 
-// Rows first in index order, then what has no row, by key.
-void sortEntries(std::vector<EntryView>& entries) {
-   auto rank = [](const EntryView& e) {
-      const KeyView k = e.key.value_or(KeyView());
-      return std::tuple(!e.hwIndex, e.hwIndex.value_or(0), k.srcIpAddr, k.dstIpAddr, k.index);
+// Entries in output order: rows first in index order, then what has no row,
+// by key. Sorting a position per entry keeps the values unbuilt.
+template <class Key, class Handle>
+std::vector<std::pair<const Key*, const Handle*>> ordered(
+    std::vector<std::pair<const Key*, const Handle*>> v) {
+   auto rank = [](const auto& e) {
+      const Asic::Index i = e.second->hwIndex();
+      return std::tuple(!Asic::isValidIndex(i), Asic::isValidIndex(i) ? i : 0);
    };
-   std::stable_sort(entries.begin(), entries.end(),
-                    [&](const EntryView& a, const EntryView& b) { return rank(a) < rank(b); });
+   std::sort(v.begin(), v.end(), [&](const auto& a, const auto& b) {
+      const auto ra = rank(a), rb = rank(b);
+      if (ra != rb) return ra < rb;
+      return *a.first < *b.first;
+   });
+   return v;
 }
 
 template <class Entry>
-void tunnelFields(const Entry& e, Fields& f) {
-   f.emplace_back("ttl", std::to_string(e.ttlValue()));
+void tunnelFields(const Entry& e, EntryView& v) {
+   v.ttl = e.ttlValue();
+}
+
+// A dependent index means something only once the entry it names is
+// programmed: until then the field holds a placeholder.
+std::optional<uint32_t> dependentIndex(const Handle* named, uint32_t value) {
+   if (!named || named->entryState() != State::success) return std::nullopt;
+   return value;
 }
 
 template <class Entry>
-void interfaceFields(const Entry& e, Fields& f) {
-   f.emplace_back("tunnel", std::to_string(e.tunnelIdx()));
+void interfaceFields(const Entry& e, EntryView& v) {
+   v.tunnelIndex = dependentIndex(e.tunnelIdxHandle().ptr(), e.tunnelIdx());
 }
 
-void nextHopFields(const L3TunnelIngL3NextHopEntry& e, Fields& f) {
-   if (e.drop())
-      f.emplace_back("drop", "");
-   else
-      f.emplace_back("interface", std::to_string(e.l3Oif1()));
+void nextHopFields(const L3TunnelIngL3NextHopEntry& e, EntryView& v) {
+   v.drop = e.drop();
+   if (!v.drop) v.interfaceIndex = dependentIndex(e.l3Oif1Handle().ptr(), e.l3Oif1());
 }
 
-void noFields(const IngL3IifEntry&, Fields&) {}
+void noFields(const IngL3IifEntry&, EntryView&) {}
+
+}  // namespace
+
+uint32_t Usage::percentTenths() const {
+   if (usable == 0) return used ? 1000 : 0;
+   return uint32_t((uint64_t(std::min(used, usable)) * 1000 + usable / 2) / usable);
+}
+
+Usage::Level Usage::level() const {
+   if (usable > 0 && free == 0) return Level::full;
+   const uint32_t tenths = percentTenths();
+   if (tenths >= criticalPercent * 10) return Level::critical;
+   if (tenths >= highPercent * 10) return Level::high;
+   return Level::ok;
+}
+
+std::string_view levelName(Usage::Level level) {
+   switch (level) {
+      case Usage::Level::ok:
+         return "ok";
+      case Usage::Level::high:
+         return "high";
+      case Usage::Level::critical:
+         return "critical";
+      case Usage::Level::full:
+         return "full";
+   }
+   return "?";
+}
+
+void HardwareView::rowsVisit(
+    const std::function<void(uint32_t index, const std::string& row)>& f) const {
+   if (!rows) return;
+   for (uint32_t i = 0; i < rows->numEntries(); ++i)
+      if (const std::string* row = rows->row(i)) f(i, *row);
+}
+
+// The chain behind members, walked by the key the programmer writes every
+// link of a via's chain under, and the groups behind each next hop.
+class Snapshot::Chains {
+public:
+   Chains(const Agent& agent, const std::vector<TableView>& tables)
+       : agent_(agent), p_(agent.programmer()), tables_(tables) {
+      uint32_t position = 0;
+      for (const auto& [name, handle] : agent.groups()) {
+         const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle);
+         for (const auto& m : block.entryBlock()) {
+            auto& groups = groupsByNextHop_[m.nextHopHandle().ptr()];
+            if (groups.empty() || groups.back() != position) groups.push_back(position);
+         }
+         ++position;
+      }
+   }
+
+   // The positions of the groups whose members use the next hop of `key`.
+   const std::vector<uint32_t>* groupsOf(const L3TunnelKey& key) const {
+      if (!p_ || !p_->l3TunnelIngL3NextHopTable()) return nullptr;
+      auto nh = p_->l3TunnelIngL3NextHopTable()->entryHandle(key);
+      auto it = groupsByNextHop_.find(nh.ptr());
+      return it == groupsByNextHop_.end() ? nullptr : &it->second;
+   }
+
+   // One link: the handle of `key` in the table, or null.
+   const Handle* tunnelHandle(const L3TunnelKey& key) const {
+      if (auto t = p_->l3EgrL3Ipv4TunnelTable())
+         if (auto h = t->entryHandle(key)) return h.ptr();
+      if (auto t = p_->l3EgrL3Ipv6TunnelTable())
+         if (auto h = t->entryHandle(key)) return h.ptr();
+      return nullptr;
+   }
+   std::string_view tunnelTableName(const L3TunnelKey& key) const {
+      if (auto t = p_->l3EgrL3Ipv6TunnelTable(); t && t->entryHandle(key))
+         return unqualifiedName(L3EgrL3Ipv6TunnelTable::typeName);
+      return unqualifiedName(L3EgrL3Ipv4TunnelTable::typeName);
+   }
+   const Handle* interfaceHandle(const L3TunnelKey& key) const {
+      if (auto t = p_->l3InterfaceTable())
+         if (auto h = t->entryHandle(key)) return h.ptr();
+      if (auto t = p_->l3TunnelEgrL3Oif1Table())
+         if (auto h = t->entryHandle(key)) return h.ptr();
+      return nullptr;
+   }
+   std::string_view interfaceTableName() const {
+      return p_->l3InterfaceTable() ? unqualifiedName(L3InterfaceTable::typeName)
+                                    : unqualifiedName(L3TunnelEgrL3Oif1Table::typeName);
+   }
+
+   const Usage* usage(std::string_view table) const {
+      for (const auto& t : tables_)
+         if (t.name == table) return &t.usage;
+      return nullptr;
+   }
+
+   // What is wrong with an entry that is not programmed, naming its table.
+   std::string linkProblem(std::string_view what, std::string_view table, const Handle& h) const {
+      const std::string subject = std::string(what);
+      switch (h.entryState()) {
+         case State::noHwIndex: {
+            const Usage* u = usage(table);
+            if (u && u->free == 0)
+               return std::string(table) + " is full (" + std::to_string(u->used) + " of " +
+                      std::to_string(u->usable) + " usable rows used): " + subject +
+                      " has no index";
+            return subject + " has no index in " + std::string(table) +
+                   ": the chip refused its row";
+         }
+         case State::inProgress:
+            return subject + " in " + std::string(table) + " waits for the chip's response";
+         default:
+            return subject + " in " + std::string(table) + " is " +
+                   std::string(stateName(h.entryState()));
+      }
+   }
+
+   // The chain of one member, cached by its next hop: members share chains.
+   struct Chain {
+      LinkView nextHop, interface, tunnel;
+      std::string src, dst;
+      std::optional<uint32_t> ttl;
+      bool drop = false;
+      std::optional<std::string> reason;
+   };
+
+   const Chain& chain(const Handle* nextHop) {
+      auto [it, added] = chains_.try_emplace(nextHop);
+      if (added) it->second = chainOf(nextHop);
+      return it->second;
+   }
+
+   Chain chainOf(const Handle* h) const {
+      Chain c;
+      if (!h) {
+         c.reason = "no next hop";
+         return c;
+      }
+      c.nextHop = {indexOf(h->hwIndex()), stateName(h->entryState())};
+      if (h->fwkType() != Orb::typeId<NextHopHandle>()) return c;
+      const L3TunnelKey& key = static_cast<const NextHopHandle*>(h)->key();
+      const std::string nhTable(unqualifiedName(L3TunnelIngL3NextHopTable::typeName));
+      const auto& table = *p_->l3TunnelIngL3NextHopTable();
+      Orb::Optional<L3TunnelIngL3NextHopEntry> value = table.resolvedEntry(key);
+      if (!value)
+         if (auto ue = table.unresolvedEntry(key)) value = ue->entry();
+      c.drop = value && value->drop();
+      if (c.drop) {
+         if (h->entryState() != State::success)
+            c.reason = linkProblem("the reserved drop next hop", nhTable, *h);
+         return c;
+      }
+      c.src = key.srcIpAddr().stringValue();
+      c.dst = key.dstIpAddr().stringValue();
+      const std::string tunnel = c.src + " -> " + c.dst;
+      const Handle* intf = interfaceHandle(key);
+      const Handle* tun = tunnelHandle(key);
+      if (intf) c.interface = {indexOf(intf->hwIndex()), stateName(intf->entryState())};
+      if (tun) {
+         c.tunnel = {indexOf(tun->hwIndex()), stateName(tun->entryState())};
+         if (auto v4 = p_->l3EgrL3Ipv4TunnelTable())
+            if (auto e = v4->resolvedEntry(key)) c.ttl = e->ttlValue();
+         if (auto v6 = p_->l3EgrL3Ipv6TunnelTable(); v6 && !c.ttl)
+            if (auto e = v6->resolvedEntry(key)) c.ttl = e->ttlValue();
+      }
+      // The deepest link that is not programmed is what the others wait for.
+      if (tun && tun->entryState() != State::success) {
+         c.reason = linkProblem("tunnel " + tunnel, tunnelTableName(key), *tun);
+         if (intf || h) c.reason->append(", its interface and next hop wait for it");
+      } else if (intf && intf->entryState() != State::success) {
+         c.reason = linkProblem("interface " + tunnel, interfaceTableName(), *intf) +
+                    ", its next hop waits for it";
+      } else if (h->entryState() != State::success) {
+         c.reason = linkProblem("next hop " + tunnel, nhTable, *h);
+      }
+      return c;
+   }
+
+   const Agent& agent_;
+   const L3TunnelOverlayEcmpProgrammer* p_;
+   const std::vector<TableView>& tables_;
+   std::unordered_map<const Handle*, std::vector<uint32_t>> groupsByNextHop_;
+   std::unordered_map<const Handle*, Chain> chains_;
+};
+
+namespace {
 
 // A table keyed by tunnel key or index: one entry per handle, with the value
 // in hardware, or else the one waiting for the entry it names.
 template <class Table, class FieldsOf>
-TableView keyedView(const Table& t, const AsicSim::Chip& chip, FieldsOf fieldsOf) {
+TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, FieldsOf fieldsOf,
+                    const Snapshot::Chains* chains) {
+   using Key = typename Table::Key;
+   using H = typename Table::EntryHandle;
    TableView v;
    v.name = std::string(unqualifiedName(Table::typeName));
-   rowsOf(chip, Table::typeName, v);
-   for (const auto& [key, handle] : t.entryHandleIteratorConst()) {
-      EntryView e;
+   v.kind = kind;
+   v.usage = usageOf(chip, Table::typeName, reservedBelow(t.indexAllocator(), t.numEntries()));
+   v.entries = t.entryHandles();
+   for (const auto& [key, handle] : t.entryHandleIteratorConst())
+      if (handle->entryState() == State::noHwIndex) ++v.usage.refused;
+   const bool groups = kind == TableKind::tunnel && chains;
+   auto build = [&t, fieldsOf, chains, groups](const Key& key, const H& handle, EntryView& e) {
+      e = EntryView();
       e.key = keyView(key);
-      handleStates(*handle, e);
+      handleStates(handle, e);
       Orb::Optional<typename Table::Entry> value = t.resolvedEntry(key);
       if constexpr (Table::hasDependentField) {
          if (!value)
@@ -102,11 +317,33 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, FieldsOf fieldsOf
       }
       if (value) {
          e.entry = value->rowText();
-         fieldsOf(*value, e.fields);
+         fieldsOf(*value, e);
       }
-      v.entries.push_back(std::move(e));
+      if constexpr (std::is_same_v<Key, L3TunnelKey>) {
+         if (groups)
+            if (const auto* g = chains->groupsOf(key)) e.groups = *g;
+      }
+   };
+   v.entriesVisit = [&t, build](const std::function<void(const EntryView&)>& f) {
+      std::vector<std::pair<const Key*, const H*>> all;
+      all.reserve(t.entryHandles());
+      for (const auto& [key, handle] : t.entryHandleIteratorConst())
+         all.emplace_back(&key, handle.ptr());
+      EntryView e;
+      for (const auto& [key, handle] : ordered(std::move(all))) {
+         build(*key, *handle, e);
+         f(e);
+      }
+   };
+   if constexpr (std::is_same_v<Key, L3TunnelKey>) {
+      v.entryOf = [&t, build](const L3TunnelKey& key) -> std::optional<EntryView> {
+         auto handle = t.entryHandle(key);
+         if (!handle) return std::nullopt;
+         EntryView e;
+         build(key, *handle, e);
+         return e;
+      };
    }
-   sortEntries(v.entries);
    return v;
 }
 
@@ -115,20 +352,43 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, FieldsOf fieldsOf
 TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
    TableView v;
    v.name = std::string(unqualifiedName(L3InterfaceTable::typeName));
-   rowsOf(chip, IngL3Iif::typeName, v);
-   t.forEachEntryHandle([&](const L3TunnelKey& key, const auto& handle) {
-      EntryView e;
+   v.kind = TableKind::interface;
+   const uint32_t rows = t.ingL3Iif() ? t.ingL3Iif()->numEntries() : 0;
+   v.usage = usageOf(chip, IngL3Iif::typeName, reservedBelow(t.indexAllocator(), rows));
+   v.entries = t.entryHandles();
+   t.forEachEntryHandle([&](const L3TunnelKey&, const auto& handle) {
+      if (handle->entryState() == State::noHwIndex) ++v.usage.refused;
+   });
+   using H = L3InterfaceTable::EntryHandle;
+   auto build = [&t](const L3TunnelKey& key, const H& handle, EntryView& e) {
+      e = EntryView();
       e.key = keyView(key);
-      handleStates(*handle, e);
+      handleStates(handle, e);
       if (t.mergedEntryHas(key) || t.unresolvedMergedEntryHas(key)) {
          EgrL3Oif1Table::Entry egress = t.egrL3Oif1TableEntry(key);
+         interfaceFields(egress, e);
          egress.tunnelIdxHandleIs(nullptr);
          e.entry = valueToStrep(L3InterfaceTable::Entry(t.ingL3IifEntry(key), egress));
-         interfaceFields(egress, e.fields);
       }
-      v.entries.push_back(std::move(e));
-   });
-   sortEntries(v.entries);
+   };
+   v.entriesVisit = [&t, build](const std::function<void(const EntryView&)>& f) {
+      std::vector<std::pair<const L3TunnelKey*, const H*>> all;
+      all.reserve(t.entryHandles());
+      t.forEachEntryHandle(
+          [&](const L3TunnelKey& key, const auto& handle) { all.emplace_back(&key, &*handle); });
+      EntryView e;
+      for (const auto& [key, handle] : ordered(std::move(all))) {
+         build(*key, *handle, e);
+         f(e);
+      }
+   };
+   v.entryOf = [&t, build](const L3TunnelKey& key) -> std::optional<EntryView> {
+      auto handle = t.entryHandle(key);
+      if (!handle) return std::nullopt;
+      EntryView e;
+      build(key, *handle, e);
+      return e;
+   };
    return v;
 }
 
@@ -136,28 +396,48 @@ TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
 TableView memberView(const L3EcmpMember0Table& t, const AsicSim::Chip& chip) {
    TableView v;
    v.name = std::string(unqualifiedName(L3EcmpMember0Table::typeName));
-   rowsOf(chip, L3EcmpMember0Table::typeName, v);
+   v.kind = TableKind::member;
+   v.usage = usageOf(chip, L3EcmpMember0Table::typeName, 0);
+   v.usage.largestFree = t.indexAllocator().largestFree();
    t.forEachEntryBlock([&](const L3EcmpMember0Table::EntryHandle& block) {
-      uint32_t slot = 0;
-      for (const auto& m : block.entryBlock()) {
-         EntryView e;
-         handleStates(block, e);
-         e.hwIndex.reset();
-         if (block.baseIndex() != Asic::invalidIndex) {
-            KeyView k;
-            k.index = block.baseIndex() + slot;
-            e.key = k;
-            e.hwIndex = k.index;
-         }
-         e.entry = m.rowText();
-         e.fields = {{"next hop", indexText(m.nextHopIdx())},
-                     {"underlay", indexText(m.underlayIdx())},
-                     {"resolved", m.resolved() ? "yes" : "no"}};
-         v.entries.push_back(std::move(e));
-         ++slot;
-      }
+      v.entries += block.size();
+      if (block.entryState() == State::noHwIndex) v.usage.refused += block.size();
    });
-   sortEntries(v.entries);
+   v.entriesVisit = [&t](const std::function<void(const EntryView&)>& f) {
+      using H = L3EcmpMember0Table::EntryHandle;
+      std::vector<const H*> blocks;
+      t.forEachEntryBlock([&](const H& block) { blocks.push_back(&block); });
+      std::sort(blocks.begin(), blocks.end(), [](const H* a, const H* b) {
+         return std::tuple(a->baseIndex(), a->keyText()) < std::tuple(b->baseIndex(), b->keyText());
+      });
+      EntryView e;
+      for (const H* block : blocks) {
+         // Members carry indices once the block was placed or tried to be.
+         const State s = block->entryState();
+         const bool placed =
+             s == State::inProgress || s == State::success || s == State::noHwIndex;
+         uint32_t slot = 0;
+         for (const auto& m : block->entryBlock()) {
+            e = EntryView();
+            handleStates(*block, e);
+            e.hwIndex.reset();
+            if (block->baseIndex() != Asic::invalidIndex) {
+               KeyView k;
+               k.index = block->baseIndex() + slot;
+               e.key = k;
+               e.hwIndex = k.index;
+            }
+            e.entry = m.rowText();
+            if (placed) {
+               e.nextHopIndex = indexOf(m.nextHopIdx());
+               e.underlayIndex = indexOf(m.underlayIdx());
+            }
+            e.resolved = m.resolved();
+            f(e);
+            ++slot;
+         }
+      }
+   };
    return v;
 }
 
@@ -165,84 +445,249 @@ HardwareView hardwareView(const AsicSim::HwTable& hw, std::string_view qualified
    HardwareView v;
    v.name = std::string(unqualifiedName(qualifiedName));
    v.capacity = hw.numEntries();
-   for (uint32_t i = 0; i < hw.numEntries(); ++i)
-      if (const std::string* row = hw.row(i)) v.rows.push_back({i, *row});
+   v.used = hw.usedRows();
    v.writes = hw.stats().writes;
    v.deletes = hw.stats().deletes;
    v.changes = hw.stats().changes;
+   v.rows = &hw;
    return v;
 }
 
-MemberView memberOf(uint32_t slot, const L3EcmpMember0Entry& m) {
-   MemberView v;
-   v.slot = slot;
-   v.resolved = m.resolved();
-   if (const auto& nh = m.nextHopHandle()) {
-      v.nextHopIndex = indexOf(nh->hwIndex());
-      v.nextHopState = std::string(Asic::SwTableBase::entryStateName(nh->entryState()));
-   } else {
-      v.nextHopState = "none";
+// Tables that share an index space but not a size: the larger one's size
+// wins, and the smaller one refuses the rows past its end.
+void sizesCheck(const L3TunnelOverlayEcmpProgrammer& p, std::vector<std::string>& warnings) {
+   auto check = [&](std::string_view a, uint32_t aRows, std::string_view b, uint32_t bRows,
+                    uint32_t space, std::string_view what) {
+      if (aRows == bRows) return;
+      const bool aSmaller = aRows < bRows;
+      warnings.push_back(std::string(a) + " has " + std::to_string(aRows) + " rows and " +
+                         std::string(b) + " " + std::to_string(bRows) + ", but they share " +
+                         std::string(what) + " of " + std::to_string(space) +
+                         " indices: entries given an index past " +
+                         std::to_string((aSmaller ? aRows : bRows) - 1) + " are refused by " +
+                         std::string(aSmaller ? a : b));
+   };
+   if (p.l3EgrL3Ipv4TunnelTable() && p.l3EgrL3Ipv6TunnelTable()) {
+      const auto& v4 = *p.l3EgrL3Ipv4TunnelTable();
+      const auto& v6 = *p.l3EgrL3Ipv6TunnelTable();
+      check(unqualifiedName(L3EgrL3Ipv4TunnelTable::typeName), v4.numEntries(),
+            unqualifiedName(L3EgrL3Ipv6TunnelTable::typeName), v6.numEntries(),
+            v4.indexAllocator() ? v4.indexAllocator()->indexCount() : 0, "one index space");
    }
-   if (const auto& u = m.underlayHandle()) {
-      if (u->fwkType() == Orb::typeId<EcmpGroup1Table::EntryHandle>()) {
-         v.underlayAdjId = static_cast<const EcmpGroup1Table::EntryHandle&>(*u).key().adjId();
-         v.underlayIndex = indexOf(u->hwIndex());
-      } else {
-         v.underlayAdjId = 0;  // a dropping member's placeholder
-         v.drop = true;
-      }
+   if (const auto& merged = p.l3InterfaceTable();
+       merged && merged->ingL3Iif() && merged->egrL3Oif1Table()) {
+      check(unqualifiedName(IngL3Iif::typeName), merged->ingL3Iif()->numEntries(),
+            unqualifiedName(EgrL3Oif1Table::typeName), merged->egrL3Oif1Table()->numEntries(),
+            merged->indexAllocator() ? merged->indexAllocator()->indexCount() : 0,
+            "the merged interface table's index space");
    }
-   return v;
 }
 
 }  // namespace
 
-Snapshot snapshotOf(const Agent& agent) {
-   Snapshot s;
+Snapshot::Snapshot(const Agent& agent) : agent_(agent) {
    const AsicSim::Chip& chip = agent.chip();
+   for (const auto& group : agent.groups()) {
+      groupNames_.push_back(group.first);
+      groups_.push_back(&group);
+   }
+   // The chains read the tables' usage when they explain a failure; they
+   // are read only after the list is complete.
+   chains_ = std::make_unique<Chains>(agent, tables_);
    if (const auto* p = agent.programmer()) {
-      auto tunnel = [](const auto& e, Fields& f) { tunnelFields(e, f); };
-      auto intf = [](const auto& e, Fields& f) { interfaceFields(e, f); };
+      auto tunnel = [](const auto& e, EntryView& v) { tunnelFields(e, v); };
+      auto intf = [](const auto& e, EntryView& v) { interfaceFields(e, v); };
+      const Chains* chains = chains_.get();
       if (p->l3EgrL3Ipv4TunnelTable())
-         s.tables.push_back(keyedView(*p->l3EgrL3Ipv4TunnelTable(), chip, tunnel));
+         tables_.push_back(
+             keyedView(*p->l3EgrL3Ipv4TunnelTable(), chip, TableKind::tunnel, tunnel, chains));
       if (p->l3EgrL3Ipv6TunnelTable())
-         s.tables.push_back(keyedView(*p->l3EgrL3Ipv6TunnelTable(), chip, tunnel));
+         tables_.push_back(
+             keyedView(*p->l3EgrL3Ipv6TunnelTable(), chip, TableKind::tunnel, tunnel, chains));
       if (p->l3TunnelEgrL3Oif1Table())
-         s.tables.push_back(keyedView(*p->l3TunnelEgrL3Oif1Table(), chip, intf));
+         tables_.push_back(
+             keyedView(*p->l3TunnelEgrL3Oif1Table(), chip, TableKind::interface, intf, chains));
       if (const auto& merged = p->l3InterfaceTable()) {
-         if (merged->ingL3Iif()) s.tables.push_back(keyedView(*merged->ingL3Iif(), chip, noFields));
+         if (merged->ingL3Iif())
+            tables_.push_back(keyedView(*merged->ingL3Iif(), chip, TableKind::ingressInterface,
+                                        noFields, chains));
          if (merged->egrL3Oif1Table())
-            s.tables.push_back(keyedView(*merged->egrL3Oif1Table(), chip, intf));
-         s.tables.push_back(interfaceView(*merged, chip));
+            tables_.push_back(
+                keyedView(*merged->egrL3Oif1Table(), chip, TableKind::interface, intf, chains));
+         tables_.push_back(interfaceView(*merged, chip));
       }
       if (p->l3TunnelIngL3NextHopTable())
-         s.tables.push_back(keyedView(*p->l3TunnelIngL3NextHopTable(), chip, nextHopFields));
-      if (p->l3EcmpMember0Table()) s.tables.push_back(memberView(*p->l3EcmpMember0Table(), chip));
+         tables_.push_back(keyedView(*p->l3TunnelIngL3NextHopTable(), chip, TableKind::nextHop,
+                                     nextHopFields, chains));
+      if (p->l3EcmpMember0Table()) tables_.push_back(memberView(*p->l3EcmpMember0Table(), chip));
+      sizesCheck(*p, warnings_);
    }
 
    std::set<std::string> listed;
    for (const auto& t : hardwareTableClasses()) {
       if (auto hw = chip.table(t.qualifiedName, unit)) {
-         s.hardware.push_back(hardwareView(*hw, t.qualifiedName));
+         hardware_.push_back(hardwareView(*hw, t.qualifiedName));
          listed.insert(std::string(t.qualifiedName));
       }
    }
    for (const auto& name : chip.tableNames()) {
       auto hw = chip.table(name, unit);
-      if (hw && !listed.count(name)) s.hardware.push_back(hardwareView(*hw, name));
+      if (hw && !listed.count(name)) hardware_.push_back(hardwareView(*hw, name));
+   }
+}
+
+Snapshot::~Snapshot() = default;
+
+RunView Snapshot::run(const RunView& start) const {
+   RunView r = start;
+   r.hardwareWrites = r.hardwareDeletes = r.changedRows = 0;
+   for (const auto& h : hardware_) {
+      r.hardwareWrites += h.writes;
+      r.hardwareDeletes += h.deletes;
+      r.changedRows += h.changes;
+   }
+   return r;
+}
+
+uint64_t Snapshot::members() const {
+   uint64_t n = 0;
+   for (const auto& [name, handle] : agent_.groups())
+      n += static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle).size();
+   return n;
+}
+
+GroupView Snapshot::group(uint32_t position) const {
+   const auto* it = groups_.at(position);
+   const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*it->second);
+   GroupView g;
+   g.name = it->first;
+   g.state = stateName(block.entryState());
+   g.base = indexOf(block.baseIndex());
+   g.size = block.size();
+
+   // The via behind each slot, for the adjacency a missing underlay names.
+   const Agent::Vias* vias = nullptr;
+   if (auto v = agent_.groupVias().find(it->first); v != agent_.groupVias().end())
+      vias = &v->second;
+   size_t via = 0;
+   uint32_t viaSlotsLeft = vias && !vias->empty() ? (*vias)[0].weight() : 0;
+
+   uint32_t slot = 0;
+   uint32_t troubled = 0;
+   std::optional<std::string> firstTrouble;
+   for (const auto& m : block.entryBlock()) {
+      while (vias && viaSlotsLeft == 0 && via + 1 < vias->size())
+         viaSlotsLeft = (*vias)[++via].weight();
+      const L3TunnelOverlayViaEntry* viaEntry =
+          vias && via < vias->size() ? &(*vias)[via] : nullptr;
+      if (viaSlotsLeft) --viaSlotsLeft;
+
+      MemberView mv;
+      mv.slot = slot;
+      mv.resolved = m.resolved();
+      const Chains::Chain& c = chains_->chain(m.nextHopHandle().ptr());
+      mv.nextHop = c.nextHop;
+      mv.interface = c.interface;
+      mv.tunnel = c.tunnel;
+      mv.srcIpAddr = c.src;
+      mv.dstIpAddr = c.dst;
+      mv.ttl = c.ttl;
+      mv.drop = c.drop;
+      mv.reason = c.reason;
+      if (!mv.drop) {
+         if (viaEntry) {
+            mv.underlayAdjId = viaEntry->underlayAdjId().adjId();
+            mv.underlayType = uint32_t(viaEntry->underlayAdjId().type());
+         }
+         const auto& u = m.underlayHandle();
+         if (u && u->fwkType() == Orb::typeId<EcmpGroup1Table::EntryHandle>()) {
+            const auto& group = static_cast<const EcmpGroup1Table::EntryHandle&>(*u);
+            mv.underlayExists = true;
+            mv.underlayAdjId = group.key().adjId();
+            mv.underlayType = uint32_t(group.key().type());
+            mv.underlayIndex = indexOf(u->hwIndex());
+         }
+         if (!mv.reason) {
+            const std::string adjacency =
+                "underlay adjacency " + (mv.underlayAdjId ? std::to_string(*mv.underlayAdjId)
+                                                          : std::string("?"));
+            if (!mv.underlayExists)
+               mv.reason = adjacency + " not resolved: EcmpGroup1Table has no such group";
+            else if (u->entryState() != State::success)
+               mv.reason = adjacency + ": its group in EcmpGroup1Table is " +
+                           std::string(stateName(u->entryState()));
+         }
+      }
+      if (mv.reason) {
+         if (!troubled) firstTrouble = "member " + std::to_string(slot) + ": " + *mv.reason;
+         ++troubled;
+      }
+      g.members.push_back(std::move(mv));
+      ++slot;
    }
 
-   for (const auto& [name, handle] : agent.groups()) {
-      const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle);
-      GroupView g;
-      g.name = name;
-      g.baseIndex = indexOf(block.baseIndex());
-      g.blockState = std::string(Asic::SwTableBase::entryStateName(block.entryState()));
-      uint32_t slot = 0;
-      for (const auto& m : block.entryBlock()) g.members.push_back(memberOf(slot++, m));
-      s.groups.push_back(std::move(g));
+   const std::string members = std::string(unqualifiedName(L3EcmpMember0Table::typeName));
+   const std::string range =
+       g.base ? "rows " + std::to_string(*g.base) + ".." + std::to_string(*g.base + g.size - 1)
+              : std::string();
+   switch (block.entryState()) {
+      case State::noHwIndex:
+         if (!g.base) {
+            const auto& table = *agent_.programmer()->l3EcmpMember0Table();
+            const uint32_t largest = table.indexAllocator().largestFree();
+            g.reason = members + ": no free range of " + std::to_string(g.size) + " members";
+            // Ranges freed since the block was refused are not tried again
+            // until the group is programmed again.
+            if (largest < g.size)
+               g.reason->append(", largest free: " + std::to_string(largest));
+            else
+               g.reason->append(" when the block was placed; " + std::to_string(largest) +
+                                " are free in a row now, programming the group again retries");
+         } else {
+            g.reason = members + ": the chip refused a row of " + range;
+         }
+         break;
+      case State::inProgress:
+         g.reason = members + ": " + range + " written, waiting for the chip's response";
+         break;
+      case State::success:
+         break;
+      default:
+         // Waiting for, or failed by, an entry its members name.
+         g.reason = firstTrouble.value_or(members + ": waiting for the entries its members name");
    }
-   return s;
+   if (!g.reason && firstTrouble) g.reason = firstTrouble;
+   if (g.reason && firstTrouble && *g.reason == *firstTrouble && troubled > 1)
+      g.reason->append(" (and " + std::to_string(troubled - 1) + " more members)");
+   return g;
+}
+
+std::vector<std::pair<std::string, EntryView>> Snapshot::tunnelChain(const L3TunnelKey& key) const {
+   std::vector<std::pair<std::string, EntryView>> chain;
+   for (const auto& t : tables_)
+      if (t.entryOf)
+         if (auto e = t.entryOf(key)) chain.emplace_back(t.name, std::move(*e));
+   return chain;
+}
+
+std::vector<std::pair<std::string, std::vector<uint32_t>>> Snapshot::tunnelGroups(
+    const L3TunnelKey& key) const {
+   std::vector<std::pair<std::string, std::vector<uint32_t>>> out;
+   const auto* p = agent_.programmer();
+   if (!p || !p->l3TunnelIngL3NextHopTable()) return out;
+   const auto nh = p->l3TunnelIngL3NextHopTable()->entryHandle(key);
+   if (!nh) return out;
+   for (const auto& [name, handle] : agent_.groups()) {
+      const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle);
+      std::vector<uint32_t> slots;
+      uint32_t slot = 0;
+      for (const auto& m : block.entryBlock()) {
+         if (m.nextHopHandle().ptr() == nh.ptr()) slots.push_back(slot);
+         ++slot;
+      }
+      if (!slots.empty()) out.emplace_back(name, std::move(slots));
+   }
+   return out;
 }
 
 }  // namespace L3TunnelTool

@@ -17,7 +17,9 @@
 
 #include "Agent.h"
 #include "HumanOutput.h"
+#include "Changes.h"
 #include "JsonOutput.h"
+#include "JsonWriter.h"
 #include "Orb/Trace.h"
 #include "Output.h"
 #include "Scenario.h"
@@ -37,7 +39,8 @@ constexpr int exitBadInput = 2;
 constexpr int exitFailure = 1;
 
 constexpr const char* usageLine =
-    "usage: l3tunnel run SCENARIO.json [--json] [--each-step] [--state-dir DIR] [--trace SPEC]\n"
+    "usage: l3tunnel run SCENARIO.json [--json] [--each-step] [--changes] [--tunnel SRC,DST]\n"
+    "                    [--state-dir DIR] [--trace SPEC]\n"
     "       l3tunnel --help | --version\n";
 
 // The scenario size is in the text, so that the help says what the program does.
@@ -47,8 +50,12 @@ const std::string helpText =
     "applies the scenario's steps (program, release, restart, reconcile) and prints the\n"
     "tables, the chip's rows and each group's member block.\n"
     "\n"
-    "  --json            print JSON for programs instead of text for people\n"
-    "  --each-step       print the state after every step (JSON: an array, one per step)\n"
+    "  --json            print JSON for programs instead of text for people (one object;\n"
+    "                    errors too, on standard error)\n"
+    "  --each-step       print the state after every step (JSON: one line per step)\n"
+    "  --changes         print only what changed: since the start (or the saved state),\n"
+    "                    and with --each-step since the step before\n"
+    "  --tunnel SRC,DST  print only that tunnel: its chain and the groups that use it\n"
     "  --state-dir DIR   start from DIR/chip.state when it exists (as a restart) and save\n"
     "                    the chip there after the run; one run at a time holds DIR\n"
     "  --trace SPEC      text trace, as in L3TUNNEL_TRACE (e.g. 'MeridL3Tunnel::*/5')\n"
@@ -65,15 +72,49 @@ struct Options {
    std::string file;
    bool json = false;
    bool eachStep = false;
+   bool changes = false;
    std::optional<std::string> stateDir;
    std::optional<std::string> trace;
+   std::optional<std::string> tunnelText;
+   std::optional<MeridL3Tunnel::L3TunnelKey> tunnel;
 };
 
 struct UsageError {
    std::string what;
 };
 
-void error(const std::string& what) { std::cerr << "l3tunnel: " << what << std::endl; }
+// Errors go to standard error as one line, or with --json as one object.
+bool jsonErrors = false;
+
+void error(const std::string& what, const std::optional<std::string>& file = std::nullopt) {
+   if (jsonErrors)
+      std::cerr << errorJson({what, file, std::nullopt, std::nullopt}) << std::flush;
+   else
+      std::cerr << "l3tunnel: " << what << std::endl;
+}
+
+void error(const ScenarioError& e) {
+   if (!jsonErrors) return error(e.what());
+   const auto& w = e.where();
+   std::cerr << errorJson({e.fault(), w.file, w.step,
+                           w.field.empty() ? std::nullopt : std::optional(w.field)})
+             << std::flush;
+}
+
+// "SRC,DST": two addresses of one family.
+MeridL3Tunnel::L3TunnelKey tunnelOf(const std::string& text) {
+   const UsageError bad{"--tunnel: '" + text + "' is not SRC,DST (two IPv4 or two IPv6 addresses)"};
+   const auto comma = text.find(',');
+   if (comma == std::string::npos) throw bad;
+   try {
+      const Wire::IpGenAddr src(text.substr(0, comma));
+      const Wire::IpGenAddr dst(text.substr(comma + 1));
+      if (src.family() != dst.family()) throw bad;
+      return {src, dst};
+   } catch (const std::invalid_argument&) {
+      throw bad;
+   }
+}
 
 // Options may come before or after the file; "--" ends them.
 std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int& exitCode) {
@@ -108,9 +149,14 @@ std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int
          o.eachStep = true;
          continue;
       }
+      if (arg == "--changes") {
+         o.changes = true;
+         continue;
+      }
       bool matched = false;
       for (auto [name, target] : {std::pair{std::string_view("--state-dir"), &o.stateDir},
-                                  std::pair{std::string_view("--trace"), &o.trace}}) {
+                                  std::pair{std::string_view("--trace"), &o.trace},
+                                  std::pair{std::string_view("--tunnel"), &o.tunnelText}}) {
          if (arg == name) {
             if (i + 1 >= argc) throw UsageError{std::string(name) + " needs a value"};
             *target = argv[++i];
@@ -129,6 +175,8 @@ std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int
    if (positional.size() < 2) throw UsageError{"run: missing scenario file"};
    if (positional.size() > 2) throw UsageError{"run: unexpected argument '" + positional[2] + "'"};
    if (o.stateDir && o.stateDir->empty()) throw UsageError{"--state-dir needs a directory"};
+   if (o.tunnelText) o.tunnel = tunnelOf(*o.tunnelText);
+   if (o.tunnel && o.changes) throw UsageError{"--tunnel and --changes do not go together"};
    o.file = positional[1];
    return o;
 }
@@ -172,18 +220,67 @@ double msSince(Clock::time_point start) {
    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// One step's snapshot as an element of the --each-step array: the array is
-// printed as the steps go, and looks as one array printed whole would.
-void eachStepJsonPrint(std::ostream& out, const Snapshot& s, bool first) {
-   const std::string text = snapshotJson(s).dump(2);
-   out << (first ? "\n" : ",\n");
-   for (size_t at = 0; at < text.size();) {
-      const size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
-      out << "  ";
-      out.write(text.data() + at, std::streamsize(end - at));
-      at = end;
-   }
+// Rows the chip holds, over all its tables.
+uint32_t rowsHeld(const AsicSim::Chip& chip) {
+   uint32_t rows = 0;
+   for (const auto& name : chip.tableNames())
+      if (auto hw = chip.table(name, MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::tableUnit))
+         rows += hw->usedRows();
+   return rows;
 }
+
+// Prints what the options ask for, after a step or at the end of the run.
+class Report {
+public:
+   Report(const Options& o, std::ostream& out, const RunView& start, const HumanStyle& style,
+          Clock::time_point t0)
+       : o_(o), out_(out), json_(out), start_(start), style_(style), t0_(t0) {}
+
+   // The state before the first step: what the first changes are taken against.
+   void baseIs(const Agent& agent) {
+      if (o_.changes) changes_.baseIs(Snapshot(agent));
+   }
+
+   void print(const Agent& agent, const StepView* step) {
+      const Snapshot s(agent);
+      const RunView run = s.run(start_);
+      if (o_.json) {
+         if (o_.tunnel)
+            tunnelJsonWrite(json_, s, run, step, *o_.tunnel);
+         else if (o_.changes)
+            changesJsonWrite(json_, s, run, step, changes_);
+         else
+            snapshotJsonWrite(json_, s, run, step);
+         return;
+      }
+      if (!o_.tunnel && !o_.changes) return humanPrint(out_, s, run, msSince(t0_), style_);
+      if (const std::string start = humanStart(run); !start.empty() && !started_)
+         out_ << start << "\n\n";
+      started_ = true;
+      if (o_.tunnel)
+         humanTunnelPrint(out_, s, *o_.tunnel, style_);
+      else
+         humanChangesPrint(out_, s, changes_, style_);
+   }
+
+   // After the last step: the summary line that --changes and --tunnel leave
+   // out of each step's print.
+   void finish(const Agent& agent) {
+      if (o_.json || (!o_.tunnel && !o_.changes)) return;
+      const Snapshot s(agent);
+      out_ << "\n" << humanSummary(s, s.run(start_), msSince(t0_)) << "\n";
+   }
+
+private:
+   const Options& o_;
+   std::ostream& out_;
+   JsonWriter json_;
+   RunView start_;
+   const HumanStyle& style_;
+   Clock::time_point t0_;
+   ChangeTracker changes_;
+   bool started_ = false;
+};
 
 int run(const Options& o, StdOutput& out) {
    if (o.trace) Orb::Trace::configIs(*o.trace);
@@ -192,7 +289,7 @@ int run(const Options& o, StdOutput& out) {
    try {
       scenario = scenarioRead(o.file);
    } catch (const ScenarioError& e) {
-      error(e.what());
+      error(e);
       return exitBadInput;
    }
 
@@ -203,56 +300,56 @@ int run(const Options& o, StdOutput& out) {
       try {
          stateDir.emplace(*o.stateDir);
       } catch (const StateDirError& e) {
-         error(e.what);
+         error(e.what, *o.stateDir);
          return e.busy ? exitFailure : exitBadInput;
       }
       recover = stateDir->stateExists();
    }
 
    Agent agent(scenario);
+   RunView start;
+   start.stateDir = o.stateDir;
    if (recover) {
       try {
          agent.chipStateLoad(stateDir->statePath());
       } catch (const std::runtime_error& e) {
-         error(e.what());
+         error(e.what(), stateDir->statePath());
          return exitBadInput;
       }
+      start.recoveredRows = rowsHeld(agent.chip());
    }
 
    const bool colour = !o.json && capableTerminal(STDOUT_FILENO) && !std::getenv("NO_COLOR");
    const HumanStyle style{colour};
-   const auto start = Clock::now();
+   const auto t0 = Clock::now();
    const size_t steps = scenario.steps.size();
+   Report report(o, out, start, style, t0);
+   report.baseIs(agent);
    agent.start(recover);
-   if (o.eachStep && o.json) out << "[";
    {
       Progress progress{uint32_t(steps)};
       for (size_t i = 0; i < steps; ++i) {
          progress.stepIs(uint32_t(i + 1));
-         agent.stepRun(scenario.steps[i]);
+         const Step& step = scenario.steps[i];
+         agent.stepRun(step);
          // The agent's loop runs between configuration changes, as it would in
          // a switch; so the end state does not depend on what is printed.
          agent.settle();
          // Output that failed is not made any more; the steps go on.
          if (!o.eachStep || out.error()) continue;
-         const Snapshot s = snapshotOf(agent);
-         if (o.json) {
-            eachStepJsonPrint(out, s, i == 0);
-         } else {
+         StepView view{uint32_t(i + 1), opName(step.op), std::nullopt};
+         if (step.op == Step::Op::program || step.op == Step::Op::release) view.group = step.group;
+         if (!o.json) {
             out << (colour ? "\033[1m" : "") << "== step " << i + 1 << " of " << steps << ": "
-                << stepText(scenario.steps[i]) << (colour ? "\033[0m" : "") << "\n\n";
-            humanPrint(out, s, msSince(start), style);
-            if (i + 1 < steps) out << "\n";
+                << stepText(step) << (colour ? "\033[0m" : "") << "\n\n";
          }
+         report.print(agent, &view);
+         if (!o.json && i + 1 < steps) out << "\n";
       }
    }
    agent.settle();
-   if (o.json && o.eachStep)
-      out << (steps ? "\n]\n" : "]\n");
-   else if (o.json)
-      out << snapshotJson(snapshotOf(agent)).dump(2) << "\n";
-   else if (!o.eachStep || steps == 0)
-      humanPrint(out, snapshotOf(agent), msSince(start), style);
+   if (!o.eachStep || (steps == 0 && !o.json)) report.print(agent, nullptr);
+   report.finish(agent);
    out.finish();
 
    // Saved whatever became of the output.
@@ -275,13 +372,17 @@ int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
    StdOutput out;
    int exitCode = 0;
+   for (int i = 1; i < argc; ++i) {
+      if (std::string_view(argv[i]) == "--") break;
+      jsonErrors |= std::string_view(argv[i]) == "--json";
+   }
    try {
       std::optional<Options> options;
       try {
          options = optionsRead(argc, argv, out, exitCode);
       } catch (const UsageError& e) {
          error(e.what);
-         std::cerr << usageLine;
+         if (!jsonErrors) std::cerr << usageLine;
          return exitBadInput;
       }
       if (options) exitCode = run(*options, out);
