@@ -8,12 +8,14 @@
 #include <string_view>
 
 #include "BenchRig.h"
+#include "HeapCount.h"
 
 namespace {
 
 // Benchmarks run on one thread; the counts need no atomics.
 int64_t liveBytes = 0;
 int64_t liveBlocks = 0;
+int64_t peakBytes = 0;  // the most liveBytes reached since heapPeakReset()
 // Live blocks by requested size (the last slot: larger ones), for
 // L3TUNNEL_BENCH_SIZES=1, which prints what a chain's blocks are
 // (L3TUNNEL_BENCH_SIZES=exit: and ends the process there).
@@ -30,6 +32,7 @@ void* allocate(std::size_t n) {
    if (!p) throw std::bad_alloc();
    *static_cast<std::size_t*>(p) = n;
    liveBytes += int64_t(n);
+   if (liveBytes > peakBytes) peakBytes = liveBytes;
    ++liveBlocks;
    ++liveBySize[sizeSlot(n)];
    return static_cast<char*>(p) + header;
@@ -54,6 +57,7 @@ void* allocateAligned(std::size_t n, std::align_val_t a) {
    char* user = static_cast<char*>(p) + align;
    *reinterpret_cast<std::size_t*>(user - header) = n;
    liveBytes += int64_t(n);
+   if (liveBytes > peakBytes) peakBytes = liveBytes;
    ++liveBlocks;
    ++liveBySize[sizeSlot(n)];
    return user;
@@ -113,6 +117,11 @@ void operator delete[](void* p, std::align_val_t a, const std::nothrow_t&) noexc
 }
 
 namespace bench {
+
+int64_t heapLive() { return liveBytes; }
+int64_t heapPeak() { return peakBytes; }
+void heapPeakReset() { peakBytes = liveBytes; }
+
 namespace {
 
 // The live blocks per chain by size that grew since `before`, one line each.

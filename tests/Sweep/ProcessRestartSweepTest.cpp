@@ -8,6 +8,7 @@
 
 #include <cctype>
 #include <map>
+#include <sstream>
 #include <nlohmann/json.hpp>
 
 #include "support/Installed.h"
@@ -31,7 +32,7 @@ std::map<std::string, Json> liveAfter(const Json& steps, size_t k) {
    return live;
 }
 
-// Row changes per table made by step `i` of an --each-step array.
+// Row changes per table made by step `i` of an --each-step run.
 std::map<std::string, uint32_t> changesOfStep(const Json& perStep, size_t i) {
    std::map<std::string, uint32_t> out;
    for (const auto& [table, s] : perStep.at(i).at("stats").items()) {
@@ -56,7 +57,11 @@ protected:
       args.insert(args.end(), extra.begin(), extra.end());
       const test::Outcome r = test::runProgram(dir_, args);
       EXPECT_EQ(r.code, 0) << name << ": " << r.err;
-      return r.code == 0 ? Json::parse(r.out) : Json();
+      if (r.code != 0) return Json();
+      Json steps = Json::array();  // one line per step
+      std::istringstream lines(r.out);
+      for (std::string line; std::getline(lines, line);) steps.push_back(Json::parse(line));
+      return steps;
    }
 
    test::ScratchDir scratch_{"l3tunnel-sweep"};

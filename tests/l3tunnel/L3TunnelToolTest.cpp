@@ -41,7 +41,15 @@ constexpr const char* demo = TUNNEL_DEMO_INSTALLED;
 using test::fileText;
 using test::Outcome;
 
-Json jsonOf(const Outcome& r) { return Json::parse(r.out); }
+// One document per line: a run prints one, --each-step one per step (an
+// array here).
+Json jsonOf(const Outcome& r, bool lines) {
+   if (!lines) return Json::parse(r.out);
+   Json all = Json::array();
+   std::istringstream in(r.out);
+   for (std::string line; std::getline(in, line);) all.push_back(Json::parse(line));
+   return all;
+}
 
 // Scenario pieces. Every via goes from 10.0.0.1; underlay groups 1 to 3 exist.
 Json via(const std::string& dst, uint32_t weight = 1, uint32_t adj = 1) {
@@ -175,7 +183,8 @@ protected:
       args.insert(args.end(), extra.begin(), extra.end());
       const Outcome r = run(args);
       EXPECT_EQ(r.code, 0) << r.err;
-      return r.code == 0 ? jsonOf(r) : Json();
+      const bool lines = std::find(extra.begin(), extra.end(), "--each-step") != extra.end();
+      return r.code == 0 ? jsonOf(r, lines) : Json();
    }
 
    test::ScratchDir scratch_{"l3tunnel-test"};
@@ -273,12 +282,18 @@ TEST_F(L3TunnelTool, DropViasUseTheReservedNextHopAndMissingUnderlaysShowAsNull)
    ASSERT_EQ(m.size(), 4u);
    for (int i : {0, 1}) {
       EXPECT_EQ(m[i].at("nextHopIndex"), drop.at("hwIndex"));
-      EXPECT_EQ(m[i].at("underlayAdjId"), 0);
+      EXPECT_EQ(m[i].at("drop"), true);
+      EXPECT_TRUE(m[i].at("underlayAdjId").is_null());
+      EXPECT_TRUE(m[i].at("interfaceIndex").is_null());
       EXPECT_EQ(m[i].at("resolved"), false);
    }
    EXPECT_EQ(m[2].at("underlayAdjId"), 1);
    EXPECT_EQ(m[2].at("resolved"), true);
-   EXPECT_TRUE(m[3].at("underlayAdjId").is_null()) << "no underlay group 9";
+   EXPECT_TRUE(m[2].at("reason").is_null());
+   EXPECT_EQ(m[3].at("underlayAdjId"), 9) << "the via's adjacency, which has no group";
+   EXPECT_TRUE(m[3].at("underlayIndex").is_null());
+   EXPECT_EQ(m[3].at("reason"),
+             "underlay adjacency 9 not resolved: EcmpGroup1Table has no such group");
 }
 
 TEST_F(L3TunnelTool, ReleasedRowsAreReusedAndUnplacedBlocksHaveNoIndex) {
@@ -291,9 +306,13 @@ TEST_F(L3TunnelTool, ReleasedRowsAreReusedAndUnplacedBlocksHaveNoIndex) {
    ASSERT_EQ(steps.size(), 5u);
    EXPECT_EQ(steps[2].at("hardware").at("L3EcmpMember0Table").size(), 3u);
    EXPECT_FALSE(steps[2].at("groups").contains("a"));
-   // c takes a's rows and, the whole chain of a being gone, a's next hop.
-   EXPECT_EQ(steps[3].at("groups").at("c").at("members"),
-             steps[0].at("groups").at("a").at("members"));
+   // c takes a's rows and, the whole chain of a being gone, a's indices.
+   auto indices = [](Json members) {
+      for (auto& m : members) m.erase("dstIpAddr");
+      return members;
+   };
+   EXPECT_EQ(indices(steps[3].at("groups").at("c").at("members")),
+             indices(steps[0].at("groups").at("a").at("members")));
    const Json& aRows = steps[0].at("hardware").at("L3EcmpMember0Table");
    const Json& cRows = steps[3].at("hardware").at("L3EcmpMember0Table");
    ASSERT_EQ(cRows.size(), 5u);
@@ -309,16 +328,21 @@ TEST_F(L3TunnelTool, ReleasedRowsAreReusedAndUnplacedBlocksHaveNoIndex) {
    EXPECT_EQ(unplaced, 2u);
 }
 
-TEST_F(L3TunnelTool, EachStepPrintsOneObjectPerStepEndingInThePlainRunsState) {
+TEST_F(L3TunnelTool, EachStepPrintsOneLinePerStepEndingInThePlainRunsState) {
    const Json s =
        scenario({program("a", {via("10.8.0.1")}), program("b", {via("10.8.0.2")}), release("a")});
-   const Json steps = runJson(s, {"--each-step"});
-   ASSERT_TRUE(steps.is_array());
+   Json steps = runJson(s, {"--each-step"});
    ASSERT_EQ(steps.size(), 3u);
+   const std::vector<std::pair<std::string, std::string>> ops = {
+       {"program", "a"}, {"program", "b"}, {"release", "a"}};
+   for (size_t i = 0; i < steps.size(); ++i) {
+      EXPECT_EQ(steps[i].at("formatVersion"), 1);
+      EXPECT_EQ(steps[i].at("step"), i + 1);
+      EXPECT_EQ(steps[i].at("op"), ops[i].first);
+      EXPECT_EQ(steps[i].at("group"), ops[i].second);
+   }
+   for (const char* key : {"step", "op", "group"}) steps[2].erase(key);
    EXPECT_EQ(steps[2], runJson(s));
-   for (const auto& snap : steps)
-      for (const char* key : {"tables", "hardware", "groups", "stats"})
-         EXPECT_TRUE(snap.contains(key)) << key;
 }
 
 // The scenario's toggles hold, whatever toggle directory the caller has, and
@@ -333,7 +357,7 @@ TEST_F(L3TunnelTool, CallersToggleDirectoryIsIgnoredAndNothingIsLeftBehind) {
        {"run", write("s.json", s.dump()).string(), "--json"},
        {{"L3TUNNEL_TOGGLE_DIR", (dir_ / "toggles").string()}, {"TMPDIR", (dir_ / "tmp").string()}});
    ASSERT_EQ(r.code, 0) << r.err;
-   EXPECT_TRUE(jsonOf(r).at("tables").contains("L3InterfaceTable"));
+   EXPECT_TRUE(jsonOf(r, false).at("tables").contains("L3InterfaceTable"));
    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
 }
 
@@ -346,12 +370,19 @@ TEST_F(L3TunnelTool, ExamplesRunAndTheBadOneIsRefusedAsDocumented) {
       const Outcome r = run({"run", f.path().string(), "--json"});
       if (f.path().filename() == "bad.json") {
          EXPECT_EQ(r.code, 2);
-         EXPECT_EQ(r.err, "l3tunnel: " + f.path().string() +
-                              ": step 3: vias[1].ttl: -1 is not an unsigned 32-bit number\n");
+         EXPECT_EQ(run({"run", f.path().string()}).err,
+                   "l3tunnel: " + f.path().string() +
+                       ": step 3: vias[1].ttl: -1 is not an unsigned 32-bit number\n");
+         // With --json the same, as one object a program can read.
+         EXPECT_EQ(Json::parse(r.err), Json({{"error", "-1 is not an unsigned 32-bit number"},
+                                             {"file", f.path().string()},
+                                             {"step", 3},
+                                             {"field", "vias[1].ttl"}}));
+         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
          continue;
       }
       EXPECT_EQ(r.code, 0) << f.path() << r.err;
-      EXPECT_NO_THROW(jsonOf(r)) << f.path();
+      EXPECT_NO_THROW(jsonOf(r, false)) << f.path();
    }
    EXPECT_GE(scenarios, 5);
 }
@@ -494,7 +525,7 @@ class BadInputTest : public L3TunnelTool, public ::testing::WithParamInterface<B
 TEST_P(BadInputTest, IsRefusedWithOneLineNamingTheField) {
    const std::string file = write("bad.json", GetParam().scenario).string();
    const fs::path state = dir_ / "state";
-   const Outcome r = run({"run", file, "--json", "--state-dir", state.string()});
+   const Outcome r = run({"run", file, "--state-dir", state.string()});
    EXPECT_EQ(r.code, 2);
    EXPECT_TRUE(r.out.empty()) << r.out;
    const std::string prefix = "l3tunnel: " + file + ": ";
@@ -557,7 +588,7 @@ TEST_F(L3TunnelTool, ScenariosBeyondTheSizeBoundAreRefusedUnparsed) {
    };
    for (const Case& c : {Case{beyond.string(), tooLarge}, Case{"/dev/zero", tooLarge},
                          Case{atBound.string(), "malformed JSON: "}}) {
-      const Outcome r = run({"run", c.file, "--json"});
+      const Outcome r = run({"run", c.file});
       EXPECT_EQ(r.code, 2) << c.file;
       EXPECT_TRUE(r.out.empty()) << c.file;
       EXPECT_EQ(r.err.rfind("l3tunnel: " + c.file + ": " + c.message, 0), 0u) << r.err;
@@ -586,7 +617,7 @@ TEST_F(L3TunnelTool, ASecondRunOnAHeldStateDirectoryIsRefused) {
    ASSERT_EQ(pwrite(lock, pid.data(), pid.size(), 0), ssize_t(pid.size()));
    const std::string other =
        write("other.json", scenario({program("b", {via("10.10.0.2")})}).dump()).string();
-   const Outcome r = run({"run", other, "--json", "--state-dir", state.string()});
+   const Outcome r = run({"run", other, "--state-dir", state.string()});
    EXPECT_EQ(r.code, 1);
    EXPECT_TRUE(r.out.empty()) << r.out;
    EXPECT_EQ(r.err, "l3tunnel: " + state.string() + ": another l3tunnel run (pid " + pid +
@@ -608,7 +639,7 @@ TEST_F(L3TunnelTool, StateDirectoriesThatCannotBeUsedAreRefusedBeforeAnyStep) {
    for (const Case& c : {Case{notDir, notDir + ": not a directory"},
                          Case{notDir + "/sub",
                               notDir + "/sub: cannot make the state directory: Not a directory"}}) {
-      const Outcome r = run({"run", file, "--json", "--state-dir", c.dir});
+      const Outcome r = run({"run", file, "--state-dir", c.dir});
       EXPECT_EQ(r.code, 2) << c.dir;
       EXPECT_TRUE(r.out.empty()) << c.dir;
       EXPECT_EQ(r.err, "l3tunnel: " + c.message + "\n");
@@ -691,7 +722,7 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
         "Broken pipe"},
    };
    const std::vector<std::vector<std::string>> modes{
-       {"--json"}, {}, {"--json", "--each-step"}, {"--each-step"}};
+       {"--json"}, {"--each-step"}, {"--json", "--each-step"}, {"--each-step", "--changes"}};
    const fs::path state = dir_ / "state";
    for (const Sink& sink : sinks) {
       for (const auto& mode : modes) {
@@ -701,7 +732,11 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
          const Outcome r = runWith(args, sink.setUp);
          const std::string what = sink.name + ::testing::PrintToString(mode);
          EXPECT_EQ(r.code, 1) << what;
-         EXPECT_EQ(r.err, std::string("l3tunnel: standard output: ") + sink.reason + "\n") << what;
+         const std::string message = std::string("standard output: ") + sink.reason;
+         if (mode.front() == "--json")
+            EXPECT_EQ(Json::parse(r.err).at("error"), message) << what;
+         else
+            EXPECT_EQ(r.err, "l3tunnel: " + message + "\n") << what;
          EXPECT_TRUE(fs::exists(state / "chip.state")) << what;
       }
       const Outcome r = runWith({"--help"}, sink.setUp);
@@ -837,7 +872,7 @@ TEST_F(LargeInput, HalfAMillionUnderlayGroupsAreCheckedInLinearTime) {
                               "underlay[500000]: adjacency 1 of type 1 is listed twice\n"}}) {
       const std::string file =
           write("large.json", R"({"underlay":[)" + list + c.extra + R"(],"steps":[]})").string();
-      const Outcome r = run({"run", file, "--json"});
+      const Outcome r = run({"run", file});
       EXPECT_EQ(r.code, c.code) << c.name << r.err;
       if (c.code != 0) {
          EXPECT_EQ(r.err, "l3tunnel: " + file + ": " + c.err) << c.name;
@@ -943,7 +978,7 @@ TEST_F(L3TunnelTool, StateFilesNamingBeyondTheirTablesAreRefused) {
       std::string row;
       const std::string text = savedWith(good, c.table, c.from, c.to, row);
       write("state/chip.state", text);
-      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string(), "--json"});
+      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string()});
       EXPECT_EQ(r.code, 2) << c.to;
       EXPECT_EQ(r.err, "l3tunnel: " + file.string() + ": " + c.table + " row " + row + ": " +
                            c.message + "\n");
@@ -1005,3 +1040,312 @@ TEST_P(ToggleTest, ReconcileAfterAToggleFlipLeavesNoRowNamingAGoneRow) {
 }
 
 }  // namespace
+
+// ---- what an operator asks -----------------------------------------------------
+
+namespace {
+
+// The text lines of a human run that start with `prefix` after blanks.
+std::vector<std::string> linesStarting(const std::string& text, const std::string& prefix) {
+   std::vector<std::string> out;
+   std::istringstream in(text);
+   for (std::string line; std::getline(in, line);) {
+      const size_t at = line.find_first_not_of(' ');
+      if (at != std::string::npos && line.compare(at, prefix.size(), prefix) == 0)
+         out.push_back(line.substr(at));
+   }
+   return out;
+}
+
+}  // namespace
+
+// Why is this group not programmed? The group says, in both outputs, naming
+// the table and what is missing; indices an entry does not have are null.
+TEST_F(L3TunnelTool, AGroupThatIsNotProgrammedSaysWhy) {
+   struct Case {
+      std::string name;
+      std::map<std::string, uint32_t> sizes;
+      std::vector<Json> steps;  // the last program step's group is the one asked about
+      std::string state;
+      std::string reason;
+   };
+   const std::string nhFull = "L3TunnelIngL3NextHopTable is full (2 of 2 usable rows used)";
+   const std::vector<Case> cases = {
+       {"no range",
+        {{"L3EcmpMember0Table", 4}},
+        {program("a", {via("10.20.0.1", 3)}), program("b", {via("10.20.0.2", 2)})},
+        "noHwIndex",
+        "L3EcmpMember0Table: no free range of 2 members, largest free: 1"},
+       {"tunnel table full",
+        {{"L3EgrL3Ipv4TunnelTable", 2}, {"L3EgrL3Ipv6TunnelTable", 2}},
+        {program("a", {via("10.21.0.1")}), program("b", {via("10.21.0.2")})},
+        "failedNeededEntry",
+        "member 0: L3EgrL3Ipv4TunnelTable is full (1 of 1 usable rows used): tunnel 10.0.0.1 -> "
+        "10.21.0.2 has no index, its interface and next hop wait for it"},
+       {"next-hop table full",
+        {{"L3TunnelIngL3NextHopTable", 2}},
+        {program("a", {via("10.22.0.1")}), program("b", {via("10.22.0.2"), via("10.22.0.3")})},
+        "failedNeededEntry",
+        "member 0: " + nhFull + ": next hop 10.0.0.1 -> 10.22.0.2 has no index (and 1 more members)"},
+       {"missing underlay",
+        {},
+        {program("a", {via("10.23.0.1"), via("10.23.0.2", 1, 9)})},
+        "success",
+        "member 1: underlay adjacency 9 not resolved: EcmpGroup1Table has no such group"},
+   };
+   for (const Case& c : cases) {
+      Json s = scenario(c.steps, false);
+      for (const auto& [table, rows] : c.sizes) s["chip"]["tableSizes"][table] = rows;
+      const std::string group = c.steps.back().at("group");
+      const Json snap = runJson(s);
+      const Json& g = snap.at("groups").at(group);
+      EXPECT_EQ(g.at("state"), c.state) << c.name;
+      EXPECT_EQ(g.at("reason"), c.reason) << c.name;
+      EXPECT_EQ(g.at("size"), g.at("members").size()) << c.name;
+      EXPECT_EQ(g.at("base").is_null(), c.state != "success") << c.name;
+      for (const auto& m : g.at("members")) {
+         // A link that is not programmed has no index, and neither does
+         // anything that waits for it.
+         for (const char* link : {"tunnel", "interface", "nextHop"}) {
+            const std::string state = m.at(std::string(link) + "State");
+            EXPECT_EQ(m.at(std::string(link) + "Index").is_null(), state != "success")
+                << c.name << " " << link << " " << m;
+         }
+      }
+      const Outcome text = run({"run", write("scenario.json", s.dump()).string()});
+      EXPECT_EQ(linesStarting(text.out, "reason: "),
+                std::vector<std::string>{"reason: " + c.reason})
+          << c.name << "\n"
+          << text.out;
+   }
+}
+
+// Which groups use tunnel X? Each member shows its whole chain; the tunnel's
+// entry lists its groups; --tunnel prints that tunnel alone.
+TEST_P(ToggleTest, TheGroupsOfATunnelAndTheChainOfAMember) {
+   const bool on = GetParam();
+   const Json s = scenario(
+       {program("a", {via("10.24.0.1"), via("10.24.0.2")}), program("b", {via("10.24.0.2", 2)})},
+       on);
+   const Json snap = runJson(s);
+   const Json& tunnel = entryTo(snap, "L3EgrL3Ipv4TunnelTable", "10.24.0.2");
+   EXPECT_EQ(tunnel.at("groups"), Json({"a", "b"}));
+   EXPECT_EQ(tunnel.at("ttl"), 64);
+   const std::string intfTable = on ? "L3InterfaceTable" : "L3TunnelEgrL3Oif1Table";
+   const Json& intf = entryTo(snap, intfTable, "10.24.0.2");
+   const Json& nextHop = entryTo(snap, "L3TunnelIngL3NextHopTable", "10.24.0.2");
+   EXPECT_EQ(intf.at("tunnelIndex"), tunnel.at("hwIndex"));
+   EXPECT_EQ(nextHop.at("interfaceIndex"), intf.at("hwIndex"));
+   for (const auto& [group, slot] : {std::pair{"a", 1}, std::pair{"b", 0}, std::pair{"b", 1}}) {
+      const Json& m = snap.at("groups").at(group).at("members").at(slot);
+      EXPECT_EQ(m.at("dstIpAddr"), "10.24.0.2");
+      EXPECT_EQ(m.at("tunnelIndex"), tunnel.at("hwIndex"));
+      EXPECT_EQ(m.at("interfaceIndex"), intf.at("hwIndex"));
+      EXPECT_EQ(m.at("nextHopIndex"), nextHop.at("hwIndex"));
+      EXPECT_EQ(m.at("ttl"), 64);
+   }
+
+   const Json one = runJson(s, {"--tunnel", "10.0.0.1,10.24.0.2"});
+   std::vector<std::string> tables;
+   for (const auto& link : one.at("tunnel").at("chain")) tables.push_back(link.at("table"));
+   EXPECT_EQ(tables, (std::vector<std::string>{"L3EgrL3Ipv4TunnelTable", intfTable,
+                                               "L3TunnelIngL3NextHopTable"}));
+   EXPECT_EQ(one.at("tunnel").at("groups"),
+             Json::parse(R"([{"name": "a", "slots": [1]}, {"name": "b", "slots": [0, 1]}])"));
+
+   const std::string file = write("s.json", s.dump()).string();
+   const Outcome text = run({"run", file, "--tunnel", "10.0.0.1,10.24.0.2"});
+   EXPECT_EQ(linesStarting(text.out, "used by"), std::vector<std::string>{"used by 2 groups:"});
+   EXPECT_EQ(linesStarting(text.out, "b ("), std::vector<std::string>{"b (slots 0, 1)"});
+   EXPECT_NE(run({"run", file, "--tunnel", "10.0.0.1,10.99.0.9"}).out.find("no table holds it"),
+             std::string::npos);
+   const Outcome bad = run({"run", file, "--tunnel", "10.0.0.1"});
+   EXPECT_EQ(bad.code, 2);
+   EXPECT_EQ(bad.err.rfind("l3tunnel: --tunnel: '10.0.0.1' is not SRC,DST", 0), 0u) << bad.err;
+}
+
+// Which table is full, and by how much? Usable rows leave a tunnel table's
+// index 0 out; marks at 70% and 85%, and FULL; a warning when the tunnel
+// tables that share one index space are sized apart.
+TEST_F(L3TunnelTool, TablesSayHowFullTheyAre) {
+   struct Case {
+      uint32_t rows;
+      uint32_t members;
+      std::string level;
+      std::string percent;
+   };
+   for (const Case& c : {Case{10, 6, "ok", "60.0"}, Case{10, 7, "high", "70.0"},
+                         Case{20, 17, "critical", "85.0"}, Case{10, 10, "full", "100.0"}}) {
+      Json s = scenario({program("g", {via("10.25.0.1", c.members)})});
+      s["chip"]["tableSizes"]["L3EcmpMember0Table"] = c.rows;
+      const Json snap = runJson(s);
+      const Json& t = snap.at("tables").at("L3EcmpMember0Table");
+      EXPECT_EQ(t.at("level"), c.level) << c.members << " of " << c.rows;
+      EXPECT_EQ(t.at("percentUsed").dump(), c.percent);
+      EXPECT_EQ(t.at("free"), c.rows - c.members);
+      EXPECT_EQ(t.at("largestFree"), c.rows - c.members);
+   }
+
+   // Four IPv4 rows in a space of 4096: three tunnels fit (index 0 is not
+   // given out), the next two get indices the table has no row for.
+   std::vector<Json> steps;
+   for (int i = 1; i <= 5; ++i)
+      steps.push_back(program("g" + std::to_string(i), {via("10.26.0." + std::to_string(i))}));
+   Json s = scenario(steps);
+   s["chip"]["tableSizes"]["L3EgrL3Ipv4TunnelTable"] = 4;
+   const Json snap = runJson(s);
+   const Json& v4 = snap.at("tables").at("L3EgrL3Ipv4TunnelTable");
+   EXPECT_EQ(v4.at("capacity"), 4);
+   EXPECT_EQ(v4.at("usable"), 3);
+   EXPECT_EQ(v4.at("used"), 3);
+   EXPECT_EQ(v4.at("refused"), 2);
+   EXPECT_EQ(v4.at("level"), "full");
+   EXPECT_EQ(snap.at("warnings"),
+             Json({"L3EgrL3Ipv4TunnelTable has 4 rows and L3EgrL3Ipv6TunnelTable 4096, but they "
+                   "share one index space of 4096 indices: entries given an index past 3 are "
+                   "refused by L3EgrL3Ipv4TunnelTable"}));
+   const Outcome text = run({"run", write("s.json", s.dump()).string()});
+   EXPECT_EQ(linesStarting(text.out, "L3EgrL3Ipv4TunnelTable:"),
+             std::vector<std::string>{"L3EgrL3Ipv4TunnelTable: 3 of 3 usable rows used (100.0%), "
+                                      "0 free of 4 rows, 2 refused  FULL; 5 entries"});
+   EXPECT_EQ(linesStarting(text.out, "warning: ").size(), 1u);
+   // On a terminal the mark is red.
+   const std::string shown =
+       runOnTerminal({"run", write("s.json", s.dump()).string()}, {{"TERM", "xterm"}});
+   EXPECT_NE(shown.find("\033[31mFULL\033[0m"), std::string::npos);
+}
+
+// Did the restart change anything? A run from a state directory says how many
+// rows it found there, and what it wrote, deleted and changed.
+TEST_P(ToggleTest, ARestartSaysWhatItFoundAndWhatItChanged) {
+   const Json s = scenario({program("a", {via("10.27.0.1", 2), via("10.27.0.2")})}, GetParam());
+   const std::string file = write("s.json", s.dump()).string();
+   const std::string state = (dir_ / "state").string();
+   const Json first = runJson(s, {"--state-dir", state});
+   uint32_t rows = 0;
+   for (const auto& [table, r] : first.at("hardware").items()) rows += uint32_t(r.size());
+   EXPECT_EQ(first.at("run").at("stateDir"), state);
+   EXPECT_TRUE(first.at("run").at("recoveredRows").is_null());
+   EXPECT_EQ(first.at("run").at("changedRows"), first.at("run").at("hardwareWrites"));
+
+   const Json second = runJson(s, {"--state-dir", state});
+   EXPECT_EQ(second.at("run").at("recoveredRows"), rows);
+   EXPECT_EQ(second.at("run").at("changedRows"), 0) << "the replay lands every key on its row";
+   EXPECT_EQ(second.at("run").at("hardwareDeletes"), 0);
+
+   const Outcome text = run({"run", file, "--state-dir", state});
+   EXPECT_EQ(text.out.substr(0, text.out.find('\n')),
+             "recovered " + std::to_string(rows) + " rows from " + state);
+   EXPECT_NE(text.out.find(" deletes, 0 rows changed; "), std::string::npos) << text.out;
+   const Outcome fresh = run({"run", file, "--state-dir", (dir_ / "new").string()});
+   EXPECT_EQ(fresh.out.rfind("no saved state in " + (dir_ / "new").string(), 0), 0u);
+}
+
+// --changes: what each step added, changed and removed; the first step's
+// changes are taken against the saved state.
+TEST_F(L3TunnelTool, ChangesAreWhatEachStepDid) {
+   const Json s = scenario({program("a", {via("10.28.0.1")}), program("b", {via("10.28.0.2")}),
+                            Json{{"op", "reconcile"}}, release("a")},
+                           false);
+   const Json steps = runJson(s, {"--each-step", "--changes"});
+   ASSERT_EQ(steps.size(), 4u);
+   // change kind -> count, per software table ("rows " and the name for
+   // the chip's tables).
+   auto counts = [](const Json& changes) {
+      std::map<std::string, std::map<std::string, int>> out;
+      for (const char* section : {"tables", "hardware"})
+         for (const auto& [table, list] : changes.at(section).items())
+            for (const auto& c : list)
+               ++out[(section[0] == 'h' ? "rows " : "") + table][c.at("change").get<std::string>()];
+      return out;
+   };
+   const auto first = counts(steps[0].at("changes"));
+   // The reserved drop next hop and a's chain.
+   EXPECT_EQ(first.at("L3TunnelIngL3NextHopTable"), (std::map<std::string, int>{{"added", 2}}));
+   EXPECT_EQ(first.at("L3EgrL3Ipv4TunnelTable"), (std::map<std::string, int>{{"added", 1}}));
+   EXPECT_EQ(first.at("rows L3TunnelIngL3NextHopTable"), (std::map<std::string, int>{{"added", 2}}));
+   EXPECT_EQ(steps[0].at("changes").at("groups").at(0).at("change"), "added");
+   EXPECT_TRUE(counts(steps[2].at("changes")).empty()) << steps[2];
+   EXPECT_TRUE(steps[2].at("changes").at("groups").empty());
+   const auto last = counts(steps[3].at("changes"));
+   for (const char* table : {"L3EgrL3Ipv4TunnelTable", "L3TunnelEgrL3Oif1Table",
+                             "L3TunnelIngL3NextHopTable", "L3EcmpMember0Table"}) {
+      EXPECT_EQ(last.at(table), (std::map<std::string, int>{{"removed", 1}})) << table;
+      EXPECT_EQ(last.at(std::string("rows ") + table), (std::map<std::string, int>{{"removed", 1}}))
+          << table;
+   }
+   EXPECT_EQ(steps[3].at("changes").at("groups"),
+             Json::parse(R"([{"change": "removed", "name": "a"}])"));
+
+   // A restart that replays the same group changes no row.
+   const std::string state = (dir_ / "state").string();
+   const Json again = scenario({program("a", {via("10.28.0.1")})}, false);
+   runJson(again, {"--state-dir", state});
+   const Json replay = runJson(again, {"--changes", "--state-dir", state});
+   EXPECT_TRUE(replay.at("changes").at("hardware").empty()) << replay;
+   EXPECT_EQ(replay.at("changes").at("groups").at(0).at("change"), "added");
+   const Outcome text =
+       run({"run", write("s.json", s.dump()).string(), "--each-step", "--changes"});
+   EXPECT_EQ(linesStarting(text.out, "- group").size(), 1u) << text.out;
+   EXPECT_EQ(linesStarting(text.out, "no changes").size(), 1u) << text.out;
+}
+
+// 50,000 steps with --each-step --json: one line each, written as the step
+// ends, so the output costs the same memory however many steps there are.
+TEST_F(LargeInput, FiftyThousandStepsStreamInBoundedMemory) {
+#ifdef L3TUNNEL_TEST_ASAN
+   GTEST_SKIP() << "AddressSanitizer keeps freed memory back";
+#endif
+   std::vector<Json> steps;
+   for (int i = 0; i < 50000; ++i) {
+      const std::string group = "g" + std::to_string(i % 3);
+      if (i % 6 < 3)
+         steps.push_back(program(group, {via("10.30." + std::to_string(i % 5) + ".1")}));
+      else
+         steps.push_back(release(group));
+   }
+   Json s = scenario(steps);
+   for (const char* t : {"L3EcmpMember0Table", "L3TunnelIngL3NextHopTable", "IngL3Iif",
+                         "EgrL3Oif1Table", "L3EgrL3Ipv4TunnelTable", "L3EgrL3Ipv6TunnelTable",
+                         "L3TunnelEgrL3Oif1Table"})
+      s["chip"]["tableSizes"][t] = 16;
+   const std::string file = write("long.json", s.dump()).string();
+   // Runs the program with its output read (and its lines counted) as it
+   // comes; its peak resident size in KB.
+   auto peakKb = [&](const std::vector<std::string>& options, uint64_t& lines) {
+      std::vector<std::string> argv{binary, "run", file};
+      argv.insert(argv.end(), options.begin(), options.end());
+      int p[2];
+      if (pipe(p) != 0) return int64_t(-1);
+      const pid_t pid = fork();
+      if (pid == 0) {
+         dup2(p[1], STDOUT_FILENO);
+         close(p[0]);
+         close(p[1]);
+         std::vector<char*> cargs;
+         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
+         cargs.push_back(nullptr);
+         execv(cargs[0], cargs.data());
+         _exit(127);
+      }
+      close(p[1]);
+      lines = 0;
+      char buffer[1 << 16];
+      for (ssize_t n; (n = read(p[0], buffer, sizeof buffer)) > 0;)
+         lines += uint64_t(std::count(buffer, buffer + n, '\n'));
+      close(p[0]);
+      int status = 0;
+      rusage usage{};
+      wait4(pid, &status, 0, &usage);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+      return int64_t(usage.ru_maxrss);
+   };
+   uint64_t lines = 0;
+   // The scenario itself is held whole (it is checked before the first step);
+   // against the same run printing once, the steps' lines cost nothing lasting.
+   const int64_t once = peakKb({"--json"}, lines);
+   EXPECT_EQ(lines, 1u);
+   const int64_t each = peakKb({"--json", "--each-step"}, lines);
+   EXPECT_EQ(lines, 50000u);
+   EXPECT_LT(each - once, 8 * 1024) << once << " KB, then " << each << " KB";
+}

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <cstdio>
+#include <map>
 #include <vector>
 
 #include "Scenario.h"
@@ -105,7 +105,8 @@ std::string heading(const std::string& text, const HumanStyle& style) {
 }
 
 std::string groupList(const EntryView& e, const Snapshot& s, size_t named) {
-   std::string out = std::to_string(e.groups.size()) + (e.groups.size() == 1 ? " group" : " groups");
+   std::string out =
+       std::to_string(e.groups.size()) + (e.groups.size() == 1 ? " group" : " groups");
    for (size_t i = 0; i < e.groups.size() && i < named; ++i)
       out += (i ? ", " : ": ") + printableText(s.groupNames()[e.groups[i]]);
    if (e.groups.size() > named) out += ", ...";
@@ -152,7 +153,8 @@ std::string usageText(const TableView& t, const HumanStyle& style) {
    const Usage::Level level = u.level();
    if (level != Usage::Level::ok) {
       std::string mark = std::string(levelName(level));
-      std::transform(mark.begin(), mark.end(), mark.begin(), [](char c) { return char(c & ~0x20); });
+      std::transform(mark.begin(), mark.end(), mark.begin(),
+                     [](char c) { return char(c & ~0x20); });
       out += "  " + coloured(mark, levelColour(level), style);
    }
    return out;
@@ -195,20 +197,19 @@ void groupPrint(std::ostream& os, const GroupView& g, const HumanStyle& style) {
    if (g.members.empty()) return;
    bool problems = false;
    for (const auto& m : g.members) problems |= bool(m.reason);
-   std::vector<std::string> names = {"slot",   "next hop", "state",    "interface",
-                                     "tunnel", "src -> dst", "ttl", "underlay"};
+   std::vector<std::string> names = {"slot",   "next hop",   "state", "interface",
+                                     "tunnel", "src -> dst", "ttl",   "underlay"};
    if (problems) names.push_back("problem");
    Columns cols(names, style);
    auto cells = [&](const MemberView& m) {
-      std::vector<Cell> c = {
-          {std::to_string(m.slot)},
-          {indexText(m.nextHop.index)},
-          {std::string(m.nextHop.state), stateColour(m.nextHop.state)},
-          {linkText(m.interface)},
-          {linkText(m.tunnel)},
-          {m.drop ? std::string("drop") : m.srcIpAddr + " -> " + m.dstIpAddr},
-          {indexText(m.ttl)},
-          {underlayText(m)}};
+      std::vector<Cell> c = {{std::to_string(m.slot)},
+                             {indexText(m.nextHop.index)},
+                             {std::string(m.nextHop.state), stateColour(m.nextHop.state)},
+                             {linkText(m.interface)},
+                             {linkText(m.tunnel)},
+                             {m.drop ? std::string("drop") : m.srcIpAddr + " -> " + m.dstIpAddr},
+                             {indexText(m.ttl)},
+                             {underlayText(m)}};
       if (problems) c.push_back({m.reason ? printableText(*m.reason) : std::string(), red});
       return c;
    };
@@ -253,7 +254,8 @@ public:
          return;
       }
       os_ << "  " << mark(c) << " " << groupLine(*g, style_) << "\n";
-      if (g->reason) os_ << "      reason: " << coloured(printableText(*g->reason), red, style_) << "\n";
+      if (g->reason)
+         os_ << "      reason: " << coloured(printableText(*g->reason), red, style_) << "\n";
    }
 
    uint32_t changes() const { return changes_; }
@@ -294,7 +296,8 @@ private:
 
 std::string humanStart(const RunView& run) {
    if (!run.stateDir) return {};
-   if (!run.recoveredRows) return "no saved state in " + printableText(*run.stateDir) + ": the chip starts empty";
+   if (!run.recoveredRows)
+      return "no saved state in " + printableText(*run.stateDir) + ": the chip starts empty";
    return "recovered " + std::to_string(*run.recoveredRows) +
           (*run.recoveredRows == 1 ? " row from " : " rows from ") + printableText(*run.stateDir);
 }
@@ -343,8 +346,7 @@ void humanChangesPrint(std::ostream& os, const Snapshot& snapshot, ChangeTracker
 
 void humanTunnelPrint(std::ostream& os, const Snapshot& snapshot,
                       const MeridL3Tunnel::L3TunnelKey& key, const HumanStyle& style) {
-   const std::string name =
-       key.srcIpAddr().stringValue() + " -> " + key.dstIpAddr().stringValue();
+   const std::string name = key.srcIpAddr().stringValue() + " -> " + key.dstIpAddr().stringValue();
    const auto chain = snapshot.tunnelChain(key);
    if (chain.empty()) {
       os << heading("tunnel " + name, style) << ": no table holds it\n";

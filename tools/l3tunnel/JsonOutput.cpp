@@ -124,8 +124,7 @@ void groupJsonFields(JsonWriter& w, const GroupView& g) {
    w.arrayEnd();
 }
 
-void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run,
-                       const StepView* step) {
+void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step) {
    documentBegin(w, run, step);
    warningsJson(w, s);
 

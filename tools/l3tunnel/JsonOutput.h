@@ -24,8 +24,7 @@ struct StepView {
 };
 
 // The whole state: run, warnings, tables, hardware, groups, stats.
-void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run,
-                       const StepView* step);
+void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step);
 // What changed since `changes` last looked, which then remembers the new state.
 void changesJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step,
                       ChangeTracker& changes);

@@ -639,8 +639,8 @@ Scenario scenarioRead(const std::string& file) {
    struct stat st {};
    if (::fstat(fd.get(), &st) != 0) throw cannotRead();
    if (S_ISDIR(st.st_mode)) throw fault("is a directory");
-   const ScenarioError tooLarge = fault("larger than " + std::string(maxScenarioText) +
-                                        ", the largest scenario accepted");
+   const ScenarioError tooLarge =
+       fault("larger than " + std::string(maxScenarioText) + ", the largest scenario accepted");
    if (S_ISREG(st.st_mode) && uint64_t(st.st_size) > maxScenarioBytes) throw tooLarge;
    // A pipe or a device tells no size: one byte past the bound is enough to know.
    std::string text;

@@ -414,8 +414,7 @@ TableView memberView(const L3EcmpMember0Table& t, const AsicSim::Chip& chip) {
       for (const H* block : blocks) {
          // Members carry indices once the block was placed or tried to be.
          const State s = block->entryState();
-         const bool placed =
-             s == State::inProgress || s == State::success || s == State::noHwIndex;
+         const bool placed = s == State::inProgress || s == State::success || s == State::noHwIndex;
          uint32_t slot = 0;
          for (const auto& m : block->entryBlock()) {
             e = EntryView();
@@ -609,8 +608,8 @@ GroupView Snapshot::group(uint32_t position) const {
          }
          if (!mv.reason) {
             const std::string adjacency =
-                "underlay adjacency " + (mv.underlayAdjId ? std::to_string(*mv.underlayAdjId)
-                                                          : std::string("?"));
+                "underlay adjacency " +
+                (mv.underlayAdjId ? std::to_string(*mv.underlayAdjId) : std::string("?"));
             if (!mv.underlayExists)
                mv.reason = adjacency + " not resolved: EcmpGroup1Table has no such group";
             else if (u->entryState() != State::success)

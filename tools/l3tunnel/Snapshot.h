@@ -39,9 +39,9 @@ struct Usage {
 
    uint32_t capacity = 0;  // rows
    uint32_t usable = 0;
-   uint32_t used = 0;      // rows holding an entry
-   uint32_t free = 0;      // usable rows not used
-   uint32_t refused = 0;   // entries that could not be given an index (noHwIndex)
+   uint32_t used = 0;     // rows holding an entry
+   uint32_t free = 0;     // usable rows not used
+   uint32_t refused = 0;  // entries that could not be given an index (noHwIndex)
    // The member table places blocks in consecutive rows: the largest run of
    // free ones.
    std::optional<uint32_t> largestFree;

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "Agent.h"
-#include "HumanOutput.h"
 #include "Changes.h"
+#include "HumanOutput.h"
 #include "JsonOutput.h"
 #include "JsonWriter.h"
 #include "Orb/Trace.h"
