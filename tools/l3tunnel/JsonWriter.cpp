@@ -90,7 +90,8 @@ JsonWriter& JsonWriter::value(std::string_view s) {
    return *this;
 }
 
-JsonWriter& JsonWriter::value(uint64_t n) {
+template <class Number>
+JsonWriter& JsonWriter::number(Number n) {
    separate();
    char digits[24];
    const auto r = std::to_chars(digits, digits + sizeof digits, n);
@@ -98,13 +99,9 @@ JsonWriter& JsonWriter::value(uint64_t n) {
    return *this;
 }
 
-JsonWriter& JsonWriter::value(int n) {
-   separate();
-   char digits[16];
-   const auto r = std::to_chars(digits, digits + sizeof digits, n);
-   buffer_.append(digits, r.ptr);
-   return *this;
-}
+JsonWriter& JsonWriter::value(uint64_t n) { return number(n); }
+
+JsonWriter& JsonWriter::value(int n) { return number(n); }
 
 JsonWriter& JsonWriter::value(bool b) {
    separate();

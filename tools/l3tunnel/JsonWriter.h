@@ -58,6 +58,8 @@ public:
 
 private:
    void separate();
+   template <class Number>
+   JsonWriter& number(Number n);
    void escaped(std::string_view s);
    void raw(std::string_view s) { buffer_.append(s); }
 

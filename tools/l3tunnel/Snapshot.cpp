@@ -169,25 +169,27 @@ public:
       return it == groupsByNextHop_.end() ? nullptr : &it->second;
    }
 
-   // One link: the handle of `key` in the table, or null.
+   // One link: the handle of `key` in the first of the tables that has one.
+   template <class... Tables>
+   static const Handle* handleIn(const L3TunnelKey& key, const Tables&... tables) {
+      const Handle* found = nullptr;
+      auto look = [&](const auto& t) {
+         if (!found && t)
+            if (auto h = t->entryHandle(key)) found = h.ptr();
+      };
+      (look(tables), ...);
+      return found;
+   }
    const Handle* tunnelHandle(const L3TunnelKey& key) const {
-      if (auto t = p_->l3EgrL3Ipv4TunnelTable())
-         if (auto h = t->entryHandle(key)) return h.ptr();
-      if (auto t = p_->l3EgrL3Ipv6TunnelTable())
-         if (auto h = t->entryHandle(key)) return h.ptr();
-      return nullptr;
+      return handleIn(key, p_->l3EgrL3Ipv4TunnelTable(), p_->l3EgrL3Ipv6TunnelTable());
    }
    std::string_view tunnelTableName(const L3TunnelKey& key) const {
-      if (auto t = p_->l3EgrL3Ipv6TunnelTable(); t && t->entryHandle(key))
+      if (handleIn(key, p_->l3EgrL3Ipv6TunnelTable()))
          return unqualifiedName(L3EgrL3Ipv6TunnelTable::typeName);
       return unqualifiedName(L3EgrL3Ipv4TunnelTable::typeName);
    }
    const Handle* interfaceHandle(const L3TunnelKey& key) const {
-      if (auto t = p_->l3InterfaceTable())
-         if (auto h = t->entryHandle(key)) return h.ptr();
-      if (auto t = p_->l3TunnelEgrL3Oif1Table())
-         if (auto h = t->entryHandle(key)) return h.ptr();
-      return nullptr;
+      return handleIn(key, p_->l3InterfaceTable(), p_->l3TunnelEgrL3Oif1Table());
    }
    std::string_view interfaceTableName() const {
       return p_->l3InterfaceTable() ? unqualifiedName(L3InterfaceTable::typeName)
@@ -271,8 +273,8 @@ public:
       }
       // The deepest link that is not programmed is what the others wait for.
       if (tun && tun->entryState() != State::success) {
-         c.reason = linkProblem("tunnel " + tunnel, tunnelTableName(key), *tun);
-         if (intf || h) c.reason->append(", its interface and next hop wait for it");
+         c.reason = linkProblem("tunnel " + tunnel, tunnelTableName(key), *tun) +
+                    ", its interface and next hop wait for it";
       } else if (intf && intf->entryState() != State::success) {
          c.reason = linkProblem("interface " + tunnel, interfaceTableName(), *intf) +
                     ", its next hop waits for it";
