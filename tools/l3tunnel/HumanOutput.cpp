@@ -121,11 +121,11 @@ std::string fieldsText(const EntryView& e, TableKind kind, const Snapshot& s) {
          return out;
       }
       case TableKind::interface:
-         return e.entry ? "tunnel " + indexText(e.tunnelIndex) : std::string();
+         return e.valued ? "tunnel " + indexText(e.tunnelIndex) : std::string();
       case TableKind::ingressInterface:
          return {};
       case TableKind::nextHop:
-         if (!e.entry) return {};
+         if (!e.valued) return {};
          return e.drop ? std::string("drop") : "interface " + indexText(e.interfaceIndex);
       case TableKind::member:
          return "next hop " + indexText(e.nextHopIndex) + "  underlay " +
@@ -134,12 +134,13 @@ std::string fieldsText(const EntryView& e, TableKind kind, const Snapshot& s) {
    return {};
 }
 
-std::vector<Cell> entryCells(const EntryView& e, TableKind kind, const Snapshot& s) {
+std::vector<Cell> entryCells(const EntryView& e, TableKind kind, const Snapshot& s,
+                             bool fields = true) {
    return {{indexText(e.hwIndex)},
            {printableText(keyText(e.key))},
            {std::string(e.entryState), stateColour(e.entryState)},
            {std::string(e.entryType)},
-           {fieldsText(e, kind, s)}};
+           {fields ? fieldsText(e, kind, s) : std::string()}};
 }
 
 std::string usageText(const TableView& t, const HumanStyle& style) {
@@ -165,9 +166,17 @@ void tablePrint(std::ostream& os, const TableView& t, const Snapshot& s, const H
       << (t.entries == 1 ? " entry" : " entries") << "\n";
    if (t.entries == 0) return;
    Columns cols({"index", "key", "state", "type", "fields"}, style);
-   t.entriesVisit([&](const EntryView& e) { cols.measure(entryCells(e, t.kind, s)); });
+   // The texts of the values are not shown; the fields are the last column,
+   // which is not padded, so the measuring pass leaves them out too.
+   t.entriesVisit(
+       [&](const EntryView& e) {
+          std::vector<Cell> cells = entryCells(e, t.kind, s, false);
+          cols.measure(cells);
+       },
+       false);
    cols.headingPrint(os);
-   t.entriesVisit([&](const EntryView& e) { cols.print(os, entryCells(e, t.kind, s)); });
+   t.entriesVisit([&](const EntryView& e) { cols.print(os, entryCells(e, t.kind, s, true)); },
+                  false);
 }
 
 std::string linkText(const LinkView& l) {

@@ -308,7 +308,8 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
    for (const auto& [key, handle] : t.entryHandleIteratorConst())
       if (handle->entryState() == State::noHwIndex) ++v.usage.refused;
    const bool groups = kind == TableKind::tunnel && chains;
-   auto build = [&t, fieldsOf, chains, groups](const Key& key, const H& handle, EntryView& e) {
+   auto build = [&t, fieldsOf, chains, groups](const Key& key, const H& handle, EntryView& e,
+                                               bool texts) {
       e = EntryView();
       e.key = keyView(key);
       handleStates(handle, e);
@@ -318,7 +319,8 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
             if (auto ue = t.unresolvedEntry(key)) value = ue->entry();
       }
       if (value) {
-         e.entry = value->rowText();
+         e.valued = true;
+         if (texts) e.entry = value->rowText();
          fieldsOf(*value, e);
       }
       if constexpr (std::is_same_v<Key, L3TunnelKey>) {
@@ -326,14 +328,14 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
             if (const auto* g = chains->groupsOf(key)) e.groups = *g;
       }
    };
-   v.entriesVisit = [&t, build](const std::function<void(const EntryView&)>& f) {
+   v.visit = [&t, build](const TableView::EntryVisitor& f, bool texts) {
       std::vector<std::pair<const Key*, const H*>> all;
       all.reserve(t.entryHandles());
       for (const auto& [key, handle] : t.entryHandleIteratorConst())
          all.emplace_back(&key, handle.ptr());
       EntryView e;
       for (const auto& [key, handle] : ordered(std::move(all))) {
-         build(*key, *handle, e);
+         build(*key, *handle, e, texts);
          f(e);
       }
    };
@@ -342,7 +344,7 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
          auto handle = t.entryHandle(key);
          if (!handle) return std::nullopt;
          EntryView e;
-         build(key, *handle, e);
+         build(key, *handle, e, true);
          return e;
       };
    }
@@ -362,25 +364,26 @@ TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
       if (handle->entryState() == State::noHwIndex) ++v.usage.refused;
    });
    using H = L3InterfaceTable::EntryHandle;
-   auto build = [&t](const L3TunnelKey& key, const H& handle, EntryView& e) {
+   auto build = [&t](const L3TunnelKey& key, const H& handle, EntryView& e, bool texts) {
       e = EntryView();
       e.key = keyView(key);
       handleStates(handle, e);
       if (t.mergedEntryHas(key) || t.unresolvedMergedEntryHas(key)) {
          EgrL3Oif1Table::Entry egress = t.egrL3Oif1TableEntry(key);
          interfaceFields(egress, e);
+         e.valued = true;
          egress.tunnelIdxHandleIs(nullptr);
-         e.entry = valueToStrep(L3InterfaceTable::Entry(t.ingL3IifEntry(key), egress));
+         if (texts) e.entry = valueToStrep(L3InterfaceTable::Entry(t.ingL3IifEntry(key), egress));
       }
    };
-   v.entriesVisit = [&t, build](const std::function<void(const EntryView&)>& f) {
+   v.visit = [&t, build](const TableView::EntryVisitor& f, bool texts) {
       std::vector<std::pair<const L3TunnelKey*, const H*>> all;
       all.reserve(t.entryHandles());
       t.forEachEntryHandle(
           [&](const L3TunnelKey& key, const auto& handle) { all.emplace_back(&key, &*handle); });
       EntryView e;
       for (const auto& [key, handle] : ordered(std::move(all))) {
-         build(*key, *handle, e);
+         build(*key, *handle, e, texts);
          f(e);
       }
    };
@@ -388,7 +391,7 @@ TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
       auto handle = t.entryHandle(key);
       if (!handle) return std::nullopt;
       EntryView e;
-      build(key, *handle, e);
+      build(key, *handle, e, true);
       return e;
    };
    return v;
@@ -405,12 +408,13 @@ TableView memberView(const L3EcmpMember0Table& t, const AsicSim::Chip& chip) {
       v.entries += block.size();
       if (block.entryState() == State::noHwIndex) v.usage.refused += block.size();
    });
-   v.entriesVisit = [&t](const std::function<void(const EntryView&)>& f) {
+   v.visit = [&t](const TableView::EntryVisitor& f, bool texts) {
       using H = L3EcmpMember0Table::EntryHandle;
       std::vector<const H*> blocks;
       t.forEachEntryBlock([&](const H& block) { blocks.push_back(&block); });
       std::sort(blocks.begin(), blocks.end(), [](const H* a, const H* b) {
-         return std::tuple(a->baseIndex(), a->keyText()) < std::tuple(b->baseIndex(), b->keyText());
+         if (a->baseIndex() != b->baseIndex()) return a->baseIndex() < b->baseIndex();
+         return a->keyText() < b->keyText();
       });
       EntryView e;
       for (const H* block : blocks) {
@@ -428,7 +432,8 @@ TableView memberView(const L3EcmpMember0Table& t, const AsicSim::Chip& chip) {
                e.key = k;
                e.hwIndex = k.index;
             }
-            e.entry = m.rowText();
+            e.valued = true;
+            if (texts) e.entry = m.rowText();
             if (placed) {
                e.nextHopIndex = indexOf(m.nextHopIdx());
                e.underlayIndex = indexOf(m.underlayIdx());

@@ -59,8 +59,9 @@ struct EntryView {
    std::optional<uint32_t> hwIndex;
    std::string_view entryState;
    std::string_view entryType;
-   // The value as its row shows it (named handles print as null); none when
-   // the key has no value.
+   // Whether the key has a value, and the value as its row shows it (named
+   // handles print as null) when the visit asked for texts.
+   bool valued = false;
    std::optional<std::string> entry;
    // Tunnels: the TTL and the groups whose members run through the tunnel.
    std::optional<uint32_t> ttl;
@@ -81,8 +82,11 @@ struct TableView {
    TableKind kind;
    Usage usage;
    uint32_t entries = 0;
+   using EntryVisitor = std::function<void(const EntryView&)>;
    // Visits the entries: rows first in index order, then what has no row.
-   std::function<void(const std::function<void(const EntryView&)>&)> entriesVisit;
+   // Without `texts` the values' text forms are left out (they cost most).
+   void entriesVisit(const EntryVisitor& f, bool texts = true) const { visit(f, texts); }
+   std::function<void(const EntryVisitor&, bool texts)> visit;
    // The entry of a tunnel key, in tables keyed by one.
    std::function<std::optional<EntryView>(const MeridL3Tunnel::L3TunnelKey&)> entryOf;
 };
