@@ -74,22 +74,27 @@ public:
    }
 
    void print(std::ostream& os, const std::vector<Cell>& cells) const {
-      std::string line = "  ";
+      line_.assign("  ");
       for (size_t c = 0; c < cells.size(); ++c) {
-         std::string text = cells[c].text;
+         const Cell& cell = cells[c];
+         const bool colour = style_.colour && cell.colour && !cell.text.empty();
+         if (colour) line_ += cell.colour;
+         line_ += cell.text;
+         if (colour) line_ += reset;
          // The last column is not padded, so lines carry no trailing blanks.
-         if (c + 1 < cells.size()) text.resize(width_[c], ' ');
-         line += coloured(text, cells[c].colour, style_);
-         if (c + 1 < cells.size()) line += "  ";
+         if (c + 1 < cells.size())
+            line_.append(width_[c] - std::min(width_[c], cell.text.size()) + 2, ' ');
       }
-      while (!line.empty() && line.back() == ' ') line.pop_back();
-      os << line << "\n";
+      while (!line_.empty() && line_.back() == ' ') line_.pop_back();
+      line_ += '\n';
+      os << line_;
    }
 
 private:
    std::vector<std::string> heading_;
    const HumanStyle& style_;
    std::vector<size_t> width_;
+   mutable std::string line_;  // kept between lines, so that its room is reused
 };
 
 std::string indexText(const std::optional<uint32_t>& i) {

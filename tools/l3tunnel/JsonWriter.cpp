@@ -1,5 +1,6 @@
 #include "JsonWriter.h"
 
+#include <array>
 #include <charconv>
 
 #include "Orb/Assert.h"
@@ -134,11 +135,18 @@ void JsonWriter::lineEnd() {
 // Quotes, backslashes and control characters escaped; other bytes, UTF-8
 // sequences included, as they are.
 void JsonWriter::escaped(std::string_view s) {
+   // Most texts need no escape: one table look-up per byte finds the few.
+   static constexpr auto special = [] {
+      std::array<bool, 256> t{};
+      for (int c = 0; c < 0x20; ++c) t[size_t(c)] = true;
+      t['"'] = t['\\'] = true;
+      return t;
+   }();
    buffer_ += '"';
    size_t plain = 0;
    for (size_t i = 0; i < s.size(); ++i) {
       const auto c = static_cast<unsigned char>(s[i]);
-      if (c >= 0x20 && c != '"' && c != '\\') continue;
+      if (!special[c]) continue;
       buffer_.append(s.data() + plain, i - plain);
       plain = i + 1;
       switch (c) {
