@@ -1,5 +1,7 @@
 #include "Changes.h"
 
+#include <algorithm>
+
 #include "JsonOutput.h"
 
 namespace L3TunnelTool {
@@ -88,10 +90,14 @@ void ChangeTracker::walk(const Snapshot& s, Sink* sink) {
          now.byKey.emplace(std::move(key), d);
       });
       if (sink && before) {
-         for (const auto& [key, d] : before->byKey) {
-            EntryView gone;
-            gone.key = keyFromText(key);
-            sink->entryChange(t, Change::removed, gone);
+         // In the order of the keys' texts, not the map's: the same every run.
+         std::vector<std::string> gone;
+         for (const auto& [key, d] : before->byKey) gone.push_back(key);
+         std::sort(gone.begin(), gone.end());
+         for (const auto& key : gone) {
+            EntryView removed;
+            removed.key = keyFromText(key);
+            sink->entryChange(t, Change::removed, removed);
          }
       }
       if (before) tables_.erase(t.name);

@@ -436,7 +436,10 @@ TableView memberView(const L3EcmpMember0Table& t, const AsicSim::Chip& chip) {
             if (texts) e.entry = m.rowText();
             if (placed) {
                e.nextHopIndex = indexOf(m.nextHopIdx());
-               e.underlayIndex = indexOf(m.underlayIdx());
+               // A dropping member names a placeholder, not an underlay group.
+               const auto& u = m.underlayHandle();
+               if (u && u->fwkType() == Orb::typeId<EcmpGroup1Table::EntryHandle>())
+                  e.underlayIndex = indexOf(m.underlayIdx());
             }
             e.resolved = m.resolved();
             f(e);
