@@ -368,14 +368,11 @@ void humanTunnelPrint(std::ostream& os, const Snapshot& snapshot,
    }
    os << heading("tunnel " + name, style) << "\n";
    Columns cols({"table", "index", "state", "type", "fields"}, style);
-   auto cells = [&](const std::string& table, const EntryView& e) {
-      TableKind kind = TableKind::tunnel;
-      for (const auto& t : snapshot.tables())
-         if (t.name == table) kind = t.kind;
+   auto cells = [&](const TableView* table, const EntryView& e) {
       EntryView shown = e;
       shown.groups.clear();  // listed below, with their slots
-      std::vector<Cell> c = entryCells(shown, kind, snapshot);
-      c[1] = {table};  // the key is the tunnel's, named above
+      std::vector<Cell> c = entryCells(shown, table->kind, snapshot);
+      c[1] = {table->name};  // the key is the tunnel's, named above
       std::swap(c[0], c[1]);
       return c;
    };

@@ -268,11 +268,8 @@ void tunnelJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const
    w.key("chain").arrayBegin();
    for (const auto& [table, e] : s.tunnelChain(key)) {
       w.objectBegin();
-      w.key("table").value(table);
-      TableKind kind = TableKind::tunnel;
-      for (const auto& t : s.tables())
-         if (t.name == table) kind = t.kind;
-      entryJsonFields(w, e, kind, s);
+      w.key("table").value(table->name);
+      entryJsonFields(w, e, table->kind, s);
       w.objectEnd();
    }
    w.arrayEnd();

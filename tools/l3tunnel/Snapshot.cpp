@@ -149,7 +149,7 @@ void HardwareView::rowsVisit(
 class Snapshot::Chains {
 public:
    Chains(const Agent& agent, const std::vector<TableView>& tables)
-       : agent_(agent), p_(agent.programmer()), tables_(tables) {
+       : p_(agent.programmer()), tables_(tables) {
       uint32_t position = 0;
       for (const auto& [name, handle] : agent.groups()) {
          const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*handle);
@@ -284,7 +284,6 @@ public:
       return c;
    }
 
-   const Agent& agent_;
    const L3TunnelOverlayEcmpProgrammer* p_;
    const std::vector<TableView>& tables_;
    std::unordered_map<const Handle*, std::vector<uint32_t>> groupsByNextHop_;
@@ -292,6 +291,32 @@ public:
 };
 
 namespace {
+
+// Gives a view its visit (entries in output order, from the handles
+// `collect` lists) and, for tables keyed by a tunnel, its look-up by key;
+// `build` makes one entry's view.
+template <class Key, class H, class Table, class Collect, class Build>
+void visitsIs(TableView& v, const Table& t, Collect collect, Build build) {
+   v.visit = [&t, collect, build](const TableView::EntryVisitor& f, bool texts) {
+      std::vector<std::pair<const Key*, const H*>> all;
+      all.reserve(t.entryHandles());
+      collect([&](const Key& key, const H& handle) { all.emplace_back(&key, &handle); });
+      EntryView e;
+      for (const auto& [key, handle] : ordered(std::move(all))) {
+         build(*key, *handle, e, texts);
+         f(e);
+      }
+   };
+   if constexpr (std::is_same_v<Key, L3TunnelKey>) {
+      v.entryOf = [&t, build](const L3TunnelKey& key) -> std::optional<EntryView> {
+         auto handle = t.entryHandle(key);
+         if (!handle) return std::nullopt;
+         EntryView e;
+         build(key, *handle, e, true);
+         return e;
+      };
+   }
+}
 
 // A table keyed by tunnel key or index: one entry per handle, with the value
 // in hardware, or else the one waiting for the entry it names.
@@ -328,26 +353,12 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
             if (const auto* g = chains->groupsOf(key)) e.groups = *g;
       }
    };
-   v.visit = [&t, build](const TableView::EntryVisitor& f, bool texts) {
-      std::vector<std::pair<const Key*, const H*>> all;
-      all.reserve(t.entryHandles());
-      for (const auto& [key, handle] : t.entryHandleIteratorConst())
-         all.emplace_back(&key, handle.ptr());
-      EntryView e;
-      for (const auto& [key, handle] : ordered(std::move(all))) {
-         build(*key, *handle, e, texts);
-         f(e);
-      }
-   };
-   if constexpr (std::is_same_v<Key, L3TunnelKey>) {
-      v.entryOf = [&t, build](const L3TunnelKey& key) -> std::optional<EntryView> {
-         auto handle = t.entryHandle(key);
-         if (!handle) return std::nullopt;
-         EntryView e;
-         build(key, *handle, e, true);
-         return e;
-      };
-   }
+   visitsIs<Key, H>(
+       v, t,
+       [&t](const auto& add) {
+          for (const auto& [key, handle] : t.entryHandleIteratorConst()) add(key, *handle);
+       },
+       build);
    return v;
 }
 
@@ -376,24 +387,13 @@ TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
          if (texts) e.entry = valueToStrep(L3InterfaceTable::Entry(t.ingL3IifEntry(key), egress));
       }
    };
-   v.visit = [&t, build](const TableView::EntryVisitor& f, bool texts) {
-      std::vector<std::pair<const L3TunnelKey*, const H*>> all;
-      all.reserve(t.entryHandles());
-      t.forEachEntryHandle(
-          [&](const L3TunnelKey& key, const auto& handle) { all.emplace_back(&key, &*handle); });
-      EntryView e;
-      for (const auto& [key, handle] : ordered(std::move(all))) {
-         build(*key, *handle, e, texts);
-         f(e);
-      }
-   };
-   v.entryOf = [&t, build](const L3TunnelKey& key) -> std::optional<EntryView> {
-      auto handle = t.entryHandle(key);
-      if (!handle) return std::nullopt;
-      EntryView e;
-      build(key, *handle, e, true);
-      return e;
-   };
+   visitsIs<L3TunnelKey, H>(
+       v, t,
+       [&t](const auto& add) {
+          t.forEachEntryHandle(
+              [&](const L3TunnelKey& key, const auto& handle) { add(key, *handle); });
+       },
+       build);
    return v;
 }
 
@@ -671,11 +671,12 @@ GroupView Snapshot::group(uint32_t position) const {
    return g;
 }
 
-std::vector<std::pair<std::string, EntryView>> Snapshot::tunnelChain(const L3TunnelKey& key) const {
-   std::vector<std::pair<std::string, EntryView>> chain;
+std::vector<std::pair<const TableView*, EntryView>> Snapshot::tunnelChain(
+    const L3TunnelKey& key) const {
+   std::vector<std::pair<const TableView*, EntryView>> chain;
    for (const auto& t : tables_)
       if (t.entryOf)
-         if (auto e = t.entryOf(key)) chain.emplace_back(t.name, std::move(*e));
+         if (auto e = t.entryOf(key)) chain.emplace_back(&t, std::move(*e));
    return chain;
 }
 

@@ -174,7 +174,7 @@ public:
 
    // The tunnel of `key` with every entry of its chain, in chain order,
    // paired with the name of the table it is in; empty when no table has it.
-   std::vector<std::pair<std::string, EntryView>> tunnelChain(
+   std::vector<std::pair<const TableView*, EntryView>> tunnelChain(
        const MeridL3Tunnel::L3TunnelKey& key) const;
    // The groups with members through that tunnel, with their slots.
    std::vector<std::pair<std::string, std::vector<uint32_t>>> tunnelGroups(
