@@ -73,7 +73,22 @@ Brio::Ptr<Asic::HwTable> Util::doMountHwTable(const Asic::SwTable& table) {
                                              : MeridCentral::ChipInfo::defaultTableSize;
       hwTable_ = chip_->tableIs(tableName_, table.unitId(), rows);
    }
+   // What the table holds now is what a warm start finds.
+   foundRow_.clear();
+   foundRows_ = 0;
+   for (Asic::Index i = 0; i < hwTable_->numEntries(); ++i) {
+      if (!hwTable_->row(i)) continue;
+      if (foundRow_.empty()) foundRow_.resize(hwTable_->numEntries());
+      foundRow_[i] = true;
+      ++foundRows_;
+   }
    return hwTable_;
+}
+
+void Util::foundRowDel(Asic::Index index) {
+   if (!foundRow(index)) return;
+   foundRow_[index] = false;
+   if (--foundRows_ == 0) std::vector<bool>().swap(foundRow_);
 }
 
 Asic::HwRequestId Util::hwTableEntryIs(Asic::HwTable& hwTable, Asic::Index index,
@@ -224,8 +239,24 @@ bool Chip::rowSet(HwTable& table, Asic::Index index, const Asic::EntryBase* entr
    return true;
 }
 
+bool Chip::claimable(const HwTable& table, Asic::Index index, const Asic::EntryBase& entry,
+                     const Orb::GenericValue& key) {
+   const std::string* row = table.row(index);
+   return row && table.rowKey(index) == key && *row == entry.rowText();
+}
+
 Asic::HwRequestId Chip::write(Util& util, HwTable& table, Asic::Index index,
                               const Asic::EntryBase* entry) {
+   if (util.foundRow(index)) {
+      util.foundRowDel(index);
+      // Answered as a write is, so the tables cannot tell the difference.
+      if (entry && util.swTable() &&
+          claimable(table, index, *entry, util.swTable()->hwRowKey(index))) {
+         ++table.stats_.claims;
+         ++claims_;
+         return respond(util, index, Asic::WriteStatus::ok);
+      }
+   }
    ++writes_;
    bool fail = failAt_.erase(writes_) != 0;
    if (auto it = writeFailures_.find(table.name()); it != writeFailures_.end() && it->second) {
@@ -239,6 +270,7 @@ Asic::HwRequestId Chip::write(Util& util, HwTable& table, Asic::Index index,
 }
 
 Asic::HwRequestId Chip::erase(Util& util, HwTable& table, Asic::Index index) {
+   util.foundRowDel(index);
    const bool ok = rowSet(table, index, nullptr);
    table.rowKeyIs(index, {});
    return respond(util, index, ok ? Asic::WriteStatus::ok : Asic::WriteStatus::failed);

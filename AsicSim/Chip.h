@@ -7,7 +7,7 @@
 //
 // Test controls: hold responses and release them one at a time or out of
 // order, fail the next writes of a table or the n-th write of all, change a
-// table's size, count hardware writes, deletes and row changes per table,
+// table's size, count hardware writes, deletes, claims and row changes per table,
 // and keep a journal of every row change. Rows belong to the chip,
 // not to the software tables, so they survive software tables being destroyed
 // and made again.
@@ -37,6 +37,7 @@ public:
       uint32_t writes = 0;
       uint32_t deletes = 0;
       uint32_t changes = 0;  // writes and deletes that changed a row's content
+      uint32_t claims = 0;   // found rows already holding what was written: not written
    };
 
    HwTable(std::string name, Asic::UnitId unit, uint32_t rows);
@@ -69,11 +70,21 @@ public:
    void rowTextIs(Asic::Index index, std::string text);
 
 private:
+   friend class Chip;
    std::vector<std::optional<std::string>> rows_;
    std::vector<Orb::GenericValue> keys_;
    Stats stats_;
 };
 
+// The plug-in of one table. On a warm start it keeps, as a driver's shadow
+// of the hardware does, the rows its table held when it mounted it. Each
+// such row leaves the found state at the first write or delete through this
+// Util, moved by the chip:
+//   found -> claimed: a write of the content and row key the row holds
+//            already (the replay after a restart) touches nothing and is no
+//            write, yet is answered as a write is;
+//   found -> written: any other write, or a delete, goes to the row.
+// From then on every write goes to the row.
 class Util final : public Asic::SwTable::Util {
 public:
    Util(Chip* chip, std::string tableName);
@@ -92,10 +103,19 @@ public:
    void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,
                            Asic::HwTable& hwTable) override;
 
+   // Rows the table held when this Util mounted it, not written or deleted
+   // through it since.
+   bool foundRow(Asic::Index index) const { return index < foundRow_.size() && foundRow_[index]; }
+
 private:
+   friend class Chip;
+   void foundRowDel(Asic::Index index);
+
    Brio::Ptr<Chip> chip_;
    std::string tableName_;
    Brio::Ptr<HwTable> hwTable_;
+   std::vector<bool> foundRow_;
+   uint32_t foundRows_ = 0;  // the bitmap goes with the last
 };
 
 class Chip final : public Brio::PtrInterface {
@@ -137,8 +157,12 @@ public:
    // Utils created from now on ask the engine to record written indices at once.
    void recordHwIndexOnWriteIs(bool b) { recordHwIndexOnWrite_ = b; }
 
-   // Writes requested so far over all tables, refused ones included.
+   // Writes requested so far over all tables, refused ones included. A
+   // claimed row is no write: it neither counts here nor meets a failure
+   // asked for below.
    uint32_t writes() const { return writes_; }
+   // Writes of found rows that held their content and row key already.
+   uint32_t claims() const { return claims_; }
    // The `k`-th write from now (1: the next one) fails, whatever its table:
    // the row is left as it was and the response reports the failure. May be
    // called again to fail several writes; 0 does nothing.
@@ -189,6 +213,10 @@ private:
    Asic::HwRequestId respond(Util& util, Asic::Index index, Asic::WriteStatus status);
    // Sets the row and journals the change; false when the index is outside the table.
    bool rowSet(HwTable& table, Asic::Index index, const Asic::EntryBase* entry);
+   // Whether the write of `entry` at a found row finds it holding that
+   // already, with `key` as its row key.
+   static bool claimable(const HwTable& table, Asic::Index index, const Asic::EntryBase& entry,
+                         const Orb::GenericValue& key);
    static void deliver(const Response& r);
 
    std::map<std::pair<std::string, Asic::UnitId>, Brio::Ptr<HwTable>, std::less<>> tables_;
@@ -199,6 +227,7 @@ private:
    bool recordHwIndexOnWrite_ = false;
    bool installed_ = false;
    uint32_t writes_ = 0;
+   uint32_t claims_ = 0;
    std::set<uint32_t> failAt_;  // ordinals among writes_ that fail
    std::vector<FailedWrite> failedWrites_;
    bool journaling_ = false;

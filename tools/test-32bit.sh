@@ -11,7 +11,7 @@ build="${BUILD_DIR:-build-32}"
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "ok installed"; }
 need=()
 for p in g++-multilib libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386 \
-   nlohmann-json3-dev cmake file python3-jsonschema; do
+   nlohmann-json3-dev cmake file python3-jsonschema libmnl-dev:i386 pkg-config iproute2; do
    installed "$p" || need+=("$p")
 done
 sudo_cmd=""

@@ -16,13 +16,14 @@ EcmpGroup1Table::~EcmpGroup1Table() {
 }
 
 EcmpGroup1Table::EntryHandlePtrConst EcmpGroup1Table::entryIs(const Key& key,
-                                                              Asic::SwTableBase::EntryState state) {
+                                                              Asic::SwTableBase::EntryState state,
+                                                              Asic::Index wanted) {
    auto& h = groups_[key];
    if (!h) {
       h = Brio::Ptr<EntryHandle>(new EntryHandle(key, allocator_, ++serials_));
       h->entryTypeIs(EntryHandle::committed());
    }
-   if (!h->isHwIndexValid()) h->hwIndexIs(h->indexTake());
+   if (!h->isHwIndexValid()) h->hwIndexIs(h->indexTake(wanted));
    if (!h->isHwIndexValid()) state = Asic::SwTableBase::noHwIndex();
    h->entryStateIs(state);
    return h;

@@ -39,10 +39,14 @@ public:
    ~EcmpGroup1Table() override;
    std::string_view entityTypeName() const override { return typeName; }
 
-   // The owner's side. A new group takes the lowest free index; with none free
-   // its state is noHwIndex whatever was asked.
+   // The owner's side. A new group takes `wanted` when that index is free (an
+   // owner re-creating its groups after a restart asks for the indices they
+   // had, which member rows name), else the lowest free index; with none
+   // free its state is noHwIndex whatever was asked. A group that holds an
+   // index keeps it.
    EntryHandlePtrConst entryIs(const Key& key,
-                               Asic::SwTableBase::EntryState state = Asic::SwTableBase::success());
+                               Asic::SwTableBase::EntryState state = Asic::SwTableBase::success(),
+                               Asic::Index wanted = Asic::invalidIndex);
    void entryStateIs(const Key& key, Asic::SwTableBase::EntryState state);
    void entryDel(const Key& key);
 
@@ -91,7 +95,10 @@ private:
    EntryHandle(const Key& key, Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator, uint32_t serial)
        : key_(key), allocator_(std::move(allocator)), serial_{serial} {}
    ~EntryHandle() override = default;
-   Asic::Index indexTake() { return allocator_->newIndexForKey(serial_); }
+   Asic::Index indexTake(Asic::Index wanted) {
+      if (allocator_->requestIndexForKey(wanted, serial_)) return wanted;
+      return allocator_->newIndexForKey(serial_);
+   }
 
    Key key_;
    Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator_;

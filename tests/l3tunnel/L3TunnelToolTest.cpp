@@ -1086,7 +1086,8 @@ TEST_F(L3TunnelTool, AGroupThatIsNotProgrammedSaysWhy) {
         {{"L3TunnelIngL3NextHopTable", 2}},
         {program("a", {via("10.22.0.1")}), program("b", {via("10.22.0.2"), via("10.22.0.3")})},
         "failedNeededEntry",
-        "member 0: " + nhFull + ": next hop 10.0.0.1 -> 10.22.0.2 has no index (and 1 more members)"},
+        "member 0: " + nhFull +
+            ": next hop 10.0.0.1 -> 10.22.0.2 has no index (and 1 more members)"},
        {"missing underlay",
         {},
         {program("a", {via("10.23.0.1"), via("10.23.0.2", 1, 9)})},
@@ -1231,7 +1232,27 @@ TEST_P(ToggleTest, ARestartSaysWhatItFoundAndWhatItChanged) {
    const Json second = runJson(s, {"--state-dir", state});
    EXPECT_EQ(second.at("run").at("recoveredRows"), rows);
    EXPECT_EQ(second.at("run").at("changedRows"), 0) << "the replay lands every key on its row";
+   EXPECT_EQ(second.at("run").at("hardwareWrites"), 0) << "and finds it holding what it writes";
    EXPECT_EQ(second.at("run").at("hardwareDeletes"), 0);
+
+   // Within a run too: many groups, a restart, the same steps again and the
+   // reconcile write and delete nothing after the restart.
+   std::vector<Json> groups;
+   for (uint32_t g = 0; g < 40; ++g)
+      groups.push_back(program("g" + std::to_string(g),
+                               {via("10.27.1." + std::to_string(g % 9 + 1), g % 3 + 1, g % 3 + 1),
+                                via("10.27.2." + std::to_string(g % 5 + 1)), dropVia(g % 2)}));
+   std::vector<Json> steps = groups;
+   steps.push_back({{"op", "restart"}});
+   steps.insert(steps.end(), groups.begin(), groups.end());
+   steps.push_back({{"op", "reconcile"}});
+   const Json each = runJson(scenario(steps, GetParam()), {"--each-step"});
+   ASSERT_EQ(each.size(), steps.size());
+   const Json& atRestart = each.at(groups.size()).at("run");
+   EXPECT_GT(atRestart.at("hardwareWrites"), 100);
+   for (const char* counter : {"hardwareWrites", "hardwareDeletes", "changedRows"})
+      EXPECT_EQ(each.back().at("run").at(counter), atRestart.at(counter)) << counter;
+   EXPECT_EQ(each.back().at("groups").size(), groups.size());
 
    const Outcome text = run({"run", file, "--state-dir", state});
    EXPECT_EQ(text.out.substr(0, text.out.find('\n')),
@@ -1263,7 +1284,8 @@ TEST_F(L3TunnelTool, ChangesAreWhatEachStepDid) {
    // The reserved drop next hop and a's chain.
    EXPECT_EQ(first.at("L3TunnelIngL3NextHopTable"), (std::map<std::string, int>{{"added", 2}}));
    EXPECT_EQ(first.at("L3EgrL3Ipv4TunnelTable"), (std::map<std::string, int>{{"added", 1}}));
-   EXPECT_EQ(first.at("rows L3TunnelIngL3NextHopTable"), (std::map<std::string, int>{{"added", 2}}));
+   EXPECT_EQ(first.at("rows L3TunnelIngL3NextHopTable"),
+             (std::map<std::string, int>{{"added", 2}}));
    EXPECT_EQ(steps[0].at("changes").at("groups").at(0).at("change"), "added");
    EXPECT_TRUE(counts(steps[2].at("changes")).empty()) << steps[2];
    EXPECT_TRUE(steps[2].at("changes").at("groups").empty());
@@ -1305,9 +1327,9 @@ TEST_F(LargeInput, FiftyThousandStepsStreamInBoundedMemory) {
          steps.push_back(release(group));
    }
    Json s = scenario(steps);
-   for (const char* t : {"L3EcmpMember0Table", "L3TunnelIngL3NextHopTable", "IngL3Iif",
-                         "EgrL3Oif1Table", "L3EgrL3Ipv4TunnelTable", "L3EgrL3Ipv6TunnelTable",
-                         "L3TunnelEgrL3Oif1Table"})
+   for (const char* t :
+        {"L3EcmpMember0Table", "L3TunnelIngL3NextHopTable", "IngL3Iif", "EgrL3Oif1Table",
+         "L3EgrL3Ipv4TunnelTable", "L3EgrL3Ipv6TunnelTable", "L3TunnelEgrL3Oif1Table"})
       s["chip"]["tableSizes"][t] = 16;
    const std::string file = write("long.json", s.dump()).string();
    // Runs the program with its output read (and its lines counted) as it

@@ -25,7 +25,7 @@ try:
 except ImportError:
     sys.exit("check-json-schema.py: python3-jsonschema is not installed")
 
-KINDS = ("state", "changes", "tunnel", "error")
+KINDS = ("state", "changes", "tunnel", "show", "error")
 OPTION_SETS = ([], ["--each-step"], ["--changes"], ["--changes", "--each-step"])
 UNUSED_TUNNEL = ("192.0.2.250", "198.51.100.250")
 
@@ -145,6 +145,15 @@ def has_change(doc, section, change):
 
 # What the runs must reach between them: (what, kind, test of one document).
 REACHED = [
+    ("a group listed but not programmed", "show",
+     lambda d: any(g["state"] == "notProgrammed" for g in d.get("groups", {}).values())),
+    ("a group with its routes", "show",
+     lambda d: any("routes" in g for g in d.get("groups", {}).values())),
+    ("a member over an unresolved neighbour", "show",
+     lambda d: any("not resolved" in (m["reason"] or "") for g in d.get("groups", {}).values()
+                   for m in g["members"])),
+    ("the usage view", "show", lambda d: "usage" in d),
+    ("a tunnel's chain", "show", lambda d: bool(d.get("tunnel", {}).get("chain"))),
     ("a group refused for lack of a range", "state",
      lambda d: any(g["state"] == "noHwIndex" and g["base"] is None for g in d["groups"].values())),
     ("a full tunnel table", "state",
@@ -322,7 +331,75 @@ FAULTS = [
     ("an error step as a string", "error",
      lambda d: set_if(d, "step", "3", lambda d: d["step"] is not None)),
     ("an empty error", "error", lambda d: set_if(d, "error", "")),
+    ("an agent without its phase", "show", lambda d: "agent" in d and d["agent"].pop("phase")),
+    ("an agent phase unknown", "show", lambda d: "agent" in d and set_if(d["agent"], "phase", "idle")),
+    ("an agent field added", "show", lambda d: "agent" in d and add_field(d["agent"], "uptime", 1)),
+    ("a group's routes empty", "show",
+     lambda d: any(set_if(g, "routes", [], lambda g: "routes" in g)
+                   for g in d.get("groups", {}).values())),
+    ("a group state unknown", "show",
+     lambda d: any(set_if(g, "state", "pending") for g in d.get("groups", {}).values())),
+    ("usage with entries", "show",
+     lambda d: any(add_field(t, "entries", []) for t in d.get("usage", {}).values())),
 ]
+
+# The agent in a namespace of its own: the kernel's example objects, one group
+# over an unresolved neighbour and one that is no tunnel, then every view.
+AGENT_SCRIPT = r"""
+set -e
+ip link set lo up
+ip link add veth0 type veth peer name veth1; ip link set veth0 up; ip link set veth1 up
+for i in $(seq 200); do ip link show veth0 | grep -q LOWER_UP && break; sleep 0.01; done
+ip addr add 172.16.0.1/24 dev veth0
+ip neigh add 172.16.0.2 lladdr 02:00:00:00:00:02 dev veth0 nud permanent
+ip nexthop add id 1 encap ip src 192.0.2.1 dst 198.51.100.1 ttl 64 via 172.16.0.2 dev veth0
+ip nexthop add id 2 encap ip src 192.0.2.1 dst 198.51.100.2 ttl 64 via 172.16.0.3 dev veth0
+ip nexthop add id 3 blackhole
+ip nexthop add id 4 via 172.16.0.2 dev veth0
+ip nexthop add id 100 group 1,2/2,1
+ip nexthop add id 101 group 3
+ip nexthop add id 104 group 1/4
+ip route add 10.1.0.0/16 nhid 100
+ip route add 10.2.0.0/16 encap ip src 192.0.2.1 dst 198.51.100.3 via 172.16.0.2 dev veth0
+"$PROGRAM" agent --state-dir "$WORK/agent" 2>"$WORK/agent.log" &
+agent=$!
+for i in $(seq 500); do "$PROGRAM" show --state-dir "$WORK/agent" usage >/dev/null 2>&1 && break; sleep 0.01; done
+n=0
+for view in all groups tables usage "tunnel 192.0.2.1 198.51.100.1" "tunnel 192.0.2.9 198.51.100.9"; do
+   n=$((n + 1))
+   "$PROGRAM" show --state-dir "$WORK/agent" --json $view >"$WORK/show.$n"
+done
+"$PROGRAM" show --state-dir "$WORK/agent" --json frobnicate 2>"$WORK/show.error" || true
+kill $agent; wait $agent
+"""
+
+
+def check_agent(c, work):
+    """show --json of a running agent, where a network namespace can be made."""
+    probe = subprocess.run(["unshare", "-n", "true"], stderr=subprocess.DEVNULL)
+    if probe.returncode != 0:
+        if os.environ.get("L3TUNNEL_REQUIRE_NETNS") == "1":
+            c.fail("agent", "no network namespace (unshare -n) where one is required")
+        else:
+            print("agent documents not checked: no network namespace here (run as root)")
+        return False
+    c.runs += 1
+    env = dict(os.environ, PROGRAM=c.program, WORK=work)
+    p = subprocess.run(["unshare", "-n", "bash", "-c", AGENT_SCRIPT], env=env,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120)
+    if p.returncode != 0:
+        c.fail("agent", "the script failed (%d): %.400s" % (p.returncode, p.stderr.decode()))
+        return True
+    for n in range(1, 7):
+        with open(os.path.join(work, "show.%d" % n)) as f:
+            text = f.read()
+        if len(text.splitlines()) != 1:
+            c.fail("agent", "show view %d: %d lines, expected 1" % (n, len(text.splitlines())))
+            continue
+        c.document("agent: show view %d" % n, text, "show")
+    with open(os.path.join(work, "show.error")) as f:
+        c.document("agent: show error", f.read().strip(), "error")
+    return True
 
 
 class Checker:
@@ -542,15 +619,19 @@ def check_refusals(c, examples, work):
             c.refused("standard output full", ["run", default, "--json"], 1, stdout=full)
 
 
-def check_reached(c):
+def check_reached(c, agent):
     for what, kind, test in REACHED:
+        if kind == "show" and not agent:
+            continue
         if not any(test(d) for d in c.documents[kind]):
             c.fail("coverage", "no %s document shows %s" % (kind, what))
 
 
-def check_faults(c):
+def check_faults(c, agent):
     """The schema rejects each fault put into a real document."""
     for what, kind, put in FAULTS:
+        if kind == "show" and not agent:
+            continue
         for doc in c.documents[kind]:
             changed = copy.deepcopy(doc)
             if not put(changed):
@@ -575,8 +656,9 @@ def main():
         check_outputs(c, files)
         check_state_dirs(c, files, work)
         check_refusals(c, a.examples, work)
-    check_reached(c)
-    check_faults(c)
+        agent = check_agent(c, work)
+    check_reached(c, agent)
+    check_faults(c, agent)
 
     counts = ", ".join("%d %s" % (len(c.documents[k]), k) for k in KINDS)
     if c.failures:

@@ -80,14 +80,19 @@ protected:
    // Makes the programmer and its tables, as the agent does at start; the
    // fixture's checks run over those tables.
    void start() {
-      programmerIs(chipInfo, ledger, false);
+      tablesIs(false);
+      runLoop();
+   }
+
+   // The programmer, fresh or recovered from the chip's rows, and its tables.
+   void tablesIs(bool recover) {
+      programmerIs(chipInfo, ledger, recover);
       v4 = programmer->l3EgrL3Ipv4TunnelTable();
       v6 = programmer->l3EgrL3Ipv6TunnelTable();
       oif = programmer->l3TunnelEgrL3Oif1Table();
       intf = programmer->l3InterfaceTable();
       nh = programmer->l3TunnelIngL3NextHopTable();
       members = programmer->l3EcmpMember0Table();
-      runLoop();
    }
 
    HandlePtr program(std::initializer_list<L3TunnelOverlayViaEntry> vias) {

@@ -130,6 +130,13 @@ void Agent::chipStateLoad(const std::string& path) {
 
 void Agent::chipStateSave(const std::string& path) const { chip_->stateSave(path); }
 
+uint32_t Agent::rowsHeld() const {
+   uint32_t rows = 0;
+   for (const auto& name : chip_->tableNames())
+      if (auto hw = chip_->table(name, unit)) rows += hw->usedRows();
+   return rows;
+}
+
 // What the agent has before it loads the library.
 void Agent::softwareIs() {
    chipInfo_ = Brio::makePtr<MeridCentral::ChipInfo>();
@@ -157,6 +164,7 @@ void Agent::restart() {
    programmerDel();
    groups_.clear();
    groupVias_.clear();
+   groupNotes_.clear();
    settle();
    ledgerEm_ = nullptr;
    setup_.end();
@@ -188,6 +196,23 @@ void Agent::stepRun(const Step& step) {
          setup_.programmer->purgeStaleEntries();
          break;
    }
+}
+
+void Agent::underlayIs(const MeridL3Common::L3AdjIdKey& key, uint32_t wanted) {
+   setup_.underlay->entryIs(key, Asic::SwTableBase::success(), wanted);
+}
+
+void Agent::underlayDel(const MeridL3Common::L3AdjIdKey& key) { setup_.underlay->entryDel(key); }
+
+bool Agent::underlayHas(const MeridL3Common::L3AdjIdKey& key) const {
+   return setup_.underlay && setup_.underlay->entryHas(key);
+}
+
+void Agent::groupNoteIs(const std::string& group, GroupNote note) {
+   if (!note.reason && note.routes.empty())
+      groupNotes_.erase(group);
+   else
+      groupNotes_[group] = std::move(note);
 }
 
 void Agent::settle() { Brio::EventLoop::instance().runUntilIdle(); }

@@ -8,6 +8,7 @@
 // scenarios of one toggle setting only.
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,8 @@ public:
    // tables are not the size the scenario gives them.
    void chipStateLoad(const std::string& path);
    void chipStateSave(const std::string& path) const;
+   // Rows the chip holds, over all its tables.
+   uint32_t rowsHeld() const;
 
    // Sets the programmer up: a fresh start, or a recovery from the rows the
    // chip holds.
@@ -62,6 +65,22 @@ public:
    const std::map<std::string, Vias>& groupVias() const { return groupVias_; }
    bool commonIifOifIndex() const;
 
+   // The agent stands for the component owning the underlay group table: a
+   // group made again after a restart asks for the index it had (`wanted`).
+   void underlayIs(const MeridL3Common::L3AdjIdKey& key, uint32_t wanted);
+   void underlayDel(const MeridL3Common::L3AdjIdKey& key);
+   bool underlayHas(const MeridL3Common::L3AdjIdKey& key) const;
+
+   // Groups known to the agent that hold no block, with the reason, and the
+   // routes naming each group: what a kernel it follows says of them.
+   struct GroupNote {
+      std::optional<std::string> reason;
+      std::vector<std::string> routes;
+   };
+   const std::map<std::string, GroupNote>& groupNotes() const { return groupNotes_; }
+   void groupNoteIs(const std::string& group, GroupNote note);
+   void groupNoteDel(const std::string& group) { groupNotes_.erase(group); }
+
 private:
    void softwareIs();
    void programmerDel();
@@ -75,6 +94,7 @@ private:
    AgentSetup setup_;
    std::map<std::string, HandlePtr> groups_;
    std::map<std::string, Vias> groupVias_;
+   std::map<std::string, GroupNote> groupNotes_;
 };
 
 }  // namespace L3TunnelTool

@@ -31,7 +31,7 @@ struct Cell {
 
 const char* stateColour(std::string_view state) {
    if (state == "success") return green;
-   if (state == "noHwIndex" || state == "failedNeededEntry") return red;
+   if (state == "noHwIndex" || state == "failedNeededEntry" || state == notProgrammed) return red;
    if (state == "wontProgram" || state == "none") return dim;
    return yellow;
 }
@@ -207,6 +207,11 @@ std::string groupLine(const GroupView& g, const HumanStyle& style) {
 
 void groupPrint(std::ostream& os, const GroupView& g, const HumanStyle& style) {
    os << groupLine(g, style) << "\n";
+   if (!g.routes.empty()) {
+      os << "  routes:";
+      for (const auto& r : g.routes) os << " " << r;
+      os << "\n";
+   }
    if (g.reason) os << "  reason: " << coloured(printableText(*g.reason), red, style) << "\n";
    if (g.members.empty()) return;
    bool problems = false;
@@ -349,6 +354,41 @@ void humanPrint(std::ostream& os, const Snapshot& snapshot, const RunView& run, 
       os << "\n";
    }
    os << humanSummary(snapshot, run, elapsedMs) << "\n";
+}
+
+void humanShowPrint(std::ostream& os, const Snapshot& snapshot, const AgentView& agent,
+                    ShowView view, const MeridL3Tunnel::L3TunnelKey* tunnel,
+                    const HumanStyle& style) {
+   os << "agent " << agent.phase << ": " << agent.nexthops << " nexthops, " << agent.groups
+      << " nexthop groups, " << agent.routes << " routes; " << agent.changesApplied
+      << " changes applied, " << agent.resyncs << " resyncs; " << agent.hardwareWrites
+      << " hardware writes, " << agent.hardwareDeletes << " deletes since start\n";
+   if (agent.lastProblem)
+      os << coloured("last problem:", yellow, style) << " " << printableText(*agent.lastProblem)
+         << "\n";
+   os << "\n";
+   const bool tables = view == ShowView::all || view == ShowView::tables;
+   if (tables || view == ShowView::usage) {
+      for (const auto& w : snapshot.warnings())
+         os << coloured("warning:", yellow, style) << " " << w << "\n";
+      if (!snapshot.warnings().empty()) os << "\n";
+   }
+   if (view == ShowView::usage)
+      for (const auto& t : snapshot.tables())
+         os << heading(t.name, style) << ": " << usageText(t, style) << "\n";
+   if (tables)
+      for (const auto& t : snapshot.tables()) {
+         tablePrint(os, t, snapshot, style);
+         os << "\n";
+      }
+   if (view == ShowView::all || view == ShowView::groups) {
+      if (snapshot.groupNames().empty()) os << "no overlay groups\n";
+      for (uint32_t i = 0; i < snapshot.groupNames().size(); ++i) {
+         groupPrint(os, snapshot.group(i), style);
+         os << "\n";
+      }
+   }
+   if (view == ShowView::tunnel) humanTunnelPrint(os, snapshot, *tunnel, style);
 }
 
 void humanChangesPrint(std::ostream& os, const Snapshot& snapshot, ChangeTracker& changes,

@@ -25,6 +25,10 @@ void humanChangesPrint(std::ostream& os, const Snapshot& snapshot, ChangeTracker
 // One tunnel: its entry in each table of its chain and the groups using it.
 void humanTunnelPrint(std::ostream& os, const Snapshot& snapshot,
                       const MeridL3Tunnel::L3TunnelKey& key, const HumanStyle& style);
+// One view for `show`, after a line of the agent's counters.
+void humanShowPrint(std::ostream& os, const Snapshot& snapshot, const AgentView& agent,
+                    ShowView view, const MeridL3Tunnel::L3TunnelKey* tunnel,
+                    const HumanStyle& style);
 // "recovered N rows from DIR", or that DIR held no state; empty without one.
 std::string humanStart(const RunView& run);
 // The summary line alone, without its newline.

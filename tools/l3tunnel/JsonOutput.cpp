@@ -122,27 +122,35 @@ void groupJsonFields(JsonWriter& w, const GroupView& g) {
    w.key("members").arrayBegin();
    for (const auto& m : g.members) memberJson(w, m);
    w.arrayEnd();
+   if (!g.routes.empty()) {
+      w.key("routes").arrayBegin();
+      for (const auto& r : g.routes) w.value(r);
+      w.arrayEnd();
+   }
 }
 
-void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step) {
-   documentBegin(w, run, step);
-   warningsJson(w, s);
+namespace {
 
-   w.key("tables").objectBegin();
+void tablesJson(JsonWriter& w, const Snapshot& s, bool entries) {
+   w.key(entries ? "tables" : "usage").objectBegin();
    for (const auto& t : s.tables()) {
       w.key(t.name).objectBegin();
       usageJson(w, t.usage);
-      w.key("entries").arrayBegin();
-      t.entriesVisit([&](const EntryView& e) {
-         w.objectBegin();
-         entryJsonFields(w, e, t.kind, s);
-         w.objectEnd();
-      });
-      w.arrayEnd();
+      if (entries) {
+         w.key("entries").arrayBegin();
+         t.entriesVisit([&](const EntryView& e) {
+            w.objectBegin();
+            entryJsonFields(w, e, t.kind, s);
+            w.objectEnd();
+         });
+         w.arrayEnd();
+      }
       w.objectEnd();
    }
    w.objectEnd();
+}
 
+void hardwareJson(JsonWriter& w, const Snapshot& s) {
    w.key("hardware").objectBegin();
    for (const auto& h : s.hardware()) {
       w.key(h.name).arrayBegin();
@@ -152,7 +160,9 @@ void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, con
       w.arrayEnd();
    }
    w.objectEnd();
+}
 
+void groupsJson(JsonWriter& w, const Snapshot& s) {
    w.key("groups").objectBegin();
    for (uint32_t i = 0; i < s.groupNames().size(); ++i) {
       const GroupView g = s.group(i);
@@ -161,7 +171,9 @@ void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, con
       w.objectEnd();
    }
    w.objectEnd();
+}
 
+void statsJson(JsonWriter& w, const Snapshot& s) {
    w.key("stats").objectBegin();
    for (const auto& h : s.hardware()) {
       w.key(h.name).objectBegin();
@@ -170,6 +182,84 @@ void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, con
       w.objectEnd();
    }
    w.objectEnd();
+}
+
+void stateJson(JsonWriter& w, const Snapshot& s) {
+   warningsJson(w, s);
+   tablesJson(w, s, true);
+   hardwareJson(w, s);
+   groupsJson(w, s);
+   statsJson(w, s);
+}
+
+void tunnelJson(JsonWriter& w, const Snapshot& s, const MeridL3Tunnel::L3TunnelKey& key) {
+   w.key("tunnel").objectBegin();
+   w.key("srcIpAddr").value(key.srcIpAddr().stringValue());
+   w.key("dstIpAddr").value(key.dstIpAddr().stringValue());
+   w.key("chain").arrayBegin();
+   for (const auto& [table, e] : s.tunnelChain(key)) {
+      w.objectBegin();
+      w.key("table").value(table->name);
+      entryJsonFields(w, e, table->kind, s);
+      w.objectEnd();
+   }
+   w.arrayEnd();
+   w.key("groups").arrayBegin();
+   for (const auto& [name, slots] : s.tunnelGroups(key)) {
+      w.objectBegin().key("name").value(name).key("slots").arrayBegin();
+      for (const uint32_t slot : slots) w.value(slot);
+      w.arrayEnd().objectEnd();
+   }
+   w.arrayEnd();
+   w.objectEnd();
+}
+
+void agentJson(JsonWriter& w, const AgentView& a) {
+   w.key("agent").objectBegin();
+   w.key("phase").value(a.phase);
+   w.key("nexthops").value(a.nexthops);
+   w.key("groups").value(a.groups);
+   w.key("routes").value(a.routes);
+   w.key("changesApplied").value(a.changesApplied);
+   w.key("resyncs").value(a.resyncs);
+   w.key("hardwareWrites").value(a.hardwareWrites);
+   w.key("hardwareDeletes").value(a.hardwareDeletes);
+   w.key("lastProblem").value(a.lastProblem);
+   w.objectEnd();
+}
+
+}  // namespace
+
+void snapshotJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step) {
+   documentBegin(w, run, step);
+   stateJson(w, s);
+   w.objectEnd();
+   w.lineEnd();
+}
+
+void showJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const AgentView& agent,
+                   ShowView view, const MeridL3Tunnel::L3TunnelKey* tunnel) {
+   documentBegin(w, run, nullptr);
+   agentJson(w, agent);
+   switch (view) {
+      case ShowView::all:
+         stateJson(w, s);
+         break;
+      case ShowView::groups:
+         groupsJson(w, s);
+         break;
+      case ShowView::tables:
+         warningsJson(w, s);
+         tablesJson(w, s, true);
+         break;
+      case ShowView::usage:
+         warningsJson(w, s);
+         tablesJson(w, s, false);
+         break;
+      case ShowView::tunnel:
+         tunnelJson(w, s, *tunnel);
+         break;
+   }
    w.objectEnd();
    w.lineEnd();
 }
@@ -262,25 +352,7 @@ void changesJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, cons
 void tunnelJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step,
                      const MeridL3Tunnel::L3TunnelKey& key) {
    documentBegin(w, run, step);
-   w.key("tunnel").objectBegin();
-   w.key("srcIpAddr").value(key.srcIpAddr().stringValue());
-   w.key("dstIpAddr").value(key.dstIpAddr().stringValue());
-   w.key("chain").arrayBegin();
-   for (const auto& [table, e] : s.tunnelChain(key)) {
-      w.objectBegin();
-      w.key("table").value(table->name);
-      entryJsonFields(w, e, table->kind, s);
-      w.objectEnd();
-   }
-   w.arrayEnd();
-   w.key("groups").arrayBegin();
-   for (const auto& [name, slots] : s.tunnelGroups(key)) {
-      w.objectBegin().key("name").value(name).key("slots").arrayBegin();
-      for (const uint32_t slot : slots) w.value(slot);
-      w.arrayEnd().objectEnd();
-   }
-   w.arrayEnd();
-   w.objectEnd();
+   tunnelJson(w, s, key);
    w.objectEnd();
    w.lineEnd();
 }

@@ -2,6 +2,7 @@
 // The snapshot for programs, in the versioned format docs/l3tunnel-json.md
 // describes: one JSON object per document, on one line, written as it is
 // produced. Indices that do not exist are null, never 0.
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,10 @@ void changesJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, cons
 // One tunnel with its chain and the groups that use it.
 void tunnelJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const StepView* step,
                      const MeridL3Tunnel::L3TunnelKey& key);
+
+// One view of the state with the agent's counters; `tunnel` for ShowView::tunnel.
+void showJsonWrite(JsonWriter& w, const Snapshot& s, const RunView& run, const AgentView& agent,
+                   ShowView view, const MeridL3Tunnel::L3TunnelKey* tunnel);
 
 // The fields of one entry or one group, in an open object; the change
 // tracker compares these texts.

@@ -500,6 +500,10 @@ Snapshot::Snapshot(const Agent& agent) : agent_(agent) {
       groupNames_.push_back(group.first);
       groups_.push_back(&group);
    }
+   // Listed after the programmed ones, so that those keep the positions the
+   // chains give them.
+   for (const auto& [name, note] : agent.groupNotes())
+      if (note.reason && !agent.groups().count(name)) groupNames_.push_back(name);
    // The chains read the tables' usage when they explain a failure; they
    // are read only after the list is complete.
    chains_ = std::make_unique<Chains>(agent, tables_);
@@ -566,10 +570,17 @@ uint64_t Snapshot::members() const {
 }
 
 GroupView Snapshot::group(uint32_t position) const {
-   const auto* it = groups_.at(position);
-   const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*it->second);
    GroupView g;
-   g.name = it->first;
+   g.name = groupNames_.at(position);
+   const auto note = agent_.groupNotes().find(g.name);
+   if (note != agent_.groupNotes().end()) g.routes = note->second.routes;
+   if (position >= groups_.size()) {
+      g.state = notProgrammed;
+      g.reason = note->second.reason;
+      return g;
+   }
+   const auto* it = groups_[position];
+   const auto& block = static_cast<const L3EcmpMember0Table::EntryHandle&>(*it->second);
    g.state = stateName(block.entryState());
    g.base = indexOf(block.baseIndex());
    g.size = block.size();

@@ -132,6 +132,7 @@ struct MemberView {
 
 struct GroupView {
    std::string name;
+   // An entry state, or notProgrammed for a group listed without a block.
    std::string_view state;
    std::optional<uint32_t> base;
    uint32_t size = 0;
@@ -139,7 +140,10 @@ struct GroupView {
    // none when all is well.
    std::optional<std::string> reason;
    std::vector<MemberView> members;
+   // Routes naming the group, when the agent follows a kernel.
+   std::vector<std::string> routes;
 };
+inline constexpr std::string_view notProgrammed = "notProgrammed";
 
 // The run as a whole: where it started from and what it did to the chip.
 struct RunView {
@@ -152,6 +156,22 @@ struct RunView {
    uint64_t changedRows = 0;
 };
 
+// What `show` asks the running agent for.
+enum class ShowView : uint8_t { all, groups, tables, usage, tunnel };
+
+// The agent following a kernel: where it stands and what it has done.
+struct AgentView {
+   std::string_view phase;  // "syncing" or "following"
+   uint32_t nexthops = 0;   // kernel objects seen now
+   uint32_t groups = 0;
+   uint32_t routes = 0;
+   uint64_t changesApplied = 0;  // kernel changes applied since start
+   uint64_t resyncs = 0;
+   uint64_t hardwareWrites = 0;  // since this process started
+   uint64_t hardwareDeletes = 0;
+   std::optional<std::string> lastProblem;
+};
+
 class Snapshot {
 public:
    explicit Snapshot(const Agent& agent);
@@ -162,7 +182,8 @@ public:
    // In chain order: tunnels, interfaces, next hops, members.
    const std::vector<TableView>& tables() const { return tables_; }
    const std::vector<HardwareView>& hardware() const { return hardware_; }
-   // Group names in order; EntryView::groups point into this.
+   // Group names in order (those with a block first); EntryView::groups
+   // point into this.
    const std::vector<std::string>& groupNames() const { return groupNames_; }
    GroupView group(uint32_t position) const;
    // Members of all groups' blocks.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Agent.h"
+#include "AgentCommand.h"
 #include "Changes.h"
 #include "HumanOutput.h"
 #include "JsonOutput.h"
@@ -41,6 +42,10 @@ constexpr int exitFailure = 1;
 constexpr const char* usageLine =
     "usage: l3tunnel run SCENARIO.json [--json] [--each-step] [--changes] [--tunnel SRC,DST]\n"
     "                    [--state-dir DIR] [--trace SPEC]\n"
+    "       l3tunnel agent [--state-dir DIR] [--chip FILE.json] [--socket PATH]\n"
+    "                      [--default-ttl N] [--trace SPEC]\n"
+    "       l3tunnel show [--socket PATH] [--json] [all | groups | tables | usage | tunnel SRC "
+    "DST]\n"
     "       l3tunnel --help | --version\n";
 
 // The scenario size is in the text, so that the help says what the program does.
@@ -49,6 +54,10 @@ const std::string helpText =
     "Plays the forwarding agent on a simulated chip: sets the overlay ECMP programmer up,\n"
     "applies the scenario's steps (program, release, restart, reconcile) and prints the\n"
     "tables, the chip's rows and each group's member block.\n"
+    "\n"
+    "agent follows the kernel's IP-in-IP nexthops, nexthop groups and routes in this network\n"
+    "namespace until SIGTERM or SIGINT, saving the chip in DIR (default: no saving) and\n"
+    "answering show on PATH (default DIR/agent.sock, or ./agent.sock); see the README.\n"
     "\n"
     "  --json            print JSON for programs instead of text for people (one object;\n"
     "                    errors too, on standard error)\n"
@@ -220,15 +229,6 @@ double msSince(Clock::time_point start) {
    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// Rows the chip holds, over all its tables.
-uint32_t rowsHeld(const AsicSim::Chip& chip) {
-   uint32_t rows = 0;
-   for (const auto& name : chip.tableNames())
-      if (auto hw = chip.table(name, MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::tableUnit))
-         rows += hw->usedRows();
-   return rows;
-}
-
 // Prints what the options ask for, after a step or at the end of the run.
 class Report {
 public:
@@ -316,7 +316,7 @@ int run(const Options& o, StdOutput& out) {
          error(e.what(), stateDir->statePath());
          return exitBadInput;
       }
-      start.recoveredRows = rowsHeld(agent.chip());
+      start.recoveredRows = agent.rowsHeld();
    }
 
    const bool colour = !o.json && capableTerminal(STDOUT_FILENO) && !std::getenv("NO_COLOR");
@@ -367,6 +367,10 @@ int outputChecked(StdOutput& out, int exitCode) {
 }  // namespace
 
 int main(int argc, char** argv) {
+   if (argc > 1 && std::string_view(argv[1]) == "agent")
+      return L3TunnelTool::agentMain(argc - 1, argv + 1);
+   if (argc > 1 && std::string_view(argv[1]) == "show")
+      return L3TunnelTool::showMain(argc - 1, argv + 1);
    // A reader that goes away (| head) must not stop the run before the state
    // is saved: the write fails with EPIPE instead, and is reported.
    std::signal(SIGPIPE, SIG_IGN);

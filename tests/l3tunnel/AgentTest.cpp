@@ -1,0 +1,476 @@
+// End-to-end: the installed `l3tunnel agent` follows the kernel in a private
+// network namespace while iproute2 changes it; `l3tunnel show --json` says
+// what it holds.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Json = nlohmann::json;
+namespace fs = std::filesystem;
+
+const std::string program = L3TUNNEL_INSTALLED;
+
+// Runs a shell command; its exit status.
+int sh(const std::string& command) {
+   const int status = std::system(command.c_str());
+   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Standard output of a command, and its exit status.
+std::pair<std::string, int> capture(const std::string& command) {
+   std::string out;
+   FILE* p = popen(command.c_str(), "r");
+   if (!p) return {out, -1};
+   char buf[65536];
+   size_t n;
+   while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+   const int status = pclose(p);
+   return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+}
+
+// iproute2 commands, one per line, in one `ip -batch`.
+void ipBatch(const std::string& dir, const std::vector<std::string>& lines) {
+   const std::string file = dir + "/batch";
+   std::ofstream out(file);
+   for (const auto& l : lines) out << l << "\n";
+   out.close();
+   ASSERT_EQ(sh("ip -batch " + file), 0) << lines.front();
+}
+
+const std::vector<std::string> exampleSetUp = {
+    "nexthop add id 1 encap ip src 192.0.2.1 dst 198.51.100.1 ttl 64 via 172.16.0.2 dev veth0",
+    "nexthop add id 2 encap ip src 192.0.2.1 dst 198.51.100.2 ttl 64 via 172.16.0.2 dev veth0",
+    "nexthop add id 3 blackhole",
+    "nexthop add id 100 group 1,2/2,1",
+    "route add 10.1.0.0/16 nhid 100",
+    "route add 10.2.0.0/16 nexthop encap ip src 192.0.2.1 dst 198.51.100.3 via 172.16.0.2 dev "
+    "veth0 weight 3 nexthop encap ip src 192.0.2.1 dst 198.51.100.1 via 172.16.0.2 dev veth0",
+};
+
+bool has(const Json& s, const std::string& group) { return s["groups"].contains(group); }
+bool programmed(const Json& s, const std::string& group, uint32_t size) {
+   return has(s, group) && s["groups"][group]["state"] == "success" &&
+          s["groups"][group]["size"] == size && s["groups"][group]["reason"].is_null();
+}
+// The destinations of a group's members, slot by slot ("drop" for drops).
+std::vector<std::string> dsts(const Json& s, const std::string& group) {
+   std::vector<std::string> out;
+   for (const auto& m : s["groups"][group]["members"])
+      out.push_back(m["drop"].get<bool>() ? "drop" : m["dstIpAddr"].get<std::string>());
+   return out;
+}
+
+class Agent : public ::testing::Test {
+protected:
+   void SetUp() override {
+      if (unshare(CLONE_NEWNET) != 0) {
+         const std::string why = std::string("no private network namespace (unshare: ") +
+                                 std::strerror(errno) + "); run as root to test the agent";
+         const char* required = std::getenv("L3TUNNEL_REQUIRE_NETNS");
+         if (required && std::string(required) == "1") FAIL() << why;
+         GTEST_SKIP() << why;
+      }
+      char pattern[] = "/tmp/l3tunnel-agent-test-XXXXXX";
+      ASSERT_TRUE(mkdtemp(pattern));
+      dir_ = pattern;
+      state_ = dir_ + "/state";
+      ASSERT_EQ(sh("ip link set lo up && ip link add veth0 type veth peer name veth1 && "
+                   "ip link set veth0 up && ip link set veth1 up"),
+                0);
+      for (int i = 0; i < 200 && sh("ip link show veth0 | grep -q LOWER_UP") != 0; ++i)
+         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      ASSERT_EQ(sh("ip addr add 172.16.0.1/24 dev veth0 && ip neigh add 172.16.0.2 lladdr "
+                   "02:00:00:00:00:02 dev veth0 nud permanent"),
+                0);
+   }
+
+   void TearDown() override {
+      if (pid_ > 0) stop(SIGKILL);
+      if (!dir_.empty()) fs::remove_all(dir_);
+   }
+
+   void start(const std::vector<std::string>& extra = {}) {
+      std::vector<std::string> args = {program, "agent", "--state-dir", state_};
+      args.insert(args.end(), extra.begin(), extra.end());
+      pid_ = fork();
+      ASSERT_GE(pid_, 0);
+      if (pid_ == 0) {
+         const std::string log = dir_ + "/agent.log";
+         freopen(log.c_str(), "a", stderr);
+         std::vector<char*> argv;
+         for (auto& a : args) argv.push_back(a.data());
+         argv.push_back(nullptr);
+         execv(argv[0], argv.data());
+         _exit(127);
+      }
+      // Up once it answers and has finished its start-up sync.
+      waitFor([](const Json& s) { return s["agent"]["phase"] == "following"; }, "start");
+   }
+
+   // The agent's exit status after `sig`.
+   int stop(int sig = SIGTERM) {
+      kill(pid_, sig);
+      int status = 0;
+      waitpid(pid_, &status, 0);
+      pid_ = -1;
+      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+   }
+
+   Json show(const std::string& view = "all") {
+      auto [out, code] =
+          capture(program + " show --socket " + state_ + "/agent.sock --json " + view + " 2>&1");
+      if (code != 0) return Json();
+      return Json::parse(out, nullptr, false);
+   }
+
+   // Polls `show` until `ready` holds; fails the test with the last answer.
+   Json waitFor(const std::function<bool(const Json&)>& ready, const std::string& what) {
+      Json s;
+      for (int i = 0; i < 1000; ++i) {
+         s = show();
+         if (s.is_object() && s.contains("agent") && ready(s)) return s;
+         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
+      Json brief = s.is_object() ? Json{{"agent", s["agent"]}, {"groups", s["groups"]}} : s;
+      ADD_FAILURE() << "timed out waiting for " << what << "; last answer: " << brief.dump() << "\n"
+                    << capture("cat " + dir_ + "/agent.log").first;
+      return s;
+   }
+
+   std::string dir_;
+   std::string state_;
+   pid_t pid_ = -1;
+};
+
+TEST_F(Agent, TheExampleGivesWeightedGroupsRoutesAndCounts) {
+   ipBatch(dir_, exampleSetUp);
+   start();
+   const Json s = waitFor(
+       [](const Json& s) {
+          return programmed(s, "nhid:100", 3) && programmed(s, "route:10.2.0.0/16", 4);
+       },
+       "the example's groups");
+   EXPECT_EQ(dsts(s, "nhid:100"),
+             (std::vector<std::string>{"198.51.100.1", "198.51.100.1", "198.51.100.2"}));
+   EXPECT_EQ(
+       dsts(s, "route:10.2.0.0/16"),
+       (std::vector<std::string>{"198.51.100.3", "198.51.100.3", "198.51.100.3", "198.51.100.1"}));
+   EXPECT_EQ(s["groups"]["nhid:100"]["routes"], Json::array({"10.1.0.0/16"}));
+   EXPECT_EQ(s["groups"]["nhid:100"]["members"][0]["ttl"], 64);
+   EXPECT_EQ(s["groups"]["route:10.2.0.0/16"]["members"][0]["ttl"], 64) << "inherit: default";
+   const Json& a = s["agent"];
+   EXPECT_EQ(a["nexthops"], 3);
+   EXPECT_EQ(a["groups"], 1);
+   EXPECT_GE(a["routes"], 2);
+   EXPECT_TRUE(a["lastProblem"].is_null());
+   EXPECT_GT(a["hardwareWrites"], 0);
+   // Both groups run through the one neighbour: one underlay group.
+   EXPECT_EQ(s["groups"]["nhid:100"]["members"][0]["underlayIndex"],
+             s["groups"]["route:10.2.0.0/16"]["members"][0]["underlayIndex"]);
+
+   struct stat st {};
+   ASSERT_EQ(stat((state_ + "/agent.sock").c_str(), &st), 0);
+   EXPECT_EQ(st.st_mode & 0777, 0600u);
+   EXPECT_EQ(stop(), 0);
+   EXPECT_TRUE(fs::exists(state_ + "/chip.state"));
+}
+
+// Each change, made while the agent runs, and what the groups show after it.
+struct Change {
+   std::string name;
+   std::vector<std::string> commands;
+   std::function<bool(const Json&)> after;
+};
+
+void PrintTo(const Change& c, std::ostream* os) { *os << c.name; }
+
+class AgentChange : public Agent, public ::testing::WithParamInterface<Change> {};
+
+TEST_P(AgentChange, IsMirrored) {
+   ipBatch(dir_, exampleSetUp);
+   start();
+   waitFor([](const Json& s) { return programmed(s, "nhid:100", 3); }, "the example");
+   ipBatch(dir_, GetParam().commands);
+   const Json s = waitFor(GetParam().after, GetParam().name);
+   EXPECT_GT(s["agent"]["changesApplied"], 0);
+   EXPECT_EQ(s["agent"]["resyncs"], 0);
+}
+
+bool memberReasons(const Json& s, const std::string& group, const std::string& text) {
+   if (!s["groups"].contains(group)) return false;
+   for (const auto& m : s["groups"][group]["members"])
+      if (!m["reason"].is_string() ||
+          m["reason"].get<std::string>().find(text) == std::string::npos)
+         return false;
+   return !s["groups"][group]["members"].empty();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kernel, AgentChange,
+    ::testing::Values(
+        Change{"blackhole group",
+               {"nexthop add id 101 group 3"},
+               [](const Json& s) {
+                  return programmed(s, "nhid:101", 1) &&
+                         s["groups"]["nhid:101"]["members"][0]["drop"] == true;
+               }},
+        Change{"group replaced",
+               {"nexthop replace id 100 group 2/1"},
+               [](const Json& s) {
+                  return programmed(s, "nhid:100", 2) && programmed(s, "route:10.2.0.0/16", 4);
+               }},
+        Change{"member deleted",
+               {"nexthop del id 2"},
+               [](const Json& s) { return programmed(s, "nhid:100", 2); }},
+        Change{"group deleted",
+               {"route del 10.1.0.0/16", "nexthop del id 100"},
+               [](const Json& s) {
+                  return !has(s, "nhid:100") && programmed(s, "route:10.2.0.0/16", 4) &&
+                         s["agent"]["groups"] == 0;
+               }},
+        Change{"neighbour unresolved",
+               {"nexthop add id 5 encap ip src 192.0.2.1 dst 198.51.100.5 via 172.16.0.3 dev veth0",
+                "nexthop add id 105 group 5"},
+               [](const Json& s) {
+                  return memberReasons(s, "nhid:105", "not resolved") &&
+                         s["groups"]["nhid:105"]["members"][0]["underlayIndex"].is_null();
+               }},
+        Change{"neighbour resolved",
+               {"nexthop add id 5 encap ip src 192.0.2.1 dst 198.51.100.5 via 172.16.0.3 dev veth0",
+                "nexthop add id 105 group 5",
+                "neigh add 172.16.0.3 lladdr 02:00:00:00:00:03 dev veth0 nud permanent"},
+               [](const Json& s) {
+                  return programmed(s, "nhid:105", 1) &&
+                         s["groups"]["nhid:105"]["members"][0]["underlayIndex"].is_number();
+               }},
+        Change{"neighbour lost",
+               {"neigh del 172.16.0.2 dev veth0"},
+               [](const Json& s) {
+                  return memberReasons(s, "nhid:100", "not resolved") &&
+                         memberReasons(s, "route:10.2.0.0/16", "not resolved");
+               }},
+        Change{"device down",
+               {"link set veth0 down"},
+               [](const Json& s) {
+                  return !has(s, "nhid:100") && !has(s, "route:10.2.0.0/16") &&
+                         s["agent"]["nexthops"] == 1;
+               }},
+        Change{"routes sharing a via list",
+               {"route add 10.4.0.0/16 nexthop encap ip src 192.0.2.1 dst 198.51.100.3 via "
+                "172.16.0.2 dev veth0 weight 3 nexthop encap ip src 192.0.2.1 dst 198.51.100.1 "
+                "via 172.16.0.2 dev veth0",
+                "route add 10.5.0.0/16 encap ip src 192.0.2.1 dst 198.51.100.7 via 172.16.0.2 "
+                "dev veth0 table 100"},
+               [](const Json& s) {
+                  return programmed(s, "route:10.4.0.0/16", 4) &&
+                         s["groups"]["route:10.4.0.0/16"]["base"] ==
+                             s["groups"]["route:10.2.0.0/16"]["base"] &&
+                         programmed(s, "route:10.5.0.0/16@100", 1);
+               }},
+        Change{"non-tunnel group",
+               {"nexthop add id 4 via 172.16.0.2 dev veth0", "nexthop add id 104 group 1/4"},
+               [](const Json& s) {
+                  return has(s, "nhid:104") &&
+                         s["groups"]["nhid:104"]["state"] == "notProgrammed" &&
+                         s["groups"]["nhid:104"]["reason"].get<std::string>().find(
+                             "member nexthop 4 is not an IP-in-IP tunnel") != std::string::npos;
+               }},
+        Change{"no source address",
+               {"nexthop add id 6 encap ip dst 198.51.100.6 via 172.16.0.2 dev veth0",
+                "nexthop add id 106 group 6"},
+               [](const Json& s) {
+                  return has(s, "nhid:106") &&
+                         s["groups"]["nhid:106"]["state"] == "notProgrammed" &&
+                         s["groups"]["nhid:106"]["reason"].get<std::string>().find(
+                             "no source address") != std::string::npos;
+               }},
+        Change{"resilient group",
+               {"nexthop add id 107 group 1/2 type resilient buckets 8"},
+               [](const Json& s) { return programmed(s, "nhid:107", 8); }}),
+    [](const auto& info) {
+       std::string n = info.param.name;
+       for (char& c : n)
+          if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+       return n;
+    });
+
+// Indices of every member of every group, for comparing two runs.
+std::map<std::string, std::vector<Json>> indices(const Json& s) {
+   std::map<std::string, std::vector<Json>> out;
+   for (const auto& [name, g] : s["groups"].items()) {
+      out[name].push_back(g["base"]);
+      for (const auto& m : g["members"]) {
+         out[name].push_back(m["nextHopIndex"]);
+         out[name].push_back(m["interfaceIndex"]);
+         out[name].push_back(m["tunnelIndex"]);
+         out[name].push_back(m["underlayIndex"]);
+      }
+   }
+   return out;
+}
+
+TEST_F(Agent, ARestartWithNoChangeWritesNothingAndKeepsEveryIndex) {
+   ipBatch(dir_, exampleSetUp);
+   ipBatch(dir_, {"nexthop add id 5 encap ip src 192.0.2.1 dst 198.51.100.5 via 172.16.0.3 dev "
+                  "veth0",
+                  "neigh add 172.16.0.3 lladdr 02:00:00:00:00:03 dev veth0 nud permanent",
+                  "nexthop add id 105 group 5/1", "nexthop add id 101 group 3"});
+   start();
+   const Json before = waitFor(
+       [](const Json& s) { return programmed(s, "nhid:105", 2) && programmed(s, "nhid:101", 1); },
+       "the groups");
+   ASSERT_EQ(stop(), 0);
+   start();
+   const Json after = show();
+   EXPECT_EQ(after["agent"]["hardwareWrites"], 0);
+   EXPECT_EQ(after["agent"]["hardwareDeletes"], 0);
+   EXPECT_GT(after["run"]["recoveredRows"], 0);
+   EXPECT_EQ(indices(after), indices(before));
+   EXPECT_EQ(after["hardware"], before["hardware"]);
+}
+
+TEST_F(Agent, ChangesMadeWhileStoppedAreProgrammedAndPurgedAtStart) {
+   ipBatch(dir_, exampleSetUp);
+   start();
+   waitFor([](const Json& s) { return programmed(s, "route:10.2.0.0/16", 4); }, "the example");
+   ASSERT_EQ(stop(), 0);
+   ipBatch(dir_, {"route del 10.2.0.0/16", "nexthop replace id 100 group 2",
+                  "nexthop add id 101 group 3"});
+   start();
+   const Json s = show();
+   EXPECT_TRUE(programmed(s, "nhid:100", 1));
+   EXPECT_TRUE(programmed(s, "nhid:101", 1));
+   EXPECT_FALSE(has(s, "route:10.2.0.0/16"));
+   // Only the remaining groups' rows are left: 1 + 1 members.
+   EXPECT_EQ(s["tables"]["L3EcmpMember0Table"]["used"], 2);
+   EXPECT_EQ(s["tables"]["L3EgrL3Ipv4TunnelTable"]["used"], 1) << "198.51.100.2 only";
+}
+
+// The state of the groups without indices, which depend on the history.
+Json shape(const Json& s) {
+   Json out = Json::object();
+   for (const auto& [name, g] : s["groups"].items()) {
+      Json members = Json::array();
+      for (const auto& m : g["members"])
+         members.push_back({m["dstIpAddr"], m["drop"], m["reason"].is_null()});
+      out[name] = {g["state"], g["size"], members};
+   }
+   Json used = Json::object();
+   for (const auto& [name, t] : s["tables"].items()) used[name] = t["used"];
+   return {out, used};
+}
+
+TEST_F(Agent, AKillDuringABurstThenARestartEndsWhereACleanRunDoes) {
+   ipBatch(dir_, exampleSetUp);
+   start();
+   std::vector<std::string> burst;
+   for (int i = 0; i < 200; ++i) {
+      const std::string id = std::to_string(1000 + i);
+      burst.push_back("nexthop add id " + id + " encap ip src 192.0.2.1 dst 198.51.101." +
+                      std::to_string(i) + " via 172.16.0.2 dev veth0");
+      burst.push_back("nexthop add id " + std::to_string(5000 + i) + " group 1/" + id);
+      if (i % 3 == 0) burst.push_back("nexthop del id " + std::to_string(5000 + i));
+   }
+   const std::string file = dir_ + "/burst";
+   {
+      std::ofstream out(file);
+      for (const auto& l : burst) out << l << "\n";
+   }
+   const pid_t ip = fork();
+   if (ip == 0) {
+      execlp("ip", "ip", "-batch", file.c_str(), nullptr);
+      _exit(127);
+   }
+   std::this_thread::sleep_for(std::chrono::milliseconds(30));
+   EXPECT_EQ(stop(SIGKILL), 128 + SIGKILL);
+   int status = 0;
+   waitpid(ip, &status, 0);
+   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+   start();
+   const Json restarted =
+       waitFor([](const Json& s) { return s["agent"]["groups"] == 1 + 133; }, "the burst's groups");
+   const Json restartedShape = shape(restarted);
+   ASSERT_EQ(stop(), 0);
+   // A clean run over the same kernel state.
+   fs::remove_all(state_);
+   start();
+   EXPECT_EQ(shape(show()), restartedShape);
+}
+
+TEST_F(Agent, LostNotificationsAreRecoveredByDumpingAgain) {
+   start({"--netlink-buffer", "1"});
+   std::vector<std::string> lines;
+   for (int i = 0; i < 300; ++i)
+      lines.push_back("nexthop add id " + std::to_string(10 + i) + " encap ip src 192.0.2.1 dst " +
+                      "198.51.102." + std::to_string(i % 250) + " via 172.16.0.2 dev veth0");
+   for (int i = 0; i < 50; ++i)
+      lines.push_back("nexthop add id " + std::to_string(2000 + i) + " group " +
+                      std::to_string(10 + i) + "/" + std::to_string(60 + i));
+   // Stopped while the kernel talks, so that its tiny buffer surely overflows.
+   kill(pid_, SIGSTOP);
+   ipBatch(dir_, lines);
+   kill(pid_, SIGCONT);
+   const Json s = waitFor(
+       [](const Json& s) {
+          return s["agent"]["resyncs"] >= 1 && s["agent"]["groups"] == 50 &&
+                 s["groups"].size() == 50;
+       },
+       "a resync");
+   for (const auto& [name, g] : s["groups"].items()) EXPECT_EQ(g["state"], "success") << name;
+   EXPECT_NE(s["agent"]["lastProblem"].get<std::string>().find("dropped notifications"),
+             std::string::npos);
+}
+
+TEST_F(Agent, BadRequestsGetAnErrorAnswerAndTheAgentGoesOn) {
+   start();
+   const std::string path = state_ + "/agent.sock";
+   for (const std::string& request : std::vector<std::string>{
+            "nonsense\n", "json frobnicate\n", "json tunnel 1.2.3.4\n", "json groups extra\n",
+            "text tunnel 1.2.3.4 ::1\n", std::string(5000, 'x'), ""}) {
+      const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+      sockaddr_un a{};
+      a.sun_family = AF_UNIX;
+      std::strcpy(a.sun_path, path.c_str());
+      ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+      if (!request.empty()) {
+         ASSERT_GT(write(fd, request.data(), request.size()), 0);
+      }
+      shutdown(fd, SHUT_WR);
+      std::string reply;
+      char buf[4096];
+      ssize_t n;
+      while ((n = read(fd, buf, sizeof buf)) > 0) reply.append(buf, size_t(n));
+      close(fd);
+      EXPECT_EQ(reply.substr(0, 6), "error\n") << request.substr(0, 40);
+   }
+   EXPECT_EQ(show()["agent"]["phase"], "following");
+   // The program refuses a bad view before asking, with the usage.
+   const auto [out, code] = capture(program + " show --socket " + path + " frobnicate 2>&1");
+   EXPECT_EQ(code, 2);
+   EXPECT_NE(out.find("unknown view 'frobnicate'"), std::string::npos) << out;
+   const auto [text, textCode] = capture(program + " show --socket " + path + " groups");
+   EXPECT_EQ(textCode, 0);
+   EXPECT_NE(text.find("agent following:"), std::string::npos) << text;
+}
+
+}  // namespace

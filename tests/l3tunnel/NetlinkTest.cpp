@@ -1,0 +1,411 @@
+// The netlink reader against the kernel, each test in a network namespace of
+// its own: a dump, the notifications that follow, an overflow; and messages no
+// kernel sends.
+#include <gtest/gtest.h>
+#include <libmnl/libmnl.h>
+#include <linux/lwtunnel.h>
+#include <linux/neighbour.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Netlink.h"
+
+namespace {
+
+using namespace L3TunnelTool;
+using Events = std::vector<KernelEvent>;
+using Match = std::function<bool(const KernelEvent&)>;
+using Members = std::vector<KernelNexthop::Member>;
+
+bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+template <typename T>
+Match is(bool deleted, std::function<bool(const T&)> match) {
+   return [=](const KernelEvent& e) {
+      const T* o = std::get_if<T>(&e.object);
+      return o && e.deleted == deleted && match(*o);
+   };
+}
+
+bool any(const Events& events, const Match& match) {
+   return std::any_of(events.begin(), events.end(), match);
+}
+
+bool same(const Members& got, const Members& want) {
+   return std::equal(got.begin(), got.end(), want.begin(), want.end(),
+                     [](auto& a, auto& b) { return a.id == b.id && a.weight == b.weight; });
+}
+
+// Weight, gateway and encapsulation.
+std::string describe(const KernelPath& p) {
+   const char* kinds[] = {"", " ip ", " ip6 ", " other "};
+   std::string text = std::to_string(p.weight) + " via " + p.gateway.text();
+   if (p.encap.kind == KernelEncap::Kind::none) return text;
+   return text + kinds[static_cast<int>(p.encap.kind)] + p.encap.src.text() + ">" +
+          p.encap.dst.text() + " ttl " + std::to_string(p.encap.ttl);
+}
+
+class KernelNetlink : public ::testing::Test {
+protected:
+   void SetUp() override {
+      if (::unshare(CLONE_NEWNET) != 0) {
+         const std::string why =
+             std::string("no private network namespace (unshare: ") + std::strerror(errno) + ")";
+         const char* require = std::getenv("L3TUNNEL_REQUIRE_NETNS");
+         if (require && std::string(require) == "1") FAIL() << why;
+         GTEST_SKIP() << why;
+      }
+      ASSERT_TRUE(
+          run("ip link set lo up && ip link add veth0 type veth peer name veth1 && "
+              "ip link set veth0 up && ip link set veth1 up"));
+      for (int i = 0; !run("ip link show veth0 | grep -q LOWER_UP"); ++i) {
+         ASSERT_LT(i, 300) << "veth0 has no carrier";
+         ::usleep(10000);
+      }
+      const std::string via = " via 172.16.0.2 dev veth0";
+      const std::string encap = " encap ip src 192.0.2.1 dst 198.51.100.";
+      for (const std::string& command : std::vector<std::string>{
+               "ip addr add 172.16.0.1/24 dev veth0",
+               "ip -6 addr add 2001:db8::10/64 dev veth0 nodad",
+               "ip neigh add 172.16.0.2 lladdr 02:00:00:00:00:02 dev veth0 nud permanent",
+               "ip nexthop add id 1" + encap + "1 ttl 64" + via,
+               "ip nexthop add id 2" + encap + "2 ttl 64" + via,
+               "ip nexthop add id 3 blackhole",
+               "ip nexthop add id 100 group 1,2/2,1",
+               "ip nexthop add id 102 group 1/2 type resilient buckets 8",
+               "ip route add 10.1.0.0/16 nhid 100",
+               "ip route add 10.2.0.0/16 nexthop" + encap + "3" + via + " weight 3 nexthop" +
+                   encap + "1" + via,
+               // A table beyond rtm_table's byte.
+               "ip route add 10.3.0.0/16" + encap + "3" + via + " table 1000",
+               "ip route add 10.4.0.0/16 via inet6 2001:db8::3 dev veth0",
+               "ip -6 route add 2001:db8:5::/48 via 2001:db8::3 dev veth0 metric 7",
+           })
+         ASSERT_TRUE(run(command)) << command;
+      veth0_ = ::if_nametoindex("veth0");
+      // Not every kernel takes an IPv6 encapsulation on an IPv4 nexthop.
+      ip6Encap_ = run("ip nexthop add id 4 encap ip6 src 2001:db8::1 dst 2001:db8::2" + via +
+                      " 2>/dev/null");
+   }
+
+   // Reads notifications into `seen` until one matches or three seconds pass.
+   static bool waitFor(Netlink& nl, Events& seen, const Match& match) {
+      const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+      for (;;) {
+         if (any(seen, match)) return true;
+         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+             until - std::chrono::steady_clock::now());
+         if (left.count() <= 0) return false;
+         pollfd p{nl.fd(), POLLIN, 0};
+         ::poll(&p, 1, static_cast<int>(left.count()));
+         EXPECT_EQ(nl.read([&](KernelEvent&& e) { seen.push_back(std::move(e)); }),
+                   Netlink::ReadResult::drained);
+      }
+   }
+
+   uint32_t veth0_ = 0;
+   bool ip6Encap_ = false;
+};
+
+TEST_F(KernelNetlink, DumpGivesTheTablesInOrder) {
+   Netlink nl;
+   std::map<std::string, KernelLink> links;
+   std::map<std::string, KernelNeigh> neighs;
+   std::map<uint32_t, KernelNexthop> nexthops;
+   std::map<std::string, KernelRoute> routes;
+   size_t last = 0;
+   nl.dump([&](KernelEvent&& e) {
+      // Links, neighbours, single nexthops, groups, routes.
+      const auto* nh = std::get_if<KernelNexthop>(&e.object);
+      const size_t rank = e.object.index() * 2 + (nh && nh->isGroup());
+      EXPECT_LE(last, rank);
+      last = rank;
+      EXPECT_FALSE(e.deleted);
+      if (auto* l = std::get_if<KernelLink>(&e.object)) links[l->name] = *l;
+      if (auto* n = std::get_if<KernelNeigh>(&e.object)) neighs[n->addr.text()] = *n;
+      if (nh) nexthops[nh->id] = *nh;
+      if (auto* r = std::get_if<KernelRoute>(&e.object)) routes[r->dst.text()] = *r;
+   });
+
+   for (const char* name : {"lo", "veth0", "veth1"}) {
+      EXPECT_TRUE(links[name].up) << name;
+      EXPECT_EQ(links[name].ifindex, ::if_nametoindex(name)) << name;
+   }
+   EXPECT_EQ(neighs["172.16.0.2"].ifindex, veth0_);
+   EXPECT_TRUE(neighs["172.16.0.2"].hasLladdr);
+   EXPECT_EQ(neighs["172.16.0.2"].state, NUD_PERMANENT);
+
+   const std::string tunnel = " via 172.16.0.2 ip 192.0.2.1>198.51.100.";
+   const std::pair<uint32_t, std::string> tunnels[] = {
+       {1, "1" + tunnel + "1 ttl 64"},
+       {2, "1" + tunnel + "2 ttl 64"},
+       {4, "1 via 172.16.0.2 ip6 2001:db8::1>2001:db8::2 ttl 0"}};
+   for (const auto& [id, path] : tunnels) {
+      if (id == 4 && !ip6Encap_) continue;
+      EXPECT_EQ(describe(nexthops[id].path), path);
+      EXPECT_EQ(nexthops[id].path.ifindex, veth0_);
+   }
+   EXPECT_TRUE(nexthops[3].blackhole);
+   EXPECT_TRUE(same(nexthops[100].group, {{1, 2}, {2, 1}}));
+   EXPECT_FALSE(nexthops[100].resilient);
+   EXPECT_TRUE(nexthops[102].resilient);
+   EXPECT_TRUE(same(nexthops[102].buckets, {{1, 4}, {2, 4}}));
+
+   const struct {
+      const char* dst;
+      uint8_t prefixLen;
+      uint32_t table, nhid, priority;
+      std::vector<std::string> paths;  // unchecked with a nhid: the kernel may add them
+   } want[] = {
+       {"10.1.0.0", 16, RT_TABLE_MAIN, 100, 0, {}},
+       {"10.2.0.0", 16, RT_TABLE_MAIN, 0, 0, {"3" + tunnel + "3 ttl 0", "1" + tunnel + "1 ttl 0"}},
+       {"10.3.0.0", 16, 1000, 0, 0, {"1" + tunnel + "3 ttl 0"}},
+       {"10.4.0.0", 16, RT_TABLE_MAIN, 0, 0, {"1 via 2001:db8::3"}},
+       {"2001:db8:5::", 48, RT_TABLE_MAIN, 0, 7, {"1 via 2001:db8::3"}},
+   };
+   for (const auto& w : want) {
+      const KernelRoute& r = routes[w.dst];
+      EXPECT_EQ(r.prefixLen, w.prefixLen) << w.dst;
+      EXPECT_EQ(r.table, w.table) << w.dst;
+      EXPECT_EQ(r.nhid, w.nhid) << w.dst;
+      EXPECT_EQ(r.priority, w.priority) << w.dst;
+      EXPECT_EQ(r.type, RTN_UNICAST) << w.dst;
+      if (w.nhid) continue;
+      std::vector<std::string> paths;
+      for (const auto& p : r.paths) {
+         paths.push_back(describe(p));
+         EXPECT_EQ(p.ifindex, veth0_) << w.dst;
+      }
+      EXPECT_EQ(paths, w.paths) << w.dst;
+   }
+}
+
+TEST_F(KernelNetlink, NotificationsFollowTheChanges) {
+   Netlink nl;
+   // Traffic through every bucket of group 102, so that none is idle.
+   ASSERT_TRUE(run("ip route add 10.7.0.0/16 nhid 102"));
+   const int udp = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+   ASSERT_GE(udp, 0);
+   for (uint32_t i = 0; i < 512; ++i) {
+      sockaddr_in to{};
+      to.sin_family = AF_INET;
+      to.sin_port = htons(9);
+      to.sin_addr.s_addr = htonl(0x0a070000 | i);
+      (void)::sendto(udp, "", 0, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+   }
+   ::close(udp);
+
+   using Nh = KernelNexthop;
+   const struct {
+      const char* command;  // null: what follows the one before
+      Match expect;
+   } steps[] = {
+       {"ip nexthop replace id 100 group 1",
+        is<Nh>(false,
+               [](auto& n) {
+                  return n.id == 100 && same(n.group, {{1, 1}});
+               })},
+       // Busy buckets stay where they are until the unbalanced timer moves
+       // them, 6 and 2 of 8 for 3:1, which only bucket notifications tell.
+       {"ip nexthop replace id 102 group 1,3/2 type resilient unbalanced_timer 1",
+        is<Nh>(false,
+               [](auto& n) {
+                  return n.id == 102 && n.resilient && same(n.group, {{1, 3}, {2, 1}}) &&
+                         same(n.buckets, {{1, 4}, {2, 4}});
+               })},
+       {nullptr, is<Nh>(false,
+                        [](auto& n) {
+                           return n.id == 102 && same(n.buckets, {{1, 6}, {2, 2}});
+                        })},
+       {"ip nexthop del id 2", is<Nh>(true, [](auto& n) { return n.id == 2; })},
+       {"ip neigh add 172.16.0.9 lladdr 02:00:00:00:00:09 dev veth0 nud permanent",
+        is<KernelNeigh>(false,
+                        [&](auto& n) {
+                           return n.addr.text() == "172.16.0.9" && n.hasLladdr &&
+                                  n.ifindex == veth0_;
+                        })},
+       {"ip neigh del 172.16.0.9 dev veth0",
+        is<KernelNeigh>(true, [](auto& n) { return n.addr.text() == "172.16.0.9"; })},
+       // The peer going down takes veth0's carrier.
+       {"ip link set veth1 down",
+        is<KernelLink>(false, [](auto& l) { return l.name == "veth0" && !l.up; })},
+   };
+   for (const auto& s : steps) {
+      Events seen;
+      if (s.command) {
+         ASSERT_TRUE(run(s.command)) << s.command;
+      }
+      EXPECT_TRUE(waitFor(nl, seen, s.expect))
+          << (s.command ? s.command : "(later)") << ": no such event among " << seen.size();
+   }
+}
+
+TEST_F(KernelNetlink, LostNotificationsAreReported) {
+   const struct {
+      uint32_t receiveBuffer, nexthops;
+      Netlink::ReadResult result;
+   } cases[] = {{1, 300, Netlink::ReadResult::overflowed}, {0, 50, Netlink::ReadResult::drained}};
+   for (const auto& c : cases) {
+      Netlink nl(c.receiveBuffer);
+      const std::string last = std::to_string(1000 + c.nexthops);
+      ASSERT_TRUE(run("for i in $(seq 1001 " + last +
+                      "); do echo nexthop replace id $i blackhole; done | ip -batch -"));
+      uint32_t count = 0;
+      EXPECT_EQ(nl.read([&](KernelEvent&&) { ++count; }), c.result) << c.receiveBuffer;
+      EXPECT_TRUE(c.result == Netlink::ReadResult::overflowed || count == c.nexthops);
+      // The socket reads on after an overflow.
+      EXPECT_EQ(nl.read([](KernelEvent&&) {}), Netlink::ReadResult::drained);
+      ASSERT_TRUE(run("ip nexthop del id " + last));
+      Events seen;
+      EXPECT_TRUE(waitFor(
+          nl, seen, is<KernelNexthop>(true, [&](auto& n) { return n.id == 1000 + c.nexthops; })))
+          << c.receiveBuffer;
+   }
+}
+
+// A message cut to `len` bytes in a buffer of no more (rounded to a word), so
+// that a read past it is one past the allocation.
+std::vector<uint32_t> cut(const nlmsghdr* nlh, uint32_t len) {
+   std::vector<uint32_t> copy((std::max<uint32_t>(len, NLMSG_HDRLEN) + 3) / 4);
+   std::memcpy(copy.data(), nlh, std::min(len, nlh->nlmsg_len));
+   reinterpret_cast<nlmsghdr*>(copy.data())->nlmsg_len = len;
+   return copy;
+}
+std::optional<KernelEvent> parse(const std::vector<uint32_t>& bytes) {
+   return kernelEventParse(reinterpret_cast<const nlmsghdr*>(bytes.data()));
+}
+
+TEST(KernelEventParse, MultipathCutShort) {
+   // Two IP-in-IP paths, the second through an IPv6 gateway (RTA_VIA).
+   alignas(4) uint8_t buffer[256] = {};
+   nlmsghdr* nlh = mnl_nlmsg_put_header(buffer);
+   nlh->nlmsg_type = RTM_NEWROUTE;
+   static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(rtmsg)))->rtm_family = AF_INET;
+   mnl_attr_put_u32(nlh, RTA_DST, htonl(0x0a020000));
+   nlattr* mp = mnl_attr_nest_start(nlh, RTA_MULTIPATH);
+   uint32_t first = 0;
+   for (uint8_t hops : {2, 0}) {
+      auto* rtnh = static_cast<rtnexthop*>(mnl_nlmsg_get_payload_tail(nlh));
+      nlh->nlmsg_len += sizeof(rtnexthop);
+      *rtnh = rtnexthop{0, 0, hops, 5};
+      uint8_t via[18] = {AF_INET6, 0, 0x20, 0x01, 0x0d, 0xb8};
+      via[17] = 3;
+      if (hops)
+         mnl_attr_put_u32(nlh, RTA_GATEWAY, htonl(0xac100002));
+      else
+         mnl_attr_put(nlh, RTA_VIA, sizeof via, via);
+      mnl_attr_put_u16(nlh, RTA_ENCAP_TYPE, LWTUNNEL_ENCAP_IP);
+      nlattr* encap = mnl_attr_nest_start(nlh, RTA_ENCAP);
+      mnl_attr_put_u32(nlh, LWTUNNEL_IP_DST, htonl(0xc6336400 | hops));
+      mnl_attr_nest_end(nlh, encap);
+      rtnh->rtnh_len =
+          static_cast<uint16_t>(static_cast<uint8_t*>(mnl_nlmsg_get_payload_tail(nlh)) -
+                                reinterpret_cast<uint8_t*>(rtnh));
+      first = first ? first : rtnh->rtnh_len;
+   }
+   mnl_attr_nest_end(nlh, mp);
+   const uint32_t mpAt = static_cast<uint32_t>(reinterpret_cast<uint8_t*>(mp) - buffer);
+   const uint32_t mpLen = nlh->nlmsg_len - mpAt - NLA_HDRLEN;
+
+   // The message cut anywhere: an attribute running past its end is dropped.
+   for (uint32_t len = 0; len <= nlh->nlmsg_len; ++len) {
+      const auto event = parse(cut(nlh, len));
+      ASSERT_EQ(event.has_value(), len >= NLMSG_HDRLEN + sizeof(rtmsg)) << len;
+      if (!event) continue;
+      const auto& r = std::get<KernelRoute>(event->object);
+      EXPECT_EQ(r.dst.text(), len >= mpAt ? "10.2.0.0" : "") << len;
+      EXPECT_EQ(r.paths.size(), len == nlh->nlmsg_len ? 2u : 0u) << len;
+   }
+   // RTA_MULTIPATH cut within: the entries it holds whole, no more.
+   for (uint32_t len = 0; len <= mpLen; ++len) {
+      auto bytes = cut(nlh, mpAt + NLA_HDRLEN + len);
+      reinterpret_cast<nlattr*>(reinterpret_cast<uint8_t*>(bytes.data()) + mpAt)->nla_len =
+          static_cast<uint16_t>(NLA_HDRLEN + len);
+      const auto event = parse(bytes);
+      ASSERT_TRUE(event) << len;
+      const auto& paths = std::get<KernelRoute>(event->object).paths;
+      ASSERT_EQ(paths.size(), len == mpLen ? 2u : len >= first ? 1u : 0u) << len;
+      if (paths.size() > 0) {
+         EXPECT_EQ(paths[0].weight, 3u);
+         EXPECT_EQ(paths[0].gateway.text(), "172.16.0.2");
+         EXPECT_EQ(paths[0].encap.dst.text(), "198.51.100.2");
+      }
+      if (paths.size() > 1) {
+         EXPECT_EQ(paths[1].weight, 1u);
+         EXPECT_EQ(paths[1].gateway.text(), "2001:db8::3");
+         EXPECT_EQ(paths[1].ifindex, 5u);
+      }
+   }
+}
+
+TEST(KernelEventParse, MalformedMessages) {
+   using Nh = KernelNexthop;
+   // Each a message of `type` with header `family` and then one attribute.
+   const struct {
+      const char* what;
+      uint16_t type;
+      uint8_t family;
+      uint16_t attr;
+      std::vector<uint8_t> payload;
+      std::function<bool(const std::optional<KernelEvent>&)> check;
+   } cases[] = {
+       {"bridge port", RTM_DELLINK, AF_BRIDGE, 0, {}, [](auto& e) { return !e; }},
+       {"fdb entry", RTM_NEWNEIGH, AF_BRIDGE, NDA_DST, {10, 0, 0, 1}, [](auto& e) { return !e; }},
+       {"nexthop id of two bytes",
+        RTM_NEWNEXTHOP,
+        AF_INET,
+        NHA_ID,
+        {1, 0},
+        [](auto& e) { return !e; }},
+       {"group of a partial entry",
+        RTM_NEWNEXTHOP,
+        AF_UNSPEC,
+        NHA_GROUP,
+        {1, 0, 0, 0, 0, 0, 0},
+        [](auto& e) { return e && !std::get<Nh>(e->object).isGroup(); }},
+       {"16-bit weight",
+        RTM_NEWNEXTHOP,
+        AF_UNSPEC,
+        NHA_GROUP,
+        {1, 0, 0, 0, 0x2b, 0x01, 0, 0},
+        [](auto& e) { return e && std::get<Nh>(e->object).group[0].weight == 300; }},
+       {"IPv6 gateway on an IPv4 nexthop", RTM_NEWNEXTHOP, AF_INET, NHA_GATEWAY,
+        std::vector<uint8_t>(16, 1),
+        [](auto& e) { return e && !std::get<Nh>(e->object).path.gateway.valid(); }},
+       {"via shorter than its family's address",
+        RTM_NEWROUTE,
+        AF_INET,
+        RTA_VIA,
+        {AF_INET6, 0, 1, 2, 3, 4},
+        [](auto& e) { return e && !std::get<KernelRoute>(e->object).paths.at(0).gateway.valid(); }},
+   };
+   for (const auto& c : cases) {
+      alignas(4) uint8_t buffer[128] = {};
+      nlmsghdr* nlh = mnl_nlmsg_put_header(buffer);
+      nlh->nlmsg_type = c.type;
+      // Every family header starts with its family.
+      const size_t header = c.type == RTM_DELLINK      ? sizeof(ifinfomsg)
+                            : c.type == RTM_NEWNEXTHOP ? sizeof(nhmsg)
+                                                       : sizeof(rtmsg);
+      *static_cast<uint8_t*>(mnl_nlmsg_put_extra_header(nlh, header)) = c.family;
+      if (c.type == RTM_DELLINK) reinterpret_cast<ifinfomsg*>(buffer + NLMSG_HDRLEN)->ifi_index = 3;
+      if (c.type == RTM_NEWNEXTHOP && c.attr != NHA_ID) mnl_attr_put_u32(nlh, NHA_ID, 7);
+      if (c.attr) mnl_attr_put(nlh, c.attr, c.payload.size(), c.payload.data());
+      EXPECT_TRUE(c.check(parse(cut(nlh, nlh->nlmsg_len)))) << c.what;
+   }
+}
+
+}  // namespace
