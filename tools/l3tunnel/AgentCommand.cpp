@@ -145,8 +145,9 @@ int agentMain(int argc, char** argv) {
          return fail(e.what(), exitBadInput);
       }
       if (!config.chip.steps.empty() || !config.chip.underlay.empty())
-         return fail(*chipFile + ": the agent takes chip and toggles from it, not steps or underlay",
-                     exitBadInput);
+         return fail(
+             *chipFile + ": the agent takes chip and toggles from it, not steps or underlay",
+             exitBadInput);
    }
 
    // Signals are read from a descriptor, so the loop sees them between requests.

@@ -99,9 +99,11 @@ ShowRequest showRequestOf(const std::vector<std::string>& words) {
    r.format = words[0];
    const std::string view = words.size() > 1 ? words[1] : "all";
    size_t expected = 2;
-   static const std::pair<std::string_view, ShowView> views[] = {
-       {"all", ShowView::all},     {"groups", ShowView::groups}, {"tables", ShowView::tables},
-       {"usage", ShowView::usage}, {"tunnel", ShowView::tunnel}};
+   static const std::pair<std::string_view, ShowView> views[] = {{"all", ShowView::all},
+                                                                 {"groups", ShowView::groups},
+                                                                 {"tables", ShowView::tables},
+                                                                 {"usage", ShowView::usage},
+                                                                 {"tunnel", ShowView::tunnel}};
    const auto* v = std::find_if(std::begin(views), std::end(views),
                                 [&](const auto& p) { return p.first == view; });
    if (v == std::end(views))
@@ -141,8 +143,7 @@ public:
    }
 };
 
-AgentDaemon::AgentDaemon(const AgentConfig& config)
-    : config_(config), io_(std::make_unique<Io>()) {
+AgentDaemon::AgentDaemon(const AgentConfig& config) : config_(config), io_(std::make_unique<Io>()) {
    bool recover = false;
    if (config_.stateDir) {
       try {
@@ -236,7 +237,8 @@ int AgentDaemon::saveWaitMs() const {
 bool AgentDaemon::step(int timeoutMs, int wakeFd) {
    const int saveWait = saveWaitMs();
    if (saveWait >= 0 && (timeoutMs < 0 || saveWait < timeoutMs)) timeoutMs = saveWait;
-   pollfd fds[3] = {{io_->netlink->fd(), POLLIN, 0}, {io_->listenFd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
+   pollfd fds[3] = {
+       {io_->netlink->fd(), POLLIN, 0}, {io_->listenFd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
    if (poll(fds, wakeFd >= 0 ? 3 : 2, timeoutMs) < 0 && errno != EINTR)
       throw AgentError(errnoText("poll"), 1);
    if (fds[0].revents) {
