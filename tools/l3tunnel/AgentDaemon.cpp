@@ -191,7 +191,8 @@ void AgentDaemon::start() {
    const std::string ids = ids_.text();
    follower_->dumpBegin(false);
    io_->netlink->dump([&](KernelEvent&& e) { follower_->apply(e); });
-   follower_->dumpEnd(true);
+   serveWaiting();
+   follower_->dumpEnd(true, [this] { serveWaiting(); });
    // A restart that changed nothing leaves the saved state as it is.
    const RunView run = Snapshot(*agent_).run(start_);
    if (run.hardwareWrites || run.hardwareDeletes || !start_.recoveredRows || ids != ids_.text())
@@ -203,7 +204,7 @@ void AgentDaemon::start() {
 void AgentDaemon::dumpAgain(bool lost) {
    follower_->dumpBegin(lost);
    io_->netlink->dump([&](KernelEvent&& e) { follower_->apply(e); });
-   follower_->dumpEnd(false);
+   follower_->dumpEnd(false, [this] { serveWaiting(); });
 }
 
 void AgentDaemon::save() {
@@ -261,38 +262,43 @@ bool AgentDaemon::step(int timeoutMs, int wakeFd) {
       agent_->settle();
       if (follower_->changedTake()) unsaved_ = true;
    }
-   if (fds[1].revents) {
-      const int fd = accept4(io_->listenFd, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd >= 0) {
-         // One request line, one answer; a client that sends nothing in time
-         // is answered with an error.
-         const timeval timeout{2, 0};
-         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-         const timeval sendTimeout{10, 0};
-         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof sendTimeout);
-         std::string line;
-         char buf[512];
-         while (line.find('\n') == std::string::npos && line.size() <= maxRequest) {
-            const ssize_t n = recv(fd, buf, sizeof buf, 0);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) break;
-            line.append(buf, size_t(n));
-         }
-         const size_t eol = line.find('\n');
-         std::string reply;
-         if (eol > maxRequest && line.size() > maxRequest)
-            reply = "error\na request is one line of at most " + std::to_string(maxRequest) +
-                    " bytes\n";
-         else if (eol == std::string::npos)
-            reply = "error\na request is one line ending in a newline\n";
-         else
-            reply = answer(std::string_view(line).substr(0, eol));
-         sendAll(fd, reply);
-         close(fd);
-      }
-   }
+   if (fds[1].revents) serveWaiting();
    if (unsaved_ && saveWaitMs() == 0) save();
    return wakeFd >= 0 && fds[2].revents;
+}
+
+void AgentDaemon::serveWaiting() {
+   for (;;) {
+      const int fd = accept4(io_->listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+      if (fd < 0) return;
+      serve(fd);
+      close(fd);
+   }
+}
+
+// One request line, one answer; a client that sends nothing in time is
+// answered with an error.
+void AgentDaemon::serve(int fd) {
+   const timeval timeout{2, 0};
+   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+   const timeval sendTimeout{10, 0};
+   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof sendTimeout);
+   std::string line;
+   char buf[512];
+   while (line.find('\n') == std::string::npos && line.size() <= maxRequest) {
+      const ssize_t n = recv(fd, buf, sizeof buf, 0);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      line.append(buf, size_t(n));
+   }
+   const size_t eol = line.find('\n');
+   if (line.size() > maxRequest && eol > maxRequest)
+      sendAll(fd,
+              "error\na request is one line of at most " + std::to_string(maxRequest) + " bytes\n");
+   else if (eol == std::string::npos)
+      sendAll(fd, "error\na request is one line ending in a newline\n");
+   else
+      sendAll(fd, answer(std::string_view(line).substr(0, eol)));
 }
 
 void AgentDaemon::finish() {

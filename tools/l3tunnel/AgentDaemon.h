@@ -82,6 +82,9 @@ private:
    class Io;
    void save();
    void dumpAgain(bool lost);
+   // Answers the clients waiting on the socket, without waiting for more.
+   void serveWaiting();
+   void serve(int fd);
    int saveWaitMs() const;
 
    AgentConfig config_;

@@ -15,9 +15,8 @@ void KernelFollower::apply(const KernelEvent& e) {
    if (!syncing_) ++changesApplied_;
 }
 
-void KernelFollower::dumpEnd(bool startup) {
-   syncing_ = false;
-   flush();
+void KernelFollower::dumpEnd(bool startup, const std::function<void()>& meanwhile) {
+   program(meanwhile);
    if (startup) {
       agent_.settle();
       Step reconcile;
@@ -25,6 +24,7 @@ void KernelFollower::dumpEnd(bool startup) {
       agent_.stepRun(reconcile);
       agent_.settle();
    }
+   syncing_ = false;
    started_ = true;
 }
 
@@ -51,7 +51,12 @@ std::set<Adjacency> KernelFollower::usedAdjacencies() const {
 }
 
 void KernelFollower::flush() {
-   if (syncing_) return;
+   if (!syncing_) program({});
+}
+
+void KernelFollower::program(const std::function<void()>& meanwhile) {
+   constexpr uint32_t groupsBetweenCalls = 256;
+   uint32_t sinceCall = 0;
    std::set<Adjacency> adjacencies = mirror_.dirtyAdjacenciesTake();
    std::map<std::string, std::optional<OverlayGroup>> wanted;
    std::set<Adjacency> wantedAdjacencies;
@@ -118,6 +123,11 @@ void KernelFollower::flush() {
       agent_.stepRun(step);
       adjacencyUsersIs(name, g->adjacencies);
       changed_ = true;
+      if (meanwhile && ++sinceCall == groupsBetweenCalls) {
+         sinceCall = 0;
+         agent_.settle();
+         meanwhile();
+      }
    }
    // Underlay groups nobody uses any more.
    for (const auto& a : adjacencies) {

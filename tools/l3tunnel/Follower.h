@@ -14,6 +14,7 @@
 // makes them where they were. Groups using an adjacency whose group came or
 // went are programmed again: their members name it.
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -35,9 +36,11 @@ public:
    // Programs the groups the events since the last flush changed; releases
    // the ones the kernel no longer has.
    void flush();
-   // Ends a dump: flushes, and after the start-up dump runs the reconcile
-   // that purges rows found on the chip that no group claimed.
-   void dumpEnd(bool startup);
+   // Ends a dump: programs what it found, and after the start-up dump runs
+   // the reconcile that purges rows found on the chip that no group claimed.
+   // The phase stays syncing until then; `meanwhile` is called every few
+   // groups, so that the caller can answer who asks.
+   void dumpEnd(bool startup, const std::function<void()>& meanwhile = {});
 
    std::string_view phase() const { return syncing_ ? "syncing" : "following"; }
    const KernelMirror& mirror() const { return mirror_; }
@@ -50,6 +53,7 @@ public:
    bool changedTake() { return std::exchange(changed_, false); }
 
 private:
+   void program(const std::function<void()>& meanwhile);
    void adjacencyUsersIs(const std::string& name, const std::vector<Adjacency>& adjacencies);
 
    Agent& agent_;
