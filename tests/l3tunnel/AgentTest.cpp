@@ -293,6 +293,21 @@ INSTANTIATE_TEST_SUITE_P(
                          s["groups"]["nhid:106"]["reason"].get<std::string>().find(
                              "no source address") != std::string::npos;
                }},
+        Change{"a route using one tunnel nexthop",
+               {"route add 10.6.0.0/16 nhid 1"},
+               [](const Json& s) {
+                  return programmed(s, "nhid:1", 1) &&
+                         s["groups"]["nhid:1"]["routes"] == Json::array({"10.6.0.0/16"});
+               }},
+        Change{"IPv6 tunnel",
+               {"nexthop add id 8 encap ip6 src 2001:db8::1 dst 2001:db8::2 hoplimit 9 via "
+                "172.16.0.2 dev veth0",
+                "nexthop add id 108 group 8/1"},
+               [](const Json& s) {
+                  return programmed(s, "nhid:108", 2) &&
+                         s["groups"]["nhid:108"]["members"][0]["srcIpAddr"] == "2001:db8::1" &&
+                         s["groups"]["nhid:108"]["members"][0]["ttl"] == 9;
+               }},
         Change{"resilient group",
                {"nexthop add id 107 group 1/2 type resilient buckets 8"},
                [](const Json& s) { return programmed(s, "nhid:107", 8); }}),
