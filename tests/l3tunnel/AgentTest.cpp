@@ -376,6 +376,31 @@ TEST_F(Agent, AGroupFollowsItsNeighbourBeingResolvedAndLost) {
            "a failed neighbour");
 }
 
+TEST_F(Agent, RefusalsAtStartSayWhyInOneLine) {
+   std::ofstream(dir_ + "/steps.json") << R"({"steps": [{"op": "reconcile"}]})";
+   std::ofstream(dir_ + "/bad.json") << R"({"chip": {"tableSizes": {"Nope": 4}}})";
+   start();
+   const struct {
+      std::string args;
+      int code;
+      std::string says;
+   } cases[] = {
+       {"--default-ttl 0", 2, "--default-ttl: '0' is not a number from 1 to 255"},
+       {"--chip " + dir_ + "/steps.json", 2, "the agent takes chip and toggles from it"},
+       {"--chip " + dir_ + "/bad.json", 2, "Nope"},
+       {"--state-dir " + state_, 1, "holds this state directory"},
+       {"--socket " + state_ + "/agent.sock", 1, "another agent answers on this socket"},
+       {"extra", 2, "agent: unexpected argument 'extra'"},
+   };
+   for (const auto& c : cases) {
+      const auto [out, code] = capture(program + " agent " + c.args + " 2>&1");
+      EXPECT_EQ(code, c.code) << c.args << ": " << out;
+      EXPECT_NE(out.find(c.says), std::string::npos) << c.args << ": " << out;
+      EXPECT_EQ(out.find("l3tunnel agent: "), 0u) << out;
+   }
+   EXPECT_EQ(show()["agent"]["phase"], "following");
+}
+
 // Indices of every member of every group, for comparing two runs.
 std::map<std::string, std::vector<Json>> indices(const Json& s) {
    std::map<std::string, std::vector<Json>> out;

@@ -37,6 +37,27 @@ constexpr const char* showUsage =
     "usage: l3tunnel show [--socket PATH] [--json] [all | groups | tables | usage | tunnel SRC "
     "DST]\n";
 
+constexpr const char* agentHelp =
+    "\n"
+    "Follows the kernel's IP-in-IP nexthops, nexthop groups and routes in this network\n"
+    "namespace and programs them on the simulated chip, until SIGTERM or SIGINT.\n"
+    "\n"
+    "  --state-dir DIR   recover the chip from DIR/chip.state and save it there (with\n"
+    "                    DIR/adjacencies.json); one agent or run at a time holds DIR\n"
+    "  --chip FILE.json  the chip and toggles, as a scenario gives them\n"
+    "  --socket PATH     where show asks (default DIR/agent.sock, or ./agent.sock)\n"
+    "  --default-ttl N   the TTL of an encapsulation that inherits it (default 64)\n"
+    "  --trace SPEC      text trace, as in L3TUNNEL_TRACE\n"
+    "\n"
+    "Exit codes: 0 stopped by a signal, 1 failure (the state directory or the socket is\n"
+    "held, netlink cannot be read), 2 bad chip file, state or usage.\n";
+constexpr const char* showHelp =
+    "\n"
+    "Asks the running agent for one view: all (the default), groups, tables, usage, or\n"
+    "one tunnel. --json prints one document of the versioned format with an agent object.\n"
+    "--state-dir DIR means --socket DIR/agent.sock.\n"
+    "Exit codes: 0 answered, 1 no agent answers or it refused the request, 2 usage.\n";
+
 struct UsageError {
    std::string what;
 };
@@ -104,9 +125,19 @@ std::string socketPathOf(const std::optional<std::string>& socket,
    return (stateDir ? *stateDir + "/" : std::string()) + std::string(socketName);
 }
 
+bool helpAsked(int argc, char** argv) {
+   for (int i = 1; i < argc; ++i)
+      if (std::string_view(argv[i]) == "--help" || std::string_view(argv[i]) == "-h") return true;
+   return false;
+}
+
 }  // namespace
 
 int agentMain(int argc, char** argv) {
+   if (helpAsked(argc, argv)) {
+      std::cout << agentUsage << agentHelp;
+      return 0;
+   }
    AgentConfig config;
    std::optional<std::string> chipFile, socket, trace;
    try {
@@ -175,6 +206,10 @@ int agentMain(int argc, char** argv) {
 }
 
 int showMain(int argc, char** argv) {
+   if (helpAsked(argc, argv)) {
+      std::cout << showUsage << showHelp;
+      return 0;
+   }
    std::string socketPath;
    std::string request;
    bool json = false;
