@@ -3,11 +3,10 @@
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,9 +17,12 @@
 #include <vector>
 
 #include "AgentDaemon.h"
+#include "CommandLine.h"
 #include "JsonOutput.h"
 #include "Orb/Trace.h"
+#include "Output.h"
 #include "Scenario.h"
+#include "UnixSocket.h"
 
 namespace L3TunnelTool {
 
@@ -58,86 +60,17 @@ constexpr const char* showHelp =
     "--state-dir DIR means --socket DIR/agent.sock.\n"
     "Exit codes: 0 answered, 1 no agent answers or it refused the request, 2 usage.\n";
 
-struct UsageError {
-   std::string what;
-};
-
-// Options of the form --name VALUE or --name=VALUE; the rest is positional.
-struct Args {
-   std::vector<std::pair<std::string, std::string>> values;
-   std::vector<std::string> flags;
-   std::vector<std::string> positional;
-};
-
-Args argsRead(int argc, char** argv, std::initializer_list<std::string_view> valued,
-              std::initializer_list<std::string_view> flags) {
-   Args a;
-   for (int i = 1; i < argc; ++i) {
-      const std::string_view arg = argv[i];
-      if (arg.size() < 2 || arg[0] != '-') {
-         a.positional.emplace_back(arg);
-         continue;
-      }
-      bool matched = false;
-      for (const auto name : valued) {
-         if (arg == name) {
-            if (i + 1 >= argc) throw UsageError{std::string(name) + " needs a value"};
-            a.values.emplace_back(name, argv[++i]);
-         } else if (arg.starts_with(name) && arg.size() > name.size() && arg[name.size()] == '=') {
-            a.values.emplace_back(name, arg.substr(name.size() + 1));
-         } else {
-            continue;
-         }
-         matched = true;
-         break;
-      }
-      for (const auto name : flags)
-         if (!matched && arg == name) {
-            a.flags.emplace_back(name);
-            matched = true;
-         }
-      if (!matched) throw UsageError{"unknown option '" + std::string(arg) + "'"};
-   }
-   return a;
-}
-
-std::optional<std::string> valueOf(const Args& a, std::string_view name) {
-   std::optional<std::string> v;
-   for (const auto& [n, value] : a.values)
-      if (n == name) v = value;
-   return v;
-}
-
-uint32_t numberOf(const std::string& text, std::string_view name, uint32_t min, uint32_t max) {
-   uint32_t n = 0;
-   const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
-   if (ec != std::errc() || end != text.data() + text.size() || n < min || n > max)
-      throw UsageError{std::string(name) + ": '" + text + "' is not a number from " +
-                       std::to_string(min) + " to " + std::to_string(max)};
-   return n;
-}
-
-std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
-
 std::string socketPathOf(const std::optional<std::string>& socket,
                          const std::optional<std::string>& stateDir) {
    if (socket) return *socket;
    return (stateDir ? *stateDir + "/" : std::string()) + std::string(socketName);
 }
 
-bool helpAsked(int argc, char** argv) {
-   for (int i = 1; i < argc; ++i)
-      if (std::string_view(argv[i]) == "--help" || std::string_view(argv[i]) == "-h") return true;
-   return false;
-}
-
 }  // namespace
 
 int agentMain(int argc, char** argv) {
-   if (helpAsked(argc, argv)) {
-      std::cout << agentUsage << agentHelp;
-      return 0;
-   }
+   // A client that goes away mid-answer fails that write, not the agent.
+   std::signal(SIGPIPE, SIG_IGN);
    AgentConfig config;
    std::optional<std::string> chipFile, socket, trace;
    try {
@@ -145,15 +78,19 @@ int agentMain(int argc, char** argv) {
           argc, argv,
           {"--state-dir", "--chip", "--socket", "--default-ttl", "--trace", "--netlink-buffer"},
           {});
+      if (a.stop) {
+         std::cout << agentUsage << agentHelp;
+         return 0;
+      }
       if (!a.positional.empty())
          throw UsageError{"agent: unexpected argument '" + a.positional[0] + "'"};
-      config.stateDir = valueOf(a, "--state-dir");
-      chipFile = valueOf(a, "--chip");
-      socket = valueOf(a, "--socket");
-      trace = valueOf(a, "--trace");
-      if (auto t = valueOf(a, "--default-ttl"))
+      config.stateDir = a.value("--state-dir");
+      chipFile = a.value("--chip");
+      socket = a.value("--socket");
+      trace = a.value("--trace");
+      if (auto t = a.value("--default-ttl"))
          config.defaultTtl = numberOf(*t, "--default-ttl", 1, 255);
-      if (auto b = valueOf(a, "--netlink-buffer"))
+      if (auto b = a.value("--netlink-buffer"))
          config.receiveBuffer = numberOf(*b, "--netlink-buffer", 1, 1u << 30);
       if (config.stateDir && config.stateDir->empty())
          throw UsageError{"--state-dir needs a directory"};
@@ -206,22 +143,19 @@ int agentMain(int argc, char** argv) {
 }
 
 int showMain(int argc, char** argv) {
-   if (helpAsked(argc, argv)) {
-      std::cout << showUsage << showHelp;
-      return 0;
-   }
    std::string socketPath;
    std::string request;
    bool json = false;
    try {
       const Args a = argsRead(argc, argv, {"--socket", "--state-dir"}, {"--json"});
-      json = !a.flags.empty();
-      socketPath = socketPathOf(valueOf(a, "--socket"), valueOf(a, "--state-dir"));
-      std::vector<std::string> words = {json ? "json" : "text"};
-      if (!json && isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR")) {
-         const char* term = std::getenv("TERM");
-         if (term && *term && std::strcmp(term, "dumb") != 0) words[0] = "colour";
+      if (a.stop) {
+         std::cout << showUsage << showHelp;
+         return 0;
       }
+      json = a.flag("--json");
+      socketPath = socketPathOf(a.value("--socket"), a.value("--state-dir"));
+      const bool colour = !json && capableTerminal(STDOUT_FILENO) && !std::getenv("NO_COLOR");
+      std::vector<std::string> words = {json ? "json" : colour ? "colour" : "text"};
       words.insert(words.end(), a.positional.begin(), a.positional.end());
       try {
          showRequestOf(words);  // refused here already, with the usage
@@ -244,46 +178,46 @@ int showMain(int argc, char** argv) {
          std::cerr << "l3tunnel show: " << what << std::endl;
       return exitFailure;
    };
+   const auto address = unixAddress(socketPath);
+   if (!address) return fail("socket path '" + socketPath + "' is too long");
    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
    if (fd < 0) return fail(errnoText("socket"));
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   if (socketPath.size() >= sizeof address.sun_path) {
-      close(fd);
-      return fail("socket path '" + socketPath + "' is too long");
-   }
-   std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
-   if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+   if (connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
       const std::string what = errnoText("no agent answers on " + socketPath);
       close(fd);
       return fail(what);
    }
-   for (std::string_view rest = request; !rest.empty();) {
-      const ssize_t n = send(fd, rest.data(), rest.size(), MSG_NOSIGNAL);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      rest.remove_prefix(size_t(n));
-   }
-   std::string reply;
+   sendAll(fd, request);
+   // The status line, then the output passed on as it comes (a whole state
+   // can be large); an error's text is kept for the message.
+   std::string status, error;
+   bool statusRead = false;
    char buf[65536];
    for (;;) {
       const ssize_t n = recv(fd, buf, sizeof buf, 0);
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) break;
-      reply.append(buf, size_t(n));
+      std::string_view data(buf, size_t(n));
+      if (!statusRead) {
+         const size_t eol = data.find('\n');
+         status.append(data.substr(0, eol));
+         if (eol == std::string_view::npos) continue;
+         statusRead = true;
+         data.remove_prefix(eol + 1);
+      }
+      if (status == "ok")
+         std::cout.write(data.data(), std::streamsize(data.size()));
+      else
+         error.append(data);
    }
    close(fd);
-   const size_t eol = reply.find('\n');
-   const std::string status = reply.substr(0, eol);
-   const std::string body = eol == std::string::npos ? std::string() : reply.substr(eol + 1);
-   if (status == "ok") {
-      std::cout << body << std::flush;
+   if (statusRead && status == "ok") {
+      std::cout.flush();
       return std::cout ? 0 : exitFailure;
    }
-   if (status == "error") {
-      std::string what = body;
-      while (!what.empty() && what.back() == '\n') what.pop_back();
-      return fail("the agent refused the request: " + what);
+   if (statusRead && status == "error") {
+      while (!error.empty() && error.back() == '\n') error.pop_back();
+      return fail("the agent refused the request: " + error);
    }
    return fail("the agent's answer was cut short");
 }

@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,11 +13,14 @@
 #include <iostream>
 #include <sstream>
 
+#include "CommandLine.h"
 #include "HumanOutput.h"
 #include "JsonOutput.h"
 #include "JsonWriter.h"
 #include "Netlink.h"
+#include "Output.h"
 #include "StateDir.h"
+#include "UnixSocket.h"
 
 namespace L3TunnelTool {
 
@@ -27,21 +29,10 @@ namespace {
 constexpr std::string_view adjacencyFile = "adjacencies.json";
 constexpr size_t maxRequest = 4096;
 
-std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
-
-sockaddr_un addressOf(const std::string& path) {
-   sockaddr_un a{};
-   a.sun_family = AF_UNIX;
-   if (path.size() >= sizeof a.sun_path)
-      throw AgentError("socket path '" + path + "' is longer than " +
-                           std::to_string(sizeof a.sun_path - 1) + " bytes",
-                       2);
-   std::memcpy(a.sun_path, path.data(), path.size());
-   return a;
-}
-
 int listenOn(const std::string& path) {
-   const sockaddr_un address = addressOf(path);
+   const auto found = unixAddress(path);
+   if (!found) throw AgentError("socket path '" + path + "' is too long", 2);
+   const sockaddr_un& address = *found;
    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
    if (fd < 0) throw AgentError(errnoText("socket"), 1);
    // A socket file nobody answers on is left from an agent that died.
@@ -64,16 +55,6 @@ int listenOn(const std::string& path) {
       throw AgentError(what, 1);
    }
    return fd;
-}
-
-// Sends all of `data`, or gives up when the peer stops reading.
-void sendAll(int fd, std::string_view data) {
-   while (!data.empty()) {
-      const ssize_t n = send(fd, data.data(), data.size(), MSG_NOSIGNAL);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return;
-      data.remove_prefix(size_t(n));
-   }
 }
 
 }  // namespace
@@ -292,13 +273,15 @@ void AgentDaemon::serve(int fd) {
       line.append(buf, size_t(n));
    }
    const size_t eol = line.find('\n');
+   // Written as it is made: a whole state can be large.
+   StdOutput out(fd);
    if (line.size() > maxRequest && eol > maxRequest)
-      sendAll(fd,
-              "error\na request is one line of at most " + std::to_string(maxRequest) + " bytes\n");
+      out << "error\na request is one line of at most " << maxRequest << " bytes\n";
    else if (eol == std::string::npos)
-      sendAll(fd, "error\na request is one line ending in a newline\n");
+      out << "error\na request is one line ending in a newline\n";
    else
-      sendAll(fd, answer(std::string_view(line).substr(0, eol)));
+      answer(std::string_view(line).substr(0, eol), out);
+   out.finish();
 }
 
 void AgentDaemon::finish() {
@@ -307,14 +290,14 @@ void AgentDaemon::finish() {
    save();
 }
 
-std::string AgentDaemon::answer(std::string_view line) const {
+void AgentDaemon::answer(std::string_view line, std::ostream& out) const {
    ShowRequest r;
    try {
       r = showRequestOf(wordsOf(line));
    } catch (const std::invalid_argument& e) {
-      return std::string("error\n") + e.what() + "\n";
+      out << "error\n" << e.what() << "\n";
+      return;
    }
-   std::ostringstream out;
    out << "ok\n";
    const Snapshot s(*agent_);
    const RunView run = s.run(start_);
@@ -335,7 +318,6 @@ std::string AgentDaemon::answer(std::string_view line) const {
    } else {
       humanShowPrint(out, s, a, r.view, key, HumanStyle{r.format == "colour"});
    }
-   return out.str();
 }
 
 }  // namespace L3TunnelTool

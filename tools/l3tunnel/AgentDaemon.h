@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -72,7 +73,7 @@ public:
 
    // The answer to one request line: "ok\n" and the output, or "error\n"
    // and why.
-   std::string answer(std::string_view line) const;
+   void answer(std::string_view line, std::ostream& out) const;
 
    const Agent& agent() const { return *agent_; }
    const KernelFollower& follower() const { return *follower_; }

@@ -66,6 +66,10 @@ void KernelFollower::program(const std::function<void()>& meanwhile) {
       wanted.emplace(name, std::move(g));
    }
    adjacencies.insert(wantedAdjacencies.begin(), wantedAdjacencies.end());
+   // And those the changing groups use now, which may lose their last user.
+   for (const auto& [name, g] : wanted)
+      if (auto had = groupAdjacencies_.find(name); had != groupAdjacencies_.end())
+         adjacencies.insert(had->second.begin(), had->second.end());
    // Whether groups will use the adjacency once this batch is in.
    auto usedAfter = [&](const Adjacency& a) {
       if (wantedAdjacencies.count(a)) return true;

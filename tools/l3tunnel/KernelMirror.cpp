@@ -246,44 +246,39 @@ bool KernelMirror::overlayRoute(const KernelRoute& r) const {
                                      [](const KernelPath& p) { return isIpInIp(p.encap); });
 }
 
+// The group a route belongs to: the nexthop it names, or itself when it
+// carries IP-in-IP encapsulation inline; none for a plain route.
+std::optional<std::string> KernelMirror::groupOf(const KernelRoute& r) const {
+   if (r.nhid) return nhidName(r.nhid);
+   if (overlayRoute(r)) return std::string(routePrefix) + routeName(r);
+   return std::nullopt;
+}
+
 void KernelMirror::routeApply(const KernelRoute& r, bool deleted) {
    if (r.type != RTN_UNICAST) return;
    const RouteKey key{r.family, r.table, r.dst, r.prefixLen, r.tos, r.priority};
-   auto forget = [&](const KernelRoute& old) {
-      std::string name;
-      if (old.nhid)
-         name = nhidName(old.nhid);
-      else if (overlayRoute(old))
-         name = std::string(routePrefix) + routeName(old);
-      else
-         return;
-      dirty_.insert(name);
-      auto of = routesOf_.find(name);
-      if (of == routesOf_.end()) return;
-      of->second.erase(key);
-      if (of->second.empty()) routesOf_.erase(of);
-   };
    if (auto it = routes_.find(key); it != routes_.end()) {
-      forget(it->second);
+      if (const auto name = groupOf(it->second)) {
+         dirty_.insert(*name);
+         auto of = routesOf_.find(*name);
+         if (of != routesOf_.end() && of->second.erase(key) && of->second.empty())
+            routesOf_.erase(of);
+      }
       if (deleted) routes_.erase(it);
    }
    if (deleted) return;
+   const auto name = groupOf(r);
    KernelRoute& stored = routes_[key];
    stored = r;
-   std::string name;
-   if (stored.nhid) {
-      name = nhidName(stored.nhid);
-      stored.paths.clear();  // the kernel expands the nexthop's paths too
+   // Only a route group's own paths are read again; the kernel expands a
+   // named nexthop's paths too, and plain routes are only counted.
+   if (!name || r.nhid) {
+      stored.paths.clear();
       stored.paths.shrink_to_fit();
-   } else if (overlayRoute(stored)) {
-      name = std::string(routePrefix) + routeName(stored);
-   } else {
-      stored.paths.clear();  // plain routes are only counted
-      stored.paths.shrink_to_fit();
-      return;
    }
-   dirty_.insert(name);
-   routesOf_[name].insert(key);
+   if (!name) return;
+   dirty_.insert(*name);
+   routesOf_[*name].insert(key);
 }
 
 std::optional<std::string> KernelMirror::viaOf(const KernelPath& p, uint32_t weight,

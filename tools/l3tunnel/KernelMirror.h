@@ -126,6 +126,7 @@ private:
    std::optional<std::string> viaOf(const KernelPath& p, uint32_t weight, const std::string& what,
                                     OverlayGroup& g);
    bool overlayRoute(const KernelRoute& r) const;
+   std::optional<std::string> groupOf(const KernelRoute& r) const;
 
    uint32_t defaultTtl_;
    AdjacencyIds& ids_;

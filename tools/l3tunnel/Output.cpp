@@ -3,16 +3,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 namespace L3TunnelTool {
 
-StdOutput::Buf::Buf() : buffer_(size_t(1) << 16) {
+StdOutput::Buf::Buf(int fd) : buffer_(size_t(1) << 16), fd_(fd) {
    setp(buffer_.data(), buffer_.data() + buffer_.size());
 }
 
 void StdOutput::Buf::write(const char* data, size_t size) {
    while (size > 0 && error_ == 0) {
-      const ssize_t n = ::write(STDOUT_FILENO, data, size);
+      const ssize_t n = ::write(fd_, data, size);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
          error_ = errno;
@@ -58,13 +60,18 @@ bool StdOutput::Buf::finish() {
    finished_ = true;
    sync();
    // A file system may report a failed write only when the file is closed.
-   // Closing a duplicate tells as much and leaves descriptor 1 taken, so that
-   // no file opened later becomes standard output.
+   // Closing a duplicate tells as much and leaves the descriptor taken, so
+   // that no file opened later becomes standard output.
    if (error_ == 0) {
-      const int copy = ::dup(STDOUT_FILENO);
+      const int copy = ::dup(fd_);
       if (copy >= 0 && ::close(copy) != 0) error_ = errno;
    }
    return error_ == 0;
+}
+
+bool capableTerminal(int fd) {
+   const char* term = std::getenv("TERM");
+   return isatty(fd) == 1 && term && *term && std::strcmp(term, "dumb") != 0;
 }
 
 }  // namespace L3TunnelTool

@@ -8,9 +8,13 @@
 
 namespace L3TunnelTool {
 
+// A terminal that takes escape sequences: TERM names one ("dumb" takes none).
+bool capableTerminal(int fd);
+
 class StdOutput : public std::ostream {
 public:
-   StdOutput() : std::ostream(&buf_) {}
+   // Standard output, or the descriptor given (an agent's client).
+   explicit StdOutput(int fd = 1) : std::ostream(&buf_), buf_(fd) {}
    ~StdOutput() override { buf_.finish(); }
    StdOutput(const StdOutput&) = delete;
    StdOutput& operator=(const StdOutput&) = delete;
@@ -24,7 +28,7 @@ public:
 private:
    class Buf : public std::streambuf {
    public:
-      Buf();
+      explicit Buf(int fd);
       bool finish();
       int error() const { return error_; }
 
@@ -35,6 +39,7 @@ private:
       void write(const char* data, size_t size);
 
       std::vector<char> buffer_;
+      int fd_;
       int error_ = 0;
       bool finished_ = false;
    };

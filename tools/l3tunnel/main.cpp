@@ -18,6 +18,7 @@
 #include "Agent.h"
 #include "AgentCommand.h"
 #include "Changes.h"
+#include "CommandLine.h"
 #include "HumanOutput.h"
 #include "JsonOutput.h"
 #include "JsonWriter.h"
@@ -88,10 +89,6 @@ struct Options {
    std::optional<MeridL3Tunnel::L3TunnelKey> tunnel;
 };
 
-struct UsageError {
-   std::string what;
-};
-
 // Errors go to standard error as one line, or with --json as one object.
 bool jsonErrors = false;
 
@@ -128,57 +125,23 @@ MeridL3Tunnel::L3TunnelKey tunnelOf(const std::string& text) {
 // Options may come before or after the file; "--" ends them.
 std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int& exitCode) {
    Options o;
-   std::vector<std::string> positional;
-   bool optionsDone = false;
-   for (int i = 1; i < argc; ++i) {
-      const std::string_view arg = argv[i];
-      if (optionsDone || arg.empty() || arg[0] != '-' || arg == "-") {
-         positional.emplace_back(arg);
-         continue;
-      }
-      if (arg == "--") {
-         optionsDone = true;
-         continue;
-      }
-      if (arg == "--help" || arg == "-h") {
-         out << usageLine << helpText;
-         exitCode = 0;
-         return std::nullopt;
-      }
-      if (arg == "--version") {
+   const Args a = argsRead(argc, argv, {"--state-dir", "--trace", "--tunnel"},
+                           {"--json", "--each-step", "--changes"}, {"--help", "-h", "--version"});
+   if (a.stop) {
+      if (*a.stop == "--version")
          out << "l3tunnel " << L3TUNNEL_VERSION << "\n";
-         exitCode = 0;
-         return std::nullopt;
-      }
-      if (arg == "--json") {
-         o.json = true;
-         continue;
-      }
-      if (arg == "--each-step") {
-         o.eachStep = true;
-         continue;
-      }
-      if (arg == "--changes") {
-         o.changes = true;
-         continue;
-      }
-      bool matched = false;
-      for (auto [name, target] : {std::pair{std::string_view("--state-dir"), &o.stateDir},
-                                  std::pair{std::string_view("--trace"), &o.trace},
-                                  std::pair{std::string_view("--tunnel"), &o.tunnelText}}) {
-         if (arg == name) {
-            if (i + 1 >= argc) throw UsageError{std::string(name) + " needs a value"};
-            *target = argv[++i];
-         } else if (arg.starts_with(name) && arg.size() > name.size() && arg[name.size()] == '=') {
-            *target = std::string(arg.substr(name.size() + 1));
-         } else {
-            continue;
-         }
-         matched = true;
-         break;
-      }
-      if (!matched) throw UsageError{"unknown option '" + std::string(arg) + "'"};
+      else
+         out << usageLine << helpText;
+      exitCode = 0;
+      return std::nullopt;
    }
+   o.json = a.flag("--json");
+   o.eachStep = a.flag("--each-step");
+   o.changes = a.flag("--changes");
+   o.stateDir = a.value("--state-dir");
+   o.trace = a.value("--trace");
+   o.tunnelText = a.value("--tunnel");
+   const std::vector<std::string>& positional = a.positional;
    if (positional.empty()) throw UsageError{"missing command"};
    if (positional[0] != "run") throw UsageError{"unknown command '" + positional[0] + "'"};
    if (positional.size() < 2) throw UsageError{"run: missing scenario file"};
@@ -188,12 +151,6 @@ std::optional<Options> optionsRead(int argc, char** argv, std::ostream& out, int
    if (o.tunnel && o.changes) throw UsageError{"--tunnel and --changes do not go together"};
    o.file = positional[1];
    return o;
-}
-
-// A terminal that takes escape sequences: TERM names one ("dumb" takes none).
-bool capableTerminal(int fd) {
-   const char* term = std::getenv("TERM");
-   return isatty(fd) == 1 && term && *term && std::strcmp(term, "dumb") != 0;
 }
 
 // Shown on a terminal once a run has taken long enough to be worth it.
