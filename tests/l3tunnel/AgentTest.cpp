@@ -360,7 +360,9 @@ TEST_F(Agent, AGroupFollowsItsNeighbourBeingResolvedAndLost) {
                   "nexthop add id 105 group 5"});
    waitFor(
        [](const Json& s) {
-          return memberReasons(s, "nhid:105", "underlay adjacency 1 not resolved") &&
+          return memberReasons(s, "nhid:105",
+                               "underlay adjacency 1 (172.16.0.3 dev veth0) not resolved: "
+                               "EcmpGroup1Table has no such group") &&
                  s["groups"]["nhid:105"]["members"][0]["underlayIndex"].is_null();
        },
        "unresolved");

@@ -70,6 +70,15 @@ public:
    void underlayIs(const MeridL3Common::L3AdjIdKey& key, uint32_t wanted);
    void underlayDel(const MeridL3Common::L3AdjIdKey& key);
    bool underlayHas(const MeridL3Common::L3AdjIdKey& key) const;
+   // What an adjacency is to an operator ("172.16.0.2 dev veth0"), where the
+   // agent knows it.
+   void underlayNameIs(uint32_t adjId, std::string name) {
+      underlayNames_[adjId] = std::move(name);
+   }
+   const std::string* underlayName(uint32_t adjId) const {
+      auto it = underlayNames_.find(adjId);
+      return it == underlayNames_.end() ? nullptr : &it->second;
+   }
 
    // Groups known to the agent that hold no block, with the reason, and the
    // routes naming each group: what a kernel it follows says of them.
@@ -95,6 +104,7 @@ private:
    std::map<std::string, HandlePtr> groups_;
    std::map<std::string, Vias> groupVias_;
    std::map<std::string, GroupNote> groupNotes_;
+   std::map<uint32_t, std::string> underlayNames_;
 };
 
 }  // namespace L3TunnelTool

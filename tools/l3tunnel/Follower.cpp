@@ -86,6 +86,7 @@ void KernelFollower::program(const std::function<void()>& meanwhile) {
    for (const auto& a : adjacencies) {
       const auto id = ids_.find(a);
       if (!id) continue;
+      agent_.underlayNameIs(*id, mirror_.adjacencyName(a));
       const auto key = AdjacencyIds::key(*id);
       const bool want = mirror_.resolved(a) && usedAfter(a);
       if (want == agent_.underlayHas(key)) continue;

@@ -192,7 +192,8 @@ std::string linkText(const LinkView& l) {
 
 std::string underlayText(const MemberView& m) {
    if (m.drop) return "- (drop)";
-   const std::string adj = m.underlayAdjId ? std::to_string(*m.underlayAdjId) : std::string("?");
+   std::string adj = m.underlayAdjId ? std::to_string(*m.underlayAdjId) : std::string("?");
+   if (m.underlayName) adj += " (" + printableText(*m.underlayName) + ")";
    if (!m.underlayExists) return "adjacency " + adj + ", missing";
    return "adjacency " + adj + ", index " + indexText(m.underlayIndex);
 }

@@ -131,6 +131,12 @@ const KernelLink* KernelMirror::link(uint32_t ifindex) const {
    return it == links_.end() ? nullptr : &it->second;
 }
 
+std::string KernelMirror::adjacencyName(const Adjacency& a) const {
+   const KernelLink* l = link(a.ifindex);
+   const std::string device = l ? l->name : "ifindex " + std::to_string(a.ifindex);
+   return (a.gateway.valid() ? a.gateway.text() + " " : std::string()) + "dev " + device;
+}
+
 void KernelMirror::apply(const KernelEvent& e) {
    if (const auto* nh = std::get_if<KernelNexthop>(&e.object)) return nexthopApply(*nh, e.deleted);
    if (const auto* r = std::get_if<KernelRoute>(&e.object)) return routeApply(*r, e.deleted);

@@ -98,6 +98,8 @@ public:
    uint32_t groups() const { return groupObjects_; }
    uint32_t routes() const { return uint32_t(routes_.size()); }
    const KernelLink* link(uint32_t ifindex) const;
+   // "GATEWAY dev DEVICE", or "dev DEVICE" without a gateway.
+   std::string adjacencyName(const Adjacency& a) const;
    // "PREFIX" or "PREFIX@TABLE", as a route group's name carries it.
    static std::string routeName(const KernelRoute& r);
 

@@ -627,10 +627,12 @@ GroupView Snapshot::group(uint32_t position) const {
             mv.underlayType = uint32_t(group.key().type());
             mv.underlayIndex = indexOf(u->hwIndex());
          }
+         if (mv.underlayAdjId) mv.underlayName = agent_.underlayName(*mv.underlayAdjId);
          if (!mv.reason) {
-            const std::string adjacency =
+            std::string adjacency =
                 "underlay adjacency " +
                 (mv.underlayAdjId ? std::to_string(*mv.underlayAdjId) : std::string("?"));
+            if (mv.underlayName) adjacency += " (" + *mv.underlayName + ")";
             if (!mv.underlayExists)
                mv.reason = adjacency + " not resolved: EcmpGroup1Table has no such group";
             else if (u->entryState() != State::success)

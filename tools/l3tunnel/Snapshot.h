@@ -123,6 +123,7 @@ struct MemberView {
    std::optional<uint32_t> underlayAdjId;
    std::optional<uint32_t> underlayType;
    std::optional<uint32_t> underlayIndex;
+   const std::string* underlayName = nullptr;  // see Agent::underlayName
    bool underlayExists = false;
    bool drop = false;
    bool resolved = false;
