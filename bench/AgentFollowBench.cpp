@@ -18,7 +18,6 @@
 //   agent/restart/N   the agent stopped and started again with nothing
 //                     changed: time from its start until it follows.
 //                     Counters hw_writes and hw_deletes (must be 0).
-#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,6 +32,7 @@
 #include "AgentDaemon.h"
 #include "BenchRig.h"
 #include "Scenario.h"
+#include "support/KernelNamespace.h"
 
 namespace bench {
 namespace {
@@ -55,29 +55,19 @@ std::string endpoint(uint32_t n) {
 
 bool sh(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-// A namespace of its own with a veth pair and the neighbour every nexthop
-// goes through, and a state directory; false with the reason when it cannot.
+// A namespace of its own with the neighbour every nexthop goes through
+// (see KernelNamespace.h), and a state directory; `why` says what failed.
 struct Namespace {
    std::string dir;
    std::string why;
 
-   Namespace() {
-      if (unshare(CLONE_NEWNET) != 0) {
-         why = "no private network namespace: run as root";
-         return;
-      }
+   Namespace() : why(support::kernelNamespaceIs()) {
+      if (!why.empty()) return;
       char pattern[] = "/tmp/l3tunnel-agent-bench-XXXXXX";
-      if (!mkdtemp(pattern)) {
+      if (mkdtemp(pattern))
+         dir = pattern;
+      else
          why = "no temporary directory";
-         return;
-      }
-      dir = pattern;
-      if (!sh("ip link set lo up && ip link add veth0 type veth peer name veth1 && "
-              "ip link set veth0 up && ip link set veth1 up && "
-              "for i in $(seq 200); do ip link show veth0 | grep -q LOWER_UP && break; "
-              "sleep 0.01; done && ip addr add 172.16.0.1/24 dev veth0 && "
-              "ip neigh add 172.16.0.2 lladdr 02:00:00:00:00:02 dev veth0 nud permanent"))
-         why = "the namespace could not be set up (is iproute2 installed?)";
    }
    ~Namespace() {
       if (!dir.empty()) std::filesystem::remove_all(dir);

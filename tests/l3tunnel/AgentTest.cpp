@@ -24,6 +24,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/KernelNamespaceTest.h"
+
 namespace {
 
 using Json = nlohmann::json;
@@ -84,28 +86,11 @@ std::vector<std::string> dsts(const Json& s, const std::string& group) {
 class Agent : public ::testing::Test {
 protected:
    void SetUp() override {
-      if (unshare(CLONE_NEWNET) != 0) {
-         const std::string why = std::string("no private network namespace (unshare: ") +
-                                 std::strerror(errno) + "); run as root to test the agent";
-         const char* required = std::getenv("L3TUNNEL_REQUIRE_NETNS");
-         if (required && std::string(required) == "1") FAIL() << why;
-         // Said once; the other tests are skipped without repeating it.
-         static bool said = false;
-         if (!std::exchange(said, true)) std::cerr << "l3tunnel_agent_tests: " << why << "\n";
-         GTEST_SKIP();
-      }
+      if (!support::kernelNamespaceReady()) GTEST_SKIP();
       char pattern[] = "/tmp/l3tunnel-agent-test-XXXXXX";
       ASSERT_TRUE(mkdtemp(pattern));
       dir_ = pattern;
       state_ = dir_ + "/state";
-      ASSERT_EQ(sh("ip link set lo up && ip link add veth0 type veth peer name veth1 && "
-                   "ip link set veth0 up && ip link set veth1 up"),
-                0);
-      for (int i = 0; i < 200 && sh("ip link show veth0 | grep -q LOWER_UP") != 0; ++i)
-         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      ASSERT_EQ(sh("ip addr add 172.16.0.1/24 dev veth0 && ip neigh add 172.16.0.2 lladdr "
-                   "02:00:00:00:00:02 dev veth0 nud permanent"),
-                0);
    }
 
    void TearDown() override {

@@ -23,6 +23,8 @@
 
 #include "Netlink.h"
 
+#include "support/KernelNamespaceTest.h"
+
 namespace {
 
 using namespace L3TunnelTool;
@@ -61,26 +63,11 @@ std::string describe(const KernelPath& p) {
 class KernelNetlink : public ::testing::Test {
 protected:
    void SetUp() override {
-      if (::unshare(CLONE_NEWNET) != 0) {
-         const std::string why =
-             std::string("no private network namespace (unshare: ") + std::strerror(errno) + ")";
-         const char* require = std::getenv("L3TUNNEL_REQUIRE_NETNS");
-         if (require && std::string(require) == "1") FAIL() << why;
-         GTEST_SKIP() << why;
-      }
-      ASSERT_TRUE(
-          run("ip link set lo up && ip link add veth0 type veth peer name veth1 && "
-              "ip link set veth0 up && ip link set veth1 up"));
-      for (int i = 0; !run("ip link show veth0 | grep -q LOWER_UP"); ++i) {
-         ASSERT_LT(i, 300) << "veth0 has no carrier";
-         ::usleep(10000);
-      }
+      if (!support::kernelNamespaceReady()) GTEST_SKIP();
       const std::string via = " via 172.16.0.2 dev veth0";
       const std::string encap = " encap ip src 192.0.2.1 dst 198.51.100.";
       for (const std::string& command : std::vector<std::string>{
-               "ip addr add 172.16.0.1/24 dev veth0",
                "ip -6 addr add 2001:db8::10/64 dev veth0 nodad",
-               "ip neigh add 172.16.0.2 lladdr 02:00:00:00:00:02 dev veth0 nud permanent",
                "ip nexthop add id 1" + encap + "1 ttl 64" + via,
                "ip nexthop add id 2" + encap + "2 ttl 64" + via,
                "ip nexthop add id 3 blackhole",
