@@ -130,6 +130,13 @@ void Agent::chipStateLoad(const std::string& path) {
 
 void Agent::chipStateSave(const std::string& path) const { chip_->stateSave(path); }
 
+bool Agent::chipTouched() const {
+   for (const auto& name : chip_->tableNames())
+      if (auto hw = chip_->table(name, unit); hw && (hw->stats().writes || hw->stats().deletes))
+         return true;
+   return false;
+}
+
 uint32_t Agent::rowsHeld() const {
    uint32_t rows = 0;
    for (const auto& name : chip_->tableNames())

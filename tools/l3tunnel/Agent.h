@@ -42,6 +42,8 @@ public:
    void chipStateSave(const std::string& path) const;
    // Rows the chip holds, over all its tables.
    uint32_t rowsHeld() const;
+   // Whether this process has written or deleted any row.
+   bool chipTouched() const;
 
    // Sets the programmer up: a fresh start, or a recovery from the rows the
    // chip holds.

@@ -175,9 +175,7 @@ void AgentDaemon::start() {
    serveWaiting();
    follower_->dumpEnd(true, [this] { serveWaiting(); });
    // A restart that changed nothing leaves the saved state as it is.
-   const RunView run = Snapshot(*agent_).run(start_);
-   if (run.hardwareWrites || run.hardwareDeletes || !start_.recoveredRows || ids != ids_.text())
-      save();
+   if (agent_->chipTouched() || !start_.recoveredRows || ids != ids_.text()) save();
    lastSave_ = std::chrono::steady_clock::now();
    follower_->changedTake();
 }
