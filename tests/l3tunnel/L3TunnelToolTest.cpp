@@ -963,6 +963,9 @@ TEST_F(L3TunnelTool, StateFilesNamingBeyondTheirTablesAreRefused) {
         "(4096 rows)"},
        {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 99999999999,",
         "'l3Oif1' holds 99999999999, not an index"},
+       // The refusal stays one line whatever the field holds.
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1\x1b[31m\nend ,",
+        "'l3Oif1' holds 1\\x1b[31m\\nend , not an index"},
        {"L3EcmpMember0Table", "'nextHopIdx': 1,", "'nextHopIdx': 4096,",
         "'nextHopIdx' names 4096, outside L3TunnelIngL3NextHopTable (4096 rows)"},
        {"L3EcmpMember0Table", "'underlayIdx': 0,", "'underlayIdx': 4096,",

@@ -45,7 +45,7 @@ void chipRowReferencesCheck(const AsicSim::Chip& chip, const std::string& path,
             if (!text) continue;
             const std::string field = "'" + std::string(ref->field) + "'";
             const auto index = t->rowIndexField(i, ref->field);
-            if (!index) fail(i, field + " holds " + std::string(*text) + ", not an index");
+            if (!index) fail(i, field + " holds " + printableText(*text) + ", not an index");
             // The invalid index is how a row says it names nothing yet.
             if (!Asic::isValidIndex(*index)) continue;
             std::string outside;
