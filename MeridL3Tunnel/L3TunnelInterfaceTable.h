@@ -167,6 +167,14 @@ public:
    // Members.
    const Brio::Ptr<IngL3Iif>& ingL3Iif() const { return ingL3Iif_; }
    const Brio::Ptr<EgrL3Oif1Table>& egrL3Oif1Table() const { return egrL3Oif1Table_; }
+   template <class M>
+   const Brio::Ptr<M>& memberTable() const {
+      static_assert(std::is_same_v<M, IngL3Iif> || std::is_same_v<M, EgrL3Oif1Table>);
+      if constexpr (std::is_same_v<M, IngL3Iif>)
+         return ingL3Iif_;
+      else
+         return egrL3Oif1Table_;
+   }
    // Whether a member with a valid index counts as written: only when both
    // member tables' utils say so (the chip may still refuse the row).
    bool memberIndexSuffices() const;

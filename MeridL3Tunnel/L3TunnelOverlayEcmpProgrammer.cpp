@@ -54,13 +54,15 @@ L3TunnelOverlayEcmpProgrammer::L3TunnelOverlayEcmpProgrammer(FcsdPtr fcsd, Local
                                                              LedgerEmPtr ledgerEm)
     : fcsd_(std::move(fcsd)), localEm_(std::move(localEm)), ledgerEm_(std::move(ledgerEm)) {}
 
-// The tunnel tables go first: a table that outlives the entries naming it
-// would delete its rows as they let go, and the rows must stay on the chip for
-// whoever programs it next. The rest go in reverse declaration order.
+// Tables go last first: a table that outlives the entries naming it would
+// delete its rows as they let go, and the rows must stay on the chip for
+// whoever programs it next.
 L3TunnelOverlayEcmpProgrammer::~L3TunnelOverlayEcmpProgrammer() {
    notificationIs(false);
-   l3EgrL3Ipv6TunnelTable_.reset();
-   l3EgrL3Ipv4TunnelTable_.reset();
+   TableCatalogue::forEachReversed([&]<class Line>() {
+      std::get<Brio::Ptr<typename Line::Table>>(tables_).reset();
+      std::get<Brio::Ptr<typename Line::Table>>(formerTables_).reset();
+   });
 }
 
 Brio::Ptr<L3TunnelOverlayEcmpProgrammer> L3TunnelOverlayEcmpProgrammerIs(
@@ -80,17 +82,22 @@ Brio::Ptr<L3TunnelOverlayEcmpProgrammer> l3TunnelOverlayEcmpProgrammerFactory(
 }
 
 void L3TunnelOverlayEcmpProgrammer::doMountHwTableMountInfo(Ledger::MountGroup& mountGroup) const {
-   L3EcmpMember0Table::doMountHwTableMountInfo(mountGroup);
-   L3TunnelIngL3NextHopTable::doMountHwTableMountInfo(mountGroup);
-   if (commonIifOifIndex()) {
-      IngL3Iif::doMountHwTableMountInfo(mountGroup);
-      EgrL3Oif1Table::doMountHwTableMountInfo(mountGroup);
-   } else {
-      L3TunnelEgrL3Oif1Table::doMountHwTableMountInfo(mountGroup);
-   }
-   L3EgrL3Ipv4TunnelTable::doMountHwTableMountInfo(mountGroup);
-   L3EgrL3Ipv6TunnelTable::doMountHwTableMountInfo(mountGroup);
+   TableCatalogue::forEach([&]<class Line>() {
+      if (Line::inUse(commonIifOifIndex())) Line::Table::doMountHwTableMountInfo(mountGroup);
+   });
 }
+
+namespace {
+
+template <class Table>
+bool tableEmpty(const Table& t) {
+   if constexpr (std::is_same_v<Table, L3EcmpMember0Table>)
+      return t.entryBlocks() == 0;
+   else
+      return t.entryHandles() == 0;
+}
+
+}  // namespace
 
 // Initialises, listens to write responses from here on, publishes where the
 // hardware table is mounted, and starts from an empty table.
@@ -105,38 +112,19 @@ void L3TunnelOverlayEcmpProgrammer::initTable(
       table.entryBlockRemoveAll();
    else
       table.entryRemoveAll();
+   ORB_ASSERT(tableEmpty(table)) << table.name() << " is not empty after its set-up";
 }
 
 void L3TunnelOverlayEcmpProgrammer::initTables(Brio::Ptr<const MeridCentral::ChipInfo> chipInfo) {
    ORB_TRACE(traceHandle(), traceProgrammer, "initTables") << "Initialize L3OverlayTunnel tables";
    FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName, "Initialize L3OverlayTunnel tables");
    requireModuleInfo();
-
-   l3EcmpMember0Table_ = l3EcmpMember0TableFactory();
-   initTable(*l3EcmpMember0Table_, chipInfo);
-   ORB_ASSERT(l3EcmpMember0Table()->entryBlocks() == 0);
-
-   if (commonIifOifIndex()) {
-      l3InterfaceTable_ = l3InterfaceTableFactory();
-      initTable(*l3InterfaceTable_, chipInfo);
-   } else {
-      l3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
-      initTable(*l3TunnelEgrL3Oif1Table_, chipInfo);
-      ORB_ASSERT(l3TunnelEgrL3Oif1Table()->entrys() == 0);
-   }
-
-   l3TunnelIngL3NextHopTable_ = l3TunnelIngL3NextHopTableFactory();
-   initTable(*l3TunnelIngL3NextHopTable_, chipInfo);
-   ORB_ASSERT(l3TunnelIngL3NextHopTable()->entrys() == 0);
-
-   l3EgrL3Ipv4TunnelTable_ = l3EgrL3Ipv4TunnelTableFactory();
-   initTable(*l3EgrL3Ipv4TunnelTable_, chipInfo);
-   ORB_ASSERT(l3EgrL3Ipv4TunnelTable()->entrys() == 0);
-
-   l3EgrL3Ipv6TunnelTable_ = l3EgrL3Ipv6TunnelTableFactory();
-   initTable(*l3EgrL3Ipv6TunnelTable_, chipInfo);
-   ORB_ASSERT(l3EgrL3Ipv6TunnelTable()->entrys() == 0);
-
+   TableCatalogue::forEach([&]<class Line>() {
+      if (!Line::inUse(commonIifOifIndex())) return;
+      auto& t = std::get<Brio::Ptr<typename Line::Table>>(tables_);
+      t = Line::make();
+      initTable(*t, chipInfo);
+   });
    ecmpGroup1TableFind();
    programReservedTunnelDropEntry();
 }
@@ -169,42 +157,39 @@ void L3TunnelOverlayEcmpProgrammer::recoverTables(
    ORB_TRACE(traceHandle(), traceProgrammer, "recoverTables") << "Recover L3OverlayTunnel tables";
    FLIT(traceHandle(), traceProgrammer, "{}: {}", typeName, "Recover L3OverlayTunnel tables");
    requireModuleInfo();
-   l3EcmpMember0Table_ = l3EcmpMember0TableFactory();
-   l3TunnelIngL3NextHopTable_ = l3TunnelIngL3NextHopTableFactory();
-   l3EgrL3Ipv4TunnelTable_ = l3EgrL3Ipv4TunnelTableFactory();
-   l3EgrL3Ipv6TunnelTable_ = l3EgrL3Ipv6TunnelTableFactory();
-   std::vector<Asic::SwTable*> tables{l3EcmpMember0Table_.ptr(), l3TunnelIngL3NextHopTable_.ptr(),
-                                      l3EgrL3Ipv4TunnelTable_.ptr(), l3EgrL3Ipv6TunnelTable_.ptr()};
    // The interface tables of the other setting are taken over too when the
    // chip holds rows of theirs (the agent ran with the toggle flipped before
    // the restart): their rows name tunnels and are named by next hops, so
    // they pin like the rest and the reconcile deletes them.
-   if (commonIifOifIndex()) {
-      // The merged table learns its indices from its members' rows itself.
-      l3InterfaceTable_ = l3InterfaceTableFactory();
-      l3InterfaceTable_->doInit(tableUnit, ledgerEm_, chipInfo);
-      l3InterfaceTable_->doPublishHwTableMountInfo();
-      if (hwTableRowsFound<L3TunnelEgrL3Oif1Table>()) {
-         formerL3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
-         tables.push_back(formerL3TunnelEgrL3Oif1Table_.ptr());
+   Asic::RecoverGroup recoverGroup;
+   std::vector<Asic::SwTable*> published;
+   bool former = false;
+   TableCatalogue::forEach([&]<class Line>() {
+      using Table = typename Line::Table;
+      const bool inUse = Line::inUse(commonIifOifIndex());
+      if (!inUse) {
+         bool rows = false;
+         Line::Hw::forEach([&]<class Hw>() { rows = rows || hwTableRowsFound<Hw>(); });
+         if (!rows) return;
+         former = true;
       }
-   } else {
-      l3TunnelEgrL3Oif1Table_ = l3TunnelEgrL3Oif1TableFactory();
-      tables.push_back(l3TunnelEgrL3Oif1Table_.ptr());
-      if (hwTableRowsFound<IngL3Iif>() || hwTableRowsFound<EgrL3Oif1Table>()) {
-         formerL3InterfaceTable_ = l3InterfaceTableFactory();
-         formerL3InterfaceTable_->doInit(tableUnit, ledgerEm_, chipInfo);
+      auto& t = std::get<Brio::Ptr<Table>>(inUse ? tables_ : formerTables_);
+      t = Line::make();
+      if constexpr (std::is_base_of_v<Asic::SwTable, Table>) {
+         recoverGroup.tableIs(*t, tableUnit, ledgerEm_, chipInfo);
+         if (inUse) published.push_back(t.ptr());
+      } else {
+         // A merged table learns its indices from its members' rows itself.
+         t->doInit(tableUnit, ledgerEm_, chipInfo);
+         if (inUse) t->doPublishHwTableMountInfo();
       }
-   }
-   if (formerL3TunnelEgrL3Oif1Table_ || formerL3InterfaceTable_) {
+   });
+   if (former) {
       ORB_TRACE(traceHandle(), traceProgrammer, "recoverTables")
           << " rows of the other interface setting found: taken over until the reconcile";
    }
-   Asic::RecoverGroup recoverGroup;
-   for (auto* t : tables) recoverGroup.tableIs(*t, tableUnit, ledgerEm_, chipInfo);
    recoverGroup.recover();
-   for (auto* t : tables)
-      if (t != formerL3TunnelEgrL3Oif1Table_.ptr()) t->doPublishHwTableMountInfo();
+   for (auto* t : published) t->doPublishHwTableMountInfo();
    ecmpGroup1TableFind();
    // Before the drop entry, the first handle: a pin is a count until the
    // table makes the pinned entry's handle.
@@ -228,6 +213,12 @@ struct Recovered {
    std::vector<Asic::SwTableBase::EntryHandle::PtrConst> handles;
 };
 
+// Whether a table's rows name others (`as` the table) or are named (`as` named).
+constexpr bool listed(std::string_view name, std::string_view RowReference::*as) {
+   return std::any_of(std::begin(rowReferences), std::end(rowReferences),
+                      [&](const RowReference& r) { return r.*as == name; });
+}
+
 template <class Table>
 Recovered recovered(const Table& t, std::string_view name) {
    ORB_ASSERT(t.entryHandles() == 0) << t.name() << " has handles before its pins";
@@ -250,27 +241,31 @@ void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
    auto rowsOf = [&](const Asic::SwTable& t) {
       tables.push_back({t.name(), &t, nullptr, nullptr, false, {}});
    };
-   rowsOf(*l3EcmpMember0Table_);
-   rowsOf(*l3TunnelIngL3NextHopTable_);
-   tables.push_back(recovered(*l3TunnelIngL3NextHopTable_, L3TunnelIngL3NextHopTable::typeName));
-   tables.push_back(recovered(*l3EgrL3Ipv4TunnelTable_, L3EgrL3Ipv4TunnelTable::typeName));
-   for (const auto* merged : {l3InterfaceTable_.ptr(), formerL3InterfaceTable_.ptr()}) {
-      if (!merged) continue;
-      rowsOf(*merged->egrL3Oif1Table());
-      tables.push_back(recovered(*merged, IngL3Iif::typeName));
-   }
-   for (const auto* oif : {l3TunnelEgrL3Oif1Table_.ptr(), formerL3TunnelEgrL3Oif1Table_.ptr()}) {
-      if (!oif) continue;
-      rowsOf(*oif);
-      tables.push_back(recovered(*oif, L3TunnelEgrL3Oif1Table::typeName));
-   }
+   TableCatalogue::forEach([&]<class Line>() {
+      using Table = typename Line::Table;
+      for (const auto* held : {&tables_, &formerTables_}) {
+         const auto& t = std::get<Brio::Ptr<Table>>(*held);
+         if (!t) continue;
+         Line::Hw::forEach([&]<class Hw>() {
+            if constexpr (listed(Hw::typeName, &RowReference::table)) {
+               if constexpr (std::is_same_v<Hw, Table>)
+                  rowsOf(*t);
+               else
+                  rowsOf(*t->template memberTable<Hw>());
+            }
+            // The table that gives out the index names it.
+            if constexpr (listed(Hw::typeName, &RowReference::named))
+               tables.push_back(recovered(*t, Hw::typeName));
+         });
+      }
+   });
    // The underlay groups' table the sibling component has filled already.
    if (ecmpGroup1Table_)
       tables.push_back({EcmpGroup1Table::typeName, nullptr, ecmpGroup1Table_->indexPins(), nullptr,
                         true, ecmpGroup1Table_->entryByIndex()});
 
    // The drop entry names no interface.
-   auto& nh = *l3TunnelIngL3NextHopTable_;
+   auto& nh = *l3TunnelIngL3NextHopTable();
    const Asic::Index drop = nh.indexAllocator()
                                 ? nh.indexAllocator()->indexForKey(getTunnelDropKey())
                                 : Asic::invalidIndex;
@@ -331,15 +326,12 @@ void L3TunnelOverlayEcmpProgrammer::purgeStaleEntries() {
    ORB_TRACE(traceHandle(), traceProgrammer, "purgeStaleEntries") << "Purge stale entries";
    // Members first: their rows name next hops, which name interfaces, which
    // name tunnels. A stale row's delete lets go of what it held.
-   if (l3EcmpMember0Table_) l3EcmpMember0Table_->purgeStaleEntries();
-   if (l3TunnelIngL3NextHopTable_) l3TunnelIngL3NextHopTable_->purgeStaleEntries();
-   if (l3InterfaceTable_) l3InterfaceTable_->purgeStaleEntries();
-   if (l3TunnelEgrL3Oif1Table_) l3TunnelEgrL3Oif1Table_->purgeStaleEntries();
    // Every row of the other setting's tables is stale: nothing writes them.
-   if (formerL3InterfaceTable_) formerL3InterfaceTable_->purgeStaleEntries();
-   if (formerL3TunnelEgrL3Oif1Table_) formerL3TunnelEgrL3Oif1Table_->purgeStaleEntries();
-   if (l3EgrL3Ipv4TunnelTable_) l3EgrL3Ipv4TunnelTable_->purgeStaleEntries();
-   if (l3EgrL3Ipv6TunnelTable_) l3EgrL3Ipv6TunnelTable_->purgeStaleEntries();
+   TableCatalogue::forEach([&]<class Line>() {
+      for (auto* held : {&tables_, &formerTables_})
+         if (const auto& t = std::get<Brio::Ptr<typename Line::Table>>(*held))
+            t->purgeStaleEntries();
+   });
 }
 
 L3TunnelKey L3TunnelOverlayEcmpProgrammer::getTunnelDropKey() {
@@ -359,7 +351,7 @@ Asic::SwTableBase::EntryHandle::PtrConst reservedTunnelDropEntryCommit(
 }  // namespace
 
 void L3TunnelOverlayEcmpProgrammer::programReservedTunnelDropEntry() {
-   const HandlePtrConst handle = reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable_);
+   const HandlePtrConst handle = reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable());
    if (!MeridL3Common::validateEntryState(handle->entryState())) {
       ORB_TRACE(traceHandle(), traceProgrammer, "programReservedTunnelDropEntry")
           << " L3TunnelNextHopTable is Full ";
@@ -378,13 +370,13 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
         "fillOverlayNextHopInfo", viaEntry.underlayAdjId().adjId());
 
    if (viaEntry.nhEntryType() == Plx::nextHopDrop()) {
-      HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
+      HandlePtrConst drop = l3TunnelIngL3NextHopTable()->entryWeakRef(getTunnelDropKey());
       fullTraced(drop, " L3TunnelNextHopTable is Full ");
       return drop;
    }
 
    const L3TunnelKey key(viaEntry.srcIpAddr(), viaEntry.dstIpAddr());
-   const HandlePtrConst tunnel = l3EgrL3Ipv4TunnelTable_->entryRef(
+   const HandlePtrConst tunnel = l3EgrL3Ipv4TunnelTable()->entryRef(
        key, L3EgrL3Ipv4TunnelTable::Entry(true, false, viaEntry.srcIpAddr(),
                                           uint8_t(viaEntry.ttl() & 0xFF), viaEntry.dstIpAddr(),
                                           U5(tunnelStrength)));
@@ -392,15 +384,16 @@ L3TunnelOverlayEcmpProgrammer::HandlePtrConst L3TunnelOverlayEcmpProgrammer::fil
 
    HandlePtrConst oif;
    if (!commonIifOifIndex()) {
-      oif = l3TunnelEgrL3Oif1Table_->entryRef(
+      oif = l3TunnelEgrL3Oif1Table()->entryRef(
           key, L3TunnelEgrL3Oif1Table::Entry(tunnel, 0, 0, U5(interfaceStrength)));
    } else {
       const EgrL3Oif1Table::Entry egress(tunnel, 0, 0, U5(interfaceStrength));
-      oif = l3InterfaceTable_->entryCommit(key, L3InterfaceTable::Entry(IngL3Iif::Entry(), egress));
+      oif =
+          l3InterfaceTable()->entryCommit(key, L3InterfaceTable::Entry(IngL3Iif::Entry(), egress));
    }
    fullTraced(oif, " L3TunnelEgrL3OifTable is Full ");
 
-   HandlePtrConst nextHop = l3TunnelIngL3NextHopTable_->entryRef(
+   HandlePtrConst nextHop = l3TunnelIngL3NextHopTable()->entryRef(
        key, L3TunnelIngL3NextHopTable::Entry(oif, 0, false, U5(nextHopStrength), U2()));
    fullTraced(nextHop, " L3TunnelNextHopTable is Full ");
    return nextHop;
@@ -423,11 +416,11 @@ L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
    // The chip may have refused the reserved drop entry after initTables
    // returned: a block that drops commits it again, once, before its vias.
    // Another refusal shows in the entry's state, as for any next hop.
-   if (HandlePtrConst drop = l3TunnelIngL3NextHopTable_->entryWeakRef(getTunnelDropKey());
+   if (HandlePtrConst drop = l3TunnelIngL3NextHopTable()->entryWeakRef(getTunnelDropKey());
        drop && drop->entryState() == Asic::SwTableBase::noHwIndex()) {
       for (uint32_t i = 0; i < vias; ++i) {
          if (viaList->via(VE_Via(i)).nhEntryType() != Plx::nextHopDrop()) continue;
-         reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable_);
+         reservedTunnelDropEntryCommit(*l3TunnelIngL3NextHopTable());
          break;
       }
    }
@@ -458,7 +451,7 @@ L3TunnelOverlayEcmpProgrammer::populateOverlayEcmpBlock(
              L3EcmpMember0Table::Entry(std::move(nextHop), std::move(underlay), 0, 0, resolved));
       }
    }
-   return l3EcmpMember0Table_->entryBlockRef(block);
+   return l3EcmpMember0Table()->entryBlockRef(block);
 }
 
 }  // namespace MeridL3Tunnel

@@ -19,16 +19,11 @@
 #include "MeridCentral/ChipInfo.h"
 #include "MeridCentral/FeatureAgentCommonSmData.h"
 #include "MeridL3Tunnel/Export.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
-#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
-#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
-#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 #include "MeridL3Tunnel/L3TunnelOverlayVia.h"
+#include "MeridL3Tunnel/TableCatalogue.h"
 #include "Orb/Trace.h"
 #include "SharedL3/EcmpGroup1Table.h"
-#include "SharedL3/L3EcmpMember0Table.h"
 
 namespace MeridL3Tunnel {
 
@@ -55,20 +50,28 @@ public:
    const FcsdPtr& fcsd() const { return fcsd_; }
    const LocalEmPtr& localEm() const { return localEm_; }
    const LedgerEmPtr& ledgerEm() const { return ledgerEm_; }
-   const Brio::Ptr<L3EcmpMember0Table>& l3EcmpMember0Table() const { return l3EcmpMember0Table_; }
+   // The catalogue's table of type T; null until the tables are made, and
+   // for an interface table the interface setting does not use.
+   template <class T>
+   const Brio::Ptr<T>& table() const {
+      return std::get<Brio::Ptr<T>>(tables_);
+   }
+   const Brio::Ptr<L3EcmpMember0Table>& l3EcmpMember0Table() const {
+      return table<L3EcmpMember0Table>();
+   }
    const Brio::Ptr<L3TunnelIngL3NextHopTable>& l3TunnelIngL3NextHopTable() const {
-      return l3TunnelIngL3NextHopTable_;
+      return table<L3TunnelIngL3NextHopTable>();
    }
    const Brio::Ptr<L3TunnelEgrL3Oif1Table>& l3TunnelEgrL3Oif1Table() const {
-      return l3TunnelEgrL3Oif1Table_;
+      return table<L3TunnelEgrL3Oif1Table>();
    }
    const Brio::Ptr<L3EgrL3Ipv4TunnelTable>& l3EgrL3Ipv4TunnelTable() const {
-      return l3EgrL3Ipv4TunnelTable_;
+      return table<L3EgrL3Ipv4TunnelTable>();
    }
    const Brio::Ptr<L3EgrL3Ipv6TunnelTable>& l3EgrL3Ipv6TunnelTable() const {
-      return l3EgrL3Ipv6TunnelTable_;
+      return table<L3EgrL3Ipv6TunnelTable>();
    }
-   const Brio::Ptr<L3InterfaceTable>& l3InterfaceTable() const { return l3InterfaceTable_; }
+   const Brio::Ptr<L3InterfaceTable>& l3InterfaceTable() const { return table<L3InterfaceTable>(); }
    const Brio::Ptr<const EcmpGroup1Table>& ecmpGroup1Table() const { return ecmpGroup1Table_; }
 
    bool notification() const { return notification_; }
@@ -124,17 +127,11 @@ private:
    FcsdPtr fcsd_;
    LocalEmPtr localEm_;
    LedgerEmPtr ledgerEm_;
-   Brio::Ptr<L3EcmpMember0Table> l3EcmpMember0Table_;
-   Brio::Ptr<L3TunnelIngL3NextHopTable> l3TunnelIngL3NextHopTable_;
-   Brio::Ptr<L3TunnelEgrL3Oif1Table> l3TunnelEgrL3Oif1Table_;
-   Brio::Ptr<L3EgrL3Ipv4TunnelTable> l3EgrL3Ipv4TunnelTable_;
-   Brio::Ptr<L3EgrL3Ipv6TunnelTable> l3EgrL3Ipv6TunnelTable_;
-   Brio::Ptr<L3InterfaceTable> l3InterfaceTable_;
+   CatalogueTables tables_;
    Brio::Ptr<const EcmpGroup1Table> ecmpGroup1Table_;
    // The interface tables of the other toggle setting, when a restart found
    // rows of theirs: kept so that the reconcile deletes those rows.
-   Brio::Ptr<L3TunnelEgrL3Oif1Table> formerL3TunnelEgrL3Oif1Table_;
-   Brio::Ptr<L3InterfaceTable> formerL3InterfaceTable_;
+   CatalogueTables formerTables_;
    Brio::Publisher publisher_;
    bool notification_ = false;
 };

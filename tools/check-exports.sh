@@ -4,10 +4,12 @@
 set -euo pipefail
 lib="$1"
 syms=$(nm -DC --defined-only "$lib")
-for f in l3EgrL3Ipv4TunnelTableFactory l3EgrL3Ipv6TunnelTableFactory \
-         l3TunnelEgrL3Oif1TableFactory l3TunnelIngL3NextHopTableFactory l3TunnelOverlayViaFactory \
-         ingL3IifFactory egrL3Oif1TableFactory l3InterfaceTableFactory \
-         l3TunnelOverlayEcmpProgrammerFactory; do
+# Every factory the library's headers declare, so that a new table's is
+# checked without a list to keep.
+src=$(cd "$(dirname "$0")/.." && pwd)
+factories=$(sed -n 's/^extern "C" MERID_API .* \([A-Za-z0-9]*Factory\)(.*/\1/p' "$src"/MeridL3Tunnel/*.h)
+[ -n "$factories" ] || { echo "no factories declared in $src/MeridL3Tunnel"; exit 1; }
+for f in $factories; do
    grep -q " T $f\$" <<<"$syms" || { echo "missing export: $f"; exit 1; }
 done
 if grep -E 'Accessor<|KeyedTableData|DataWithAllocator' <<<"$syms"; then

@@ -16,15 +16,8 @@
 #include <utility>
 
 #include "MeridCentral/ChipInfo.h"
-#include "MeridL3Tunnel/EgrL3Oif1Table.h"
-#include "MeridL3Tunnel/IngL3Iif.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
-#include "MeridL3Tunnel/L3EgrL3Ipv6TunnelTable.h"
-#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
-#include "MeridL3Tunnel/L3TunnelIngL3NextHopTable.h"
-#include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
-#include "SharedL3/L3EcmpMember0Table.h"
+#include "MeridL3Tunnel/TableCatalogue.h"
 #include "Toggle/ToggleState.h"
 
 namespace L3TunnelTool {
@@ -35,14 +28,11 @@ using MeridL3Common::L3AdjIdKeyType;
 using MeridL3Tunnel::L3TunnelOverlayViaEntry;
 
 const std::vector<TableClass>& hardwareTableClasses() {
-   using namespace MeridL3Tunnel;
    static const std::vector<TableClass> classes = [] {
       std::vector<TableClass> v;
-      for (std::string_view q :
-           {L3EcmpMember0Table::typeName, L3TunnelIngL3NextHopTable::typeName,
-            L3TunnelEgrL3Oif1Table::typeName, IngL3Iif::typeName, EgrL3Oif1Table::typeName,
-            L3EgrL3Ipv4TunnelTable::typeName, L3EgrL3Ipv6TunnelTable::typeName})
-         v.push_back({unqualifiedName(q), q});
+      MeridL3Tunnel::CatalogueHwTables::forEach([&]<class Hw>() {
+         v.push_back({unqualifiedName(Hw::typeName), Hw::typeName});
+      });
       return v;
    }();
    return classes;

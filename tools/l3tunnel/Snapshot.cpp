@@ -5,6 +5,7 @@
 #include <tuple>
 #include <type_traits>
 
+#include "MeridL3Tunnel/TableCatalogue.h"
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
 
@@ -84,8 +85,9 @@ std::vector<std::pair<const Key*, const Handle*>> ordered(
    return v;
 }
 
-template <class Entry>
-void tunnelFields(const Entry& e, EntryView& v) {
+// What an entry's fields tell beyond its text, per entry type.
+template <class Name>
+void entryFields(const MeridL3Tunnel::EgrL3IpTunnelEntry<Name>& e, EntryView& v) {
    v.ttl = e.ttlValue();
 }
 
@@ -97,16 +99,16 @@ std::optional<uint32_t> dependentIndex(const Handle* named, uint32_t value) {
 }
 
 template <class Entry>
-void interfaceFields(const Entry& e, EntryView& v) {
+auto entryFields(const Entry& e, EntryView& v) -> decltype(e.tunnelIdxHandle(), void()) {
    v.tunnelIndex = dependentIndex(e.tunnelIdxHandle().ptr(), e.tunnelIdx());
 }
 
-void nextHopFields(const L3TunnelIngL3NextHopEntry& e, EntryView& v) {
+void entryFields(const L3TunnelIngL3NextHopEntry& e, EntryView& v) {
    v.drop = e.drop();
    if (!v.drop) v.interfaceIndex = dependentIndex(e.l3Oif1Handle().ptr(), e.l3Oif1());
 }
 
-void noFields(const IngL3IifEntry&, EntryView&) {}
+void entryFields(const IngL3IifEntry&, EntryView&) {}
 
 }  // namespace
 
@@ -381,7 +383,7 @@ TableView interfaceView(const L3InterfaceTable& t, const AsicSim::Chip& chip) {
       handleStates(handle, e);
       if (t.mergedEntryHas(key) || t.unresolvedMergedEntryHas(key)) {
          EgrL3Oif1Table::Entry egress = t.egrL3Oif1TableEntry(key);
-         interfaceFields(egress, e);
+         entryFields(egress, e);
          e.valued = true;
          egress.tunnelIdxHandleIs(nullptr);
          if (texts) e.entry = valueToStrep(L3InterfaceTable::Entry(t.ingL3IifEntry(key), egress));
@@ -462,6 +464,41 @@ HardwareView hardwareView(const AsicSim::HwTable& hw, std::string_view qualified
    return v;
 }
 
+TableKind kindOf(ChainLink link) {
+   switch (link) {
+      case ChainLink::tunnel:
+         return TableKind::tunnel;
+      case ChainLink::interface:
+         return TableKind::interface;
+      case ChainLink::nextHop:
+         return TableKind::nextHop;
+      case ChainLink::member:
+         break;
+   }
+   return TableKind::member;
+}
+
+// The views of one table of the catalogue: a keyed table's own; the merged
+// table's members' and its own; the member table's blocks'.
+template <class Table>
+void viewsAppend(std::vector<TableView>& out, const Table& t, const AsicSim::Chip& chip,
+                 TableKind kind, const Snapshot::Chains* chains) {
+   out.push_back(keyedView(
+       t, chip, kind, [](const auto& e, EntryView& v) { entryFields(e, v); }, chains));
+}
+
+void viewsAppend(std::vector<TableView>& out, const L3InterfaceTable& t, const AsicSim::Chip& chip,
+                 TableKind kind, const Snapshot::Chains* chains) {
+   if (t.ingL3Iif()) viewsAppend(out, *t.ingL3Iif(), chip, TableKind::ingressInterface, chains);
+   if (t.egrL3Oif1Table()) viewsAppend(out, *t.egrL3Oif1Table(), chip, kind, chains);
+   out.push_back(interfaceView(t, chip));
+}
+
+void viewsAppend(std::vector<TableView>& out, const L3EcmpMember0Table& t,
+                 const AsicSim::Chip& chip, TableKind, const Snapshot::Chains*) {
+   out.push_back(memberView(t, chip));
+}
+
 // Tables that share an index space but not a size: the larger one's size
 // wins, and the smaller one refuses the rows past its end.
 void sizesCheck(const L3TunnelOverlayEcmpProgrammer& p, std::vector<std::string>& warnings) {
@@ -508,31 +545,16 @@ Snapshot::Snapshot(const Agent& agent) : agent_(agent) {
    // are read only after the list is complete.
    chains_ = std::make_unique<Chains>(agent, tables_);
    if (const auto* p = agent.programmer()) {
-      auto tunnel = [](const auto& e, EntryView& v) { tunnelFields(e, v); };
-      auto intf = [](const auto& e, EntryView& v) { interfaceFields(e, v); };
+      // Tunnels first, members last: each table's entries name those above.
       const Chains* chains = chains_.get();
-      if (p->l3EgrL3Ipv4TunnelTable())
-         tables_.push_back(
-             keyedView(*p->l3EgrL3Ipv4TunnelTable(), chip, TableKind::tunnel, tunnel, chains));
-      if (p->l3EgrL3Ipv6TunnelTable())
-         tables_.push_back(
-             keyedView(*p->l3EgrL3Ipv6TunnelTable(), chip, TableKind::tunnel, tunnel, chains));
-      if (p->l3TunnelEgrL3Oif1Table())
-         tables_.push_back(
-             keyedView(*p->l3TunnelEgrL3Oif1Table(), chip, TableKind::interface, intf, chains));
-      if (const auto& merged = p->l3InterfaceTable()) {
-         if (merged->ingL3Iif())
-            tables_.push_back(keyedView(*merged->ingL3Iif(), chip, TableKind::ingressInterface,
-                                        noFields, chains));
-         if (merged->egrL3Oif1Table())
-            tables_.push_back(
-                keyedView(*merged->egrL3Oif1Table(), chip, TableKind::interface, intf, chains));
-         tables_.push_back(interfaceView(*merged, chip));
-      }
-      if (p->l3TunnelIngL3NextHopTable())
-         tables_.push_back(keyedView(*p->l3TunnelIngL3NextHopTable(), chip, TableKind::nextHop,
-                                     nextHopFields, chains));
-      if (p->l3EcmpMember0Table()) tables_.push_back(memberView(*p->l3EcmpMember0Table(), chip));
+      auto add = [&]<class Line>() {
+         if (const auto& t = p->table<typename Line::Table>())
+            viewsAppend(tables_, *t, chip, kindOf(Line::link), chains);
+      };
+      MeridL3Tunnel::forEachLineOf<ChainLink::tunnel>(add);
+      MeridL3Tunnel::forEachLineOf<ChainLink::interface>(add);
+      MeridL3Tunnel::forEachLineOf<ChainLink::nextHop>(add);
+      MeridL3Tunnel::forEachLineOf<ChainLink::member>(add);
       sizesCheck(*p, warnings_);
    }
 
