@@ -1,6 +1,6 @@
 # The installed package: exported targets (MeridL3Tunnel::MeridL3Tunnel,
-# ::Platform, ::AsicSim) with a config and a version file for find_package,
-# and a pkg-config file.
+# ::Platform, ::AsicSwTable, ::AsicSim) with a config and a version file for
+# find_package, and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 set(L3TUNNEL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/MeridL3Tunnel)
