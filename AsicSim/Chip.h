@@ -118,6 +118,9 @@ private:
    uint32_t foundRows_ = 0;  // the bitmap goes with the last
 };
 
+// The chip's hardware tables by name and unit.
+using HwTables = std::map<std::pair<std::string, Asic::UnitId>, Brio::Ptr<HwTable>, std::less<>>;
+
 class Chip final : public Brio::PtrInterface {
 public:
    static constexpr std::string_view prefixPath = "AsicFeature";
@@ -137,6 +140,7 @@ public:
    // writes a new file and renames it over the old one, so a crash leaves
    // either. Loading replaces this chip's tables only when the whole file is
    // sound; else it throws std::runtime_error naming the file and the fault.
+   // The file's format is in AsicSim/ChipState.h.
    static constexpr uint32_t stateVersion = 1;
    void stateSave(const std::string& path) const;
    void stateLoad(const std::string& path);
@@ -219,7 +223,7 @@ private:
                          const Orb::GenericValue& key);
    static void deliver(const Response& r);
 
-   std::map<std::pair<std::string, Asic::UnitId>, Brio::Ptr<HwTable>, std::less<>> tables_;
+   HwTables tables_;
    std::map<std::string, uint32_t, std::less<>> writeFailures_;
    std::deque<Response> held_;
    Asic::HwRequestId nextRequest_ = 0;
