@@ -313,13 +313,19 @@ struct SwTable::Accessor {
       if (alloc->canReleaseIndex(allocatorKey, &t)) alloc->releaseIndexFromTable(allocatorKey, &t);
    }
 
-   // A key stands in the table for its allocator while it holds a value.
+   // A key stands in the table for its allocator while it holds a value, and
+   // while the write of a value withdrawn since is in flight: that row stays
+   // until the write is answered and the row deleted, and another table
+   // sharing the allocator must not free the index under it.
    static bool allocatorKeyHeld(const T& t, uint32_t attrId, Orb::GenericValueRef key) {
       if (attrId != SwTable::resolvedEntryAttr) return false;
       const Key* k = key.template as<Key>();
       if (!k) return false;
       auto it = t.data_.resolvedEntry.find(*k);
-      return it != t.data_.resolvedEntry.end() && it->second;
+      if (it == t.data_.resolvedEntry.end()) return false;
+      if (it->second) return true;
+      const HandlePtr h = entryHandle(t, *k);
+      return h && writeInFlight(t, *h);
    }
 
    // ---- programming ---------------------------------------------------------

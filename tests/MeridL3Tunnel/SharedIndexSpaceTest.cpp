@@ -77,6 +77,28 @@ TEST_F(SharedIndexSpace, OneKeyInBothTablesSharesItsIndexUntilBothLetGo) {
    expectConsistent();
 }
 
+// Let go while both writes are in flight: the index stays held until the
+// last of the two rows is deleted, whichever write is answered first.
+TEST_F(SharedIndexSpace, OneKeyLetGoInBothTablesWhileItsWritesAreInFlight) {
+   const auto k = tunnelKey(1);
+   for (uint32_t first : {0u, 1u}) {
+      SCOPED_TRACE(first == 0 ? "IPv4 answered first" : "IPv6 answered first");
+      chip->holdResponsesIs(true);
+      auto a = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
+      auto b = v6->entryRef(
+          k, L3EgrL3Ipv6TunnelTable::Entry(false, true, k.srcIpAddr(), 1, k.dstIpAddr(), U5(2)));
+      a.reset();
+      b.reset();
+      chip->releaseResponse(first);
+      runLoop();
+      drainResponses(2);
+      EXPECT_EQ(hw(L3EgrL3Ipv4TunnelTable::typeName)->usedRows(), 0u);
+      EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
+      EXPECT_EQ(v4->indexAllocator()->used(), 0u);
+      expectConsistent();
+   }
+}
+
 // Random writes, rewrites, commits, removals and dropped references over both
 // tables, with responses held and released out of order; everything must
 // agree after every step once the loop is idle, and nothing may be left when
