@@ -330,8 +330,7 @@ TEST_F(SimFixture, HandlesOutliveTheirTableUnlinked) {
    makeTunnelTables();
    auto h = v4->entryRef(tunnelKey(1), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(1)));
    runLoop();
-   v4.reset();
-   tables.clear();
+   tablesDrop();
    EXPECT_EQ(h->swTable(), nullptr);
    EXPECT_TRUE(hw(L3EgrL3Ipv4TunnelTable::typeName)->row(1)) << "rows stay for a restart";
    h.reset();
@@ -361,7 +360,7 @@ TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {
    // Revived without a value (a watcher's weak reference) and dropped only
    // after the delete was answered: the row is gone already.
    chipInfo->tableSizeIs(IngL3Iif::typeName, 8);
-   auto ing = MeridL3Tunnel::ingL3IifFactory();
+   ing = MeridL3Tunnel::ingL3IifFactory();
    init(*ing);
    auto m = ing->entryRef(IngL3Iif::Index(3), IngL3Iif::Entry());
    runLoop();
@@ -379,7 +378,6 @@ TEST_F(SimFixture, RevivedAfterTheDeleteWasAnsweredGoesQuietly) {
    // restart that row may still hold what the agent will write again.
    ing->entryWeakRef(IngL3Iif::Index(5)).reset();
    EXPECT_EQ(stats(IngL3Iif::typeName).deletes, ingDeletes);
-   tables.pop_back();
 }
 
 }  // namespace

@@ -39,23 +39,11 @@ protected:
       init(*ing);
       init(*egr);
    }
-   void TearDown() override {
-      tables.clear();
-      ing = nullptr, egr = nullptr;
-      SimFixture::TearDown();
-   }
    HandlePtr tunnel(uint32_t n) {
       return v4->entryCommit(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
    }
    static EgrL3Oif1Table::Entry egrEntry(HandlePtr t, uint16_t idx = 0, uint8_t ttl = 7) {
       return {std::move(t), idx, ttl, U5(18)};
-   }
-   void settle() {
-      chip->holdResponsesIs(false);
-      for (int i = 0; i < 3; ++i) {
-         chip->releaseAllResponses();
-         runLoop();
-      }
    }
    const std::string* row(std::string_view table, Asic::Index i) { return hw(table)->row(i); }
 
@@ -117,9 +105,6 @@ protected:
       }
       r.notifierIs(nullptr);
    }
-
-   Brio::Ptr<IngL3Iif> ing;
-   Brio::Ptr<EgrL3Oif1Table> egr;
 };
 
 TEST_F(MemberTable, KeyIsTheHardwareIndex) {

@@ -36,6 +36,7 @@ public:
       if (!alloc->indexCount()) alloc->indexCountIs(rows);
    }
    ~OrdinaryNextHops() {
+      for (auto& k : keys) alloc->releaseIndex(alloc->getKey(k));
       Stub::freeSharedAllocator(Orb::typeId<OrdinarySpace>(), Orb::typeId<OrdinaryNextHops>(),
                                 this);
    }

@@ -49,10 +49,7 @@ protected:
    }
 
    void recover() {
-      programmerIs(chipInfo, ledger, true);
-      v4 = programmer->l3EgrL3Ipv4TunnelTable();
-      nh = programmer->l3TunnelIngL3NextHopTable();
-      members = programmer->l3EcmpMember0Table();
+      tablesIs(true);
       runLoop();
    }
 
@@ -136,8 +133,6 @@ TEST_F(Recovery, RowsNamingBeyondTheirTablesPinNothing) {
    // The agent goes; the programmer lets its tables go in its own order, so
    // that the groups dropped after it delete no row.
    tablesDrop();
-   members.reset();
-   programmer.reset();
    kept = stale = nullptr;
    Brio::EventLoop::instance().clear();
    // Far beyond every table: pins sized by such an index would take

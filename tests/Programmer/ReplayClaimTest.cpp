@@ -123,8 +123,6 @@ protected:
       std::map<uint32_t, Asic::Index> had;
       for (uint32_t id = 1; id <= 4; ++id) had[id] = underlay->entryWeakRef(adj(id))->hwIndex();
       tablesDrop();
-      members.reset();
-      programmer.reset();
       held.clear();
       Brio::EventLoop::instance().clear();
       end();

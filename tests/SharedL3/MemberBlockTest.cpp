@@ -10,34 +10,26 @@
 #include "Brio/EventLoop.h"
 #include "SharedL3/EcmpGroup1Table.h"
 #include "SharedL3/L3EcmpMember0Table.h"
-#include "support/InvariantChecker.h"
 #include "support/Setup.h"
+#include "support/SimFixture.h"
 
 namespace test {
 namespace {
 
 using MeridL3Tunnel::EcmpGroup1Table;
 using MeridL3Tunnel::L3EcmpMember0Table;
-using State = Asic::SwTableBase::EntryState;
-using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
 using Block = L3EcmpMember0Table::EntryHandle;
 
-class MemberBlock : public ::testing::Test {
+class MemberBlock : public SimFixture {
 protected:
-   void SetUp() override { setUpRows(8); }
-   void setUpRows(uint32_t rowCount) {
-      Brio::EventLoop::instance().clear();
-      chip = Brio::makePtr<AsicSim::Chip>();
-      chip->install();
-      chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
-      chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, rowCount);
-      table = makeTable();
-      named = Brio::makePtr<EcmpGroup1Table>();
+   void SetUp() override {
+      SimFixture::SetUp();
+      setUpRows(8);
    }
-   void TearDown() override {
-      table.reset();
-      Brio::EventLoop::instance().clear();
-      chip->uninstall();
+   void setUpRows(uint32_t rowCount) {
+      chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, rowCount);
+      members = makeTable();
+      named = Brio::makePtr<EcmpGroup1Table>();
    }
    Brio::Ptr<L3EcmpMember0Table> makeTable() {
       auto t = MeridL3Tunnel::l3EcmpMember0TableFactory();
@@ -55,37 +47,28 @@ protected:
       return b;
    }
    HandlePtr place(const L3EcmpMember0Table::EntryBlock& b) {
-      HandlePtr h = table->entryBlockRef(b);
+      HandlePtr h = members->entryBlockRef(b);
       runLoop();
       return h;
    }
    static const Block& block(const HandlePtr& h) { return static_cast<const Block&>(*h); }
    static Asic::Index base(const HandlePtr& h) { return block(h).baseIndex(); }
-   void runLoop() { Brio::EventLoop::instance().runUntilIdle(); }
    Brio::Ptr<AsicSim::HwTable> hw() const { return chip->table(L3EcmpMember0Table::typeName); }
    uint32_t rows() const { return hw()->usedRows(); }
    // The table goes as at an agent restart; the rows stay.
    void restart() {
-      table.reset();
+      members.reset();
       runLoop();
-      table = makeTable();
-   }
-   void expectConsistent() {
-      InvariantChecker checker(*chip);
-      checker.memberTable(*table);
-      EXPECT_EQ(checker.violations(), Lines{});
+      members = makeTable();
    }
 
-   Brio::Ptr<AsicSim::Chip> chip;
-   Brio::Ptr<MeridCentral::ChipInfo> chipInfo;
-   Brio::Ptr<L3EcmpMember0Table> table;
    Brio::Ptr<EcmpGroup1Table> named;
 };
 
 TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    named->entryIs(adj(1), State::inProgress);
    named->entryIs(adj(2), State::success);
-   HandlePtr h = table->entryBlockRef(blockOf(3, {1, 2}));
+   HandlePtr h = members->entryBlockRef(blockOf(3, {1, 2}));
    EXPECT_EQ(h->entryState(), State::unresolved);
    EXPECT_EQ(base(h), Asic::invalidIndex);  // the range comes with resolution
    EXPECT_EQ(rows(), 0u);
@@ -103,7 +86,7 @@ TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
 
 TEST_F(MemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
    named->entryIs(adj(1), State::inProgress);
-   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    named->entryStateIs(adj(1), State::failedNeededEntry);
    EXPECT_EQ(h->entryState(), State::failedNeededEntry);
    named->entryStateIs(adj(1), State::success);
@@ -115,18 +98,18 @@ TEST_F(MemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
 TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
    named->entryIs(adj(1));
    named->entryIs(adj(2));
-   HandlePtr a = table->entryBlockRef(blockOf(3, {1}));
-   HandlePtr b = table->entryBlockRef(blockOf(2, {2}));
-   HandlePtr c = table->entryBlockRef(blockOf(3, {2}));
+   HandlePtr a = members->entryBlockRef(blockOf(3, {1}));
+   HandlePtr b = members->entryBlockRef(blockOf(2, {2}));
+   HandlePtr c = members->entryBlockRef(blockOf(3, {2}));
    a = nullptr;  // 0..2 free, 3..4 and 5..7 taken
    runLoop();
-   HandlePtr big = table->entryBlockRef(blockOf(4, {1, 2}));
+   HandlePtr big = members->entryBlockRef(blockOf(4, {1, 2}));
    EXPECT_EQ(big->entryState(), State::noHwIndex);
    EXPECT_EQ(base(big), Asic::invalidIndex);
-   EXPECT_EQ(table->indexAllocator().largestFree(), 3u);
+   EXPECT_EQ(members->indexAllocator().largestFree(), 3u);
    b = nullptr;  // 0..4 free
    runLoop();
-   HandlePtr again = table->entryBlockRef(blockOf(4, {1, 2}));
+   HandlePtr again = members->entryBlockRef(blockOf(4, {1, 2}));
    EXPECT_EQ(again, big);
    runLoop();
    EXPECT_EQ(big->entryState(), State::success);
@@ -136,14 +119,14 @@ TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
 TEST_F(MemberBlock, RefusedRowWriteIsNoHwIndex) {
    named->entryIs(adj(1));
    chip->writeFailuresIs(L3EcmpMember0Table::typeName, 1);
-   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
    EXPECT_EQ(h->entryState(), State::noHwIndex);
    EXPECT_EQ(h->hwIndex(), Asic::invalidIndex);
    h = nullptr;
    runLoop();
    EXPECT_EQ(rows(), 0u);
-   EXPECT_EQ(table->indexAllocator().used(), 0u);
+   EXPECT_EQ(members->indexAllocator().used(), 0u);
 }
 
 // Released with its writes still unanswered: the rows go at once and the late
@@ -151,7 +134,7 @@ TEST_F(MemberBlock, RefusedRowWriteIsNoHwIndex) {
 TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
    named->entryIs(adj(1));
    chip->holdResponsesIs(true);
-   HandlePtr h = table->entryBlockRef(blockOf(3, {1}));
+   HandlePtr h = members->entryBlockRef(blockOf(3, {1}));
    EXPECT_EQ(h->entryState(), State::inProgress);
    const HandlePtr group = named->entryWeakRef(adj(1));
    const uint32_t refsWithBlock = group->references();
@@ -161,8 +144,8 @@ TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
    chip->holdResponsesIs(false);
    chip->releaseAllResponses();
    runLoop();
-   EXPECT_EQ(table->entryBlocks(), 0u);
-   HandlePtr next = table->entryBlockRef(blockOf(1, {1}));
+   EXPECT_EQ(members->entryBlocks(), 0u);
+   HandlePtr next = members->entryBlockRef(blockOf(1, {1}));
    runLoop();
    EXPECT_EQ(next->entryState(), State::success);
    expectConsistent();
@@ -172,7 +155,7 @@ TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
 // must not take that index until the block lets the old handle go.
 TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    named->entryIs(adj(1));
-   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
    ASSERT_EQ(h->entryState(), State::success);
    const Asic::Index named1 = named->entryWeakRef(adj(1))->hwIndex();
@@ -191,10 +174,10 @@ TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
 
 TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
    named->entryIs(adj(1));
-   HandlePtr h = table->entryBlockRef(blockOf(2, {1}));
+   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
-   table->entryBlockRemoveAll();
-   EXPECT_EQ(table->entryBlocks(), 0u);
+   members->entryBlockRemoveAll();
+   EXPECT_EQ(members->entryBlocks(), 0u);
    EXPECT_EQ(rows(), 0u);
    EXPECT_EQ(h->entryType(), Asic::SwTableBase::EntryHandle::inDeletion());
    EXPECT_EQ(block(h).size(), 0u);
@@ -209,32 +192,32 @@ TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
 TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    named->entryIs(adj(1));
    named->entryIs(adj(2));
-   HandlePtr kept = table->entryBlockRef(blockOf(2, {1}));
-   HandlePtr dropped = table->entryBlockRef(blockOf(3, {2}));
+   HandlePtr kept = members->entryBlockRef(blockOf(2, {1}));
+   HandlePtr dropped = members->entryBlockRef(blockOf(3, {2}));
    runLoop();
    const Asic::Index keptBase = base(kept);
-   table.reset();
+   members.reset();
    kept = dropped = nullptr;
    EXPECT_EQ(rows(), 5u);
    const auto changes = hw()->stats().changes;
 
-   table = makeTable();
-   table->syncEntries();
-   EXPECT_EQ(table->recoveredRows(), 5u);
-   HandlePtr fresh = table->entryBlockRef(blockOf(1, {1, 2}));  // new rows: elsewhere
-   HandlePtr replayed = table->entryBlockRef(blockOf(2, {1}));
+   members = makeTable();
+   members->syncEntries();
+   EXPECT_EQ(members->recoveredRows(), 5u);
+   HandlePtr fresh = members->entryBlockRef(blockOf(1, {1, 2}));  // new rows: elsewhere
+   HandlePtr replayed = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
    EXPECT_EQ(base(replayed), keptBase);
    EXPECT_EQ(base(fresh), 5u);
    EXPECT_EQ(hw()->stats().changes, changes + 1);
-   EXPECT_EQ(table->recoveredRows(), 3u);
+   EXPECT_EQ(members->recoveredRows(), 3u);
    expectConsistent();
 
-   table->purgeStaleEntries();
+   members->purgeStaleEntries();
    runLoop();
-   EXPECT_EQ(table->recoveredRows(), 0u);
+   EXPECT_EQ(members->recoveredRows(), 0u);
    EXPECT_EQ(rows(), 3u);
-   EXPECT_EQ(table->indexAllocator().used(), 3u);
+   EXPECT_EQ(members->indexAllocator().used(), 3u);
    expectConsistent();
 }
 
@@ -242,6 +225,7 @@ TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
 class MemberRecovery : public MemberBlock {
 protected:
    void SetUp() override {
+      SimFixture::SetUp();
       setUpRows(16);
       for (uint32_t id = 1; id <= 3; ++id) named->entryIs(adj(id));
    }
@@ -257,15 +241,15 @@ TEST_F(MemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
       for (uint32_t i = 0; i < 3; ++i) bases[i] = base(held[i] = place(blockOf(sizes[i], {i + 1})));
       restart();
    }
-   table->syncEntries();
-   ASSERT_EQ(table->recoveredRows(), 9u);
+   members->syncEntries();
+   ASSERT_EQ(members->recoveredRows(), 9u);
    const auto changes = hw()->stats().changes;
    HandlePtr replayed[3];
    for (uint32_t i = 3; i-- > 0;) {
       replayed[i] = place(blockOf(sizes[i], {i + 1}));
       EXPECT_EQ(base(replayed[i]), bases[i]) << "block " << i;
    }
-   EXPECT_EQ(table->recoveredRows(), 0u);
+   EXPECT_EQ(members->recoveredRows(), 0u);
    EXPECT_EQ(hw()->stats().changes, changes);
 }
 
@@ -278,14 +262,14 @@ TEST_F(MemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
    }
    hw()->rowIs(1, nullptr);
    hw()->rowKeyIs(1, {});
-   table->syncEntries();
-   EXPECT_EQ(table->recoveredRows(), 2u);
+   members->syncEntries();
+   EXPECT_EQ(members->recoveredRows(), 2u);
    HandlePtr replayed = place(blockOf(3, {1}));
    EXPECT_EQ(base(replayed), 3u);  // first range clear of rows 0 and 2
-   EXPECT_EQ(table->recoveredRows(), 2u);
-   table->purgeStaleEntries();
+   EXPECT_EQ(members->recoveredRows(), 2u);
+   members->purgeStaleEntries();
    runLoop();
-   EXPECT_EQ(table->recoveredRows(), 0u);
+   EXPECT_EQ(members->recoveredRows(), 0u);
    for (Asic::Index i : {0u, 2u}) EXPECT_FALSE(hw()->row(i)) << "row " << i;
    EXPECT_EQ(hw()->usedRows(), 3u);
 }
@@ -306,11 +290,11 @@ TEST_F(MemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
          restart();
       }
       hw()->rowKeyIs(row, Orb::GenericValue::of(key));
-      table->syncEntries();
-      EXPECT_EQ(table->recoveredRows(), 3u) << key;
+      members->syncEntries();
+      EXPECT_EQ(members->recoveredRows(), 3u) << key;
       HandlePtr replayed = place(blockOf(3, {1}));
       EXPECT_EQ(base(replayed), 3u) << key;
-      table->purgeStaleEntries();
+      members->purgeStaleEntries();
       replayed = nullptr;
       runLoop();
       EXPECT_EQ(hw()->usedRows(), 0u) << key;
@@ -328,13 +312,13 @@ TEST_F(MemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
    }
    HandlePtr early = place(blockOf(2, {2}));
    ASSERT_EQ(base(early), 0u);
-   table->syncEntries();
-   EXPECT_EQ(table->recoveredRows(), 3u);
-   table->purgeStaleEntries();
+   members->syncEntries();
+   EXPECT_EQ(members->recoveredRows(), 3u);
+   members->purgeStaleEntries();
    runLoop();
    EXPECT_TRUE(hw()->row(0) && hw()->row(1));
    EXPECT_EQ(hw()->usedRows(), 2u);
-   EXPECT_EQ(table->indexAllocator().used(), 2u);
+   EXPECT_EQ(members->indexAllocator().used(), 2u);
 }
 
 TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
