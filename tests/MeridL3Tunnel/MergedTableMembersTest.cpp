@@ -27,7 +27,7 @@ struct Recorder : Brio::Notifiee {
    }
 };
 
-class MemberTable : public SimFixture {
+class MergedTableMembers : public SimFixture {
 protected:
    void SetUp() override {
       SimFixture::SetUp();
@@ -107,14 +107,14 @@ protected:
    }
 };
 
-TEST_F(MemberTable, KeyIsTheHardwareIndex) {
+TEST_F(MergedTableMembers, KeyIsTheHardwareIndex) {
    auto t = tunnel(1);
    runLoop();
    expectKeyIsTheRow(*ing, IngL3Iif::Entry());
    expectKeyIsTheRow(*egr, egrEntry(t));
 }
 
-TEST_F(MemberTable, IngressEntriesAreAllEqualSoARewriteProgramsNothing) {
+TEST_F(MergedTableMembers, IngressEntriesAreAllEqualSoARewriteProgramsNothing) {
    IngL3Iif::Entry plain, withFn;
    withFn.writeResponseFnIs([](State) {});
    EXPECT_TRUE(IngL3Iif::Entry::isEq(plain, withFn));
@@ -135,7 +135,7 @@ TEST_F(MemberTable, IngressEntriesAreAllEqualSoARewriteProgramsNothing) {
    EXPECT_FALSE(ing->entryHas(IngIndex(4)));
 }
 
-TEST_F(MemberTable, EgressRewriteDifferingOnlyInTunnelIdxIsEqual) {
+TEST_F(MergedTableMembers, EgressRewriteDifferingOnlyInTunnelIdxIsEqual) {
    auto t = tunnel(1);
    runLoop();
    auto h = egr->entryCommit(EgrIndex(4), egrEntry(t));
@@ -154,7 +154,7 @@ TEST_F(MemberTable, EgressRewriteDifferingOnlyInTunnelIdxIsEqual) {
    EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes, writes + 1) << "a real change is written";
 }
 
-TEST_F(MemberTable, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) {
+TEST_F(MergedTableMembers, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) {
    chip->holdResponsesIs(true);
    tunnel(1);
    auto t = tunnel(2);  // a nonzero index, unlike a default entry's
@@ -187,7 +187,7 @@ TEST_F(MemberTable, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) {
    EXPECT_FALSE(egr->entryHas(EgrIndex(6)));
 }
 
-TEST_F(MemberTable, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
+TEST_F(MergedTableMembers, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
    auto t = tunnel(1);
    runLoop();
    auto h = egr->entryRef(EgrIndex(6), egrEntry(t));
@@ -212,7 +212,7 @@ TEST_F(MemberTable, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
    EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(6)));
 }
 
-TEST_F(MemberTable, IndexRangeIsTheChipsOnceMounted) {
+TEST_F(MergedTableMembers, IndexRangeIsTheChipsOnceMounted) {
    const std::vector<std::pair<Brio::Ptr<Asic::SwKnownIndexTable>, uint32_t>> cases{
        {MeridL3Tunnel::ingL3IifFactory(), 12}, {MeridL3Tunnel::egrL3Oif1TableFactory(), 40}};
    for (auto& [t, rows] : cases) {
@@ -227,7 +227,7 @@ TEST_F(MemberTable, IndexRangeIsTheChipsOnceMounted) {
    }
 }
 
-TEST_F(MemberTable, DeletedResolvedEntryIsPublishedWithItsIndex) {
+TEST_F(MergedTableMembers, DeletedResolvedEntryIsPublishedWithItsIndex) {
    auto t = tunnel(1);
    runLoop();
    for (uint32_t i : {2u, 5u}) {
@@ -260,12 +260,12 @@ void expectIndexText() {
    }
 }
 
-TEST(MemberIndexText, DecimalAndTheWholeText) {
+TEST(MergedTableMemberIndexText, DecimalAndTheWholeText) {
    expectIndexText<IngIndex>();
    expectIndexText<EgrIndex>();
 }
 
-TEST_F(MemberTable, MergedEntryTextForm) {
+TEST_F(MergedTableMembers, MergedEntryTextForm) {
    auto t = tunnel(1);
    const std::string handle = Asic::SwTableBase::EntryHandle::handleText(t.ptr());
    std::string text;

@@ -20,7 +20,7 @@ using MeridL3Tunnel::EcmpGroup1Table;
 using MeridL3Tunnel::L3EcmpMember0Table;
 using Block = L3EcmpMember0Table::EntryHandle;
 
-class MemberBlock : public SimFixture {
+class EcmpMemberBlock : public SimFixture {
 protected:
    void SetUp() override {
       SimFixture::SetUp();
@@ -65,7 +65,7 @@ protected:
    Brio::Ptr<EcmpGroup1Table> named;
 };
 
-TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
+TEST_F(EcmpMemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    named->entryIs(adj(1), State::inProgress);
    named->entryIs(adj(2), State::success);
    HandlePtr h = members->entryBlockRef(blockOf(3, {1, 2}));
@@ -84,7 +84,7 @@ TEST_F(MemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    expectConsistent();
 }
 
-TEST_F(MemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
+TEST_F(EcmpMemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
    named->entryIs(adj(1), State::inProgress);
    HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    named->entryStateIs(adj(1), State::failedNeededEntry);
@@ -95,7 +95,7 @@ TEST_F(MemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
    expectConsistent();
 }
 
-TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
+TEST_F(EcmpMemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
    named->entryIs(adj(1));
    named->entryIs(adj(2));
    HandlePtr a = members->entryBlockRef(blockOf(3, {1}));
@@ -116,7 +116,7 @@ TEST_F(MemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
    expectConsistent();
 }
 
-TEST_F(MemberBlock, RefusedRowWriteIsNoHwIndex) {
+TEST_F(EcmpMemberBlock, RefusedRowWriteIsNoHwIndex) {
    named->entryIs(adj(1));
    chip->writeFailuresIs(L3EcmpMember0Table::typeName, 1);
    HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
@@ -131,7 +131,7 @@ TEST_F(MemberBlock, RefusedRowWriteIsNoHwIndex) {
 
 // Released with its writes still unanswered: the rows go at once and the late
 // answers change nothing.
-TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
+TEST_F(EcmpMemberBlock, ReleaseWhileWritesAreInFlight) {
    named->entryIs(adj(1));
    chip->holdResponsesIs(true);
    HandlePtr h = members->entryBlockRef(blockOf(3, {1}));
@@ -153,7 +153,7 @@ TEST_F(MemberBlock, ReleaseWhileWritesAreInFlight) {
 
 // The underlay group goes while member rows still name its index: a new group
 // must not take that index until the block lets the old handle go.
-TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
+TEST_F(EcmpMemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    named->entryIs(adj(1));
    HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
@@ -172,7 +172,7 @@ TEST_F(MemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    expectConsistent();
 }
 
-TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
+TEST_F(EcmpMemberBlock, RemoveAllDetachesHeldBlocks) {
    named->entryIs(adj(1));
    HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
    runLoop();
@@ -189,7 +189,7 @@ TEST_F(MemberBlock, RemoveAllDetachesHeldBlocks) {
 // A restart destroys the table, not the rows. The next table keeps new blocks
 // off them, gives a block with the same rows its old range back without
 // changing a row, and purges the rest.
-TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
+TEST_F(EcmpMemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
    named->entryIs(adj(1));
    named->entryIs(adj(2));
    HandlePtr kept = members->entryBlockRef(blockOf(2, {1}));
@@ -222,7 +222,7 @@ TEST_F(MemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
 }
 
 // After a restart the chip's rows need not line up with whole blocks.
-class MemberRecovery : public MemberBlock {
+class EcmpMemberRecovery : public EcmpMemberBlock {
 protected:
    void SetUp() override {
       SimFixture::SetUp();
@@ -233,7 +233,7 @@ protected:
 
 // Blocks of 2, 3 and 4 rows side by side form one run of rows on the chip;
 // each is still recovered on its own and takes exactly its rows back.
-TEST_F(MemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
+TEST_F(EcmpMemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
    const uint32_t sizes[] = {2, 3, 4};
    Asic::Index bases[3];
    {
@@ -255,7 +255,7 @@ TEST_F(MemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
 
 // A block missing one row on the chip is not whole: its rows stay out of
 // new blocks' way until the purge, and the replayed block is placed afresh.
-TEST_F(MemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
+TEST_F(EcmpMemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
    {
       HandlePtr held = place(blockOf(3, {1}));
       restart();
@@ -277,7 +277,7 @@ TEST_F(MemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
 // A row key that is not its own row's, or that names a block reaching past
 // the table, names no block: such rows are not taken back as a block, only
 // kept out of the way until the purge.
-TEST_F(MemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
+TEST_F(EcmpMemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
    using RowKey = L3EcmpMember0Table::RowKey;
    const std::pair<Asic::Index, RowKey> corrupt[] = {
        {1, RowKey(7, 0, 3)},           // a key of another row than its own
@@ -305,7 +305,7 @@ TEST_F(MemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
 // Rows a block already holds when the table learns the chip's rows are the
 // block's: only the rest count as recovered, and the purge leaves the
 // block's rows alone.
-TEST_F(MemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
+TEST_F(EcmpMemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
    {
       HandlePtr held = place(blockOf(5, {1}));
       restart();
@@ -321,7 +321,7 @@ TEST_F(MemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
    EXPECT_EQ(members->indexAllocator().used(), 2u);
 }
 
-TEST(MemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
+TEST(EcmpMemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
    auto named = Brio::makePtr<EcmpGroup1Table>();
    const HandlePtr h = named->entryIs(adj(3));
    const L3EcmpMember0Table::Entry e(h, nullptr, 7, 9, true);
