@@ -26,19 +26,6 @@ protected:
    }
 };
 
-TEST_F(DependentResolution, ResolvesWithinTheWriteWhenTheTunnelIsProgrammed) {
-   auto t = tunnel(1);
-   auto t2 = tunnel(2);
-   runLoop();
-   auto o = oif->entryRef(tunnelKey(1), oifEntry(t2));
-   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
-   ASSERT_TRUE(oif->resolvedEntry(tunnelKey(1)));
-   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), 2u);
-   runLoop();
-   EXPECT_EQ(o->entryState(), State::success);
-   expectConsistent();
-}
-
 TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
    Orb::TraceCapture trace("MeridL3Tunnel::*/9");
    chip->holdResponsesIs(true);

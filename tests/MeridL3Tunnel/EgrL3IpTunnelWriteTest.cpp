@@ -49,37 +49,6 @@ protected:
 using TunnelTables = ::testing::Types<L3EgrL3Ipv4TunnelTable, L3EgrL3Ipv6TunnelTable>;
 TYPED_TEST_SUITE(EgrL3IpTunnelWriteTest, TunnelTables);
 
-TYPED_TEST(EgrL3IpTunnelWriteTest, WriteIsProgrammedAndCompletesOnTheResponse) {
-   auto& t = this->table();
-   auto h = t.entryCommit(this->key(1), this->entry(1));
-   EXPECT_EQ(h->entryState(), State::inProgress);
-   EXPECT_EQ(h->resolvedEntryState(), State::inProgress);
-   EXPECT_EQ(h->hwIndex(), Asic::invalidIndex) << "index comes with the response";
-   EXPECT_EQ(this->stats(this->name()).writes, 1u) << "programmed within the write";
-   EXPECT_EQ(this->runLoop(), 1u);
-   EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(h->hwIndex(), 1u);
-   EXPECT_EQ(this->hw(this->name())->rowText(1), this->entry(1).stringValue());
-   this->expectConsistent();
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, IdenticalRewriteIsFree) {
-   auto& t = this->table();
-   auto h = t.entryCommit(this->key(1), this->entry(1));
-   this->runLoop();
-   Recorder tableChanges, handleChanges;
-   tableChanges.notifierIs(&t.notifieeList());
-   handleChanges.watch(h);
-   auto again = t.entryCommit(this->key(1), this->entry(1));
-   auto viaRef = t.entryRef(this->key(1), this->entry(1));
-   EXPECT_EQ(again, h);
-   EXPECT_EQ(viaRef, h);
-   EXPECT_EQ(this->stats(this->name()).writes, 1u);
-   EXPECT_TRUE(tableChanges.attrs.empty());
-   EXPECT_TRUE(handleChanges.attrs.empty());
-   EXPECT_EQ(this->runLoop(), 0u);
-}
-
 TYPED_TEST(EgrL3IpTunnelWriteTest, ChangedValueGoesThroughUnresolvedToSuccess) {
    auto& t = this->table();
    auto h = t.entryCommit(this->key(1), this->entry(1));
@@ -109,35 +78,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, FirstValueOverAKeptHandleDoesNotResetTheState
    t.entryCommit(this->key(1), this->entry(1));
    ASSERT_FALSE(r.states.empty());
    EXPECT_NE(r.states.front(), State::unresolved);
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, FullTableGivesNoHwIndexAndTellsTheCallable) {
-   this->tables.clear();
-   this->chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 3);  // indices 1 and 2 only
-   this->chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 3);
-   this->makeTunnelTables(3);
-   auto& t = this->table();
-   auto a = t.entryRef(this->key(1), this->entry(1));
-   auto b = t.entryRef(this->key(2), this->entry(2));
-   std::vector<State> heard;
-   auto e = this->entry(3);
-   e.writeResponseFnIs([&](State s) { heard.push_back(s); });
-   auto c = t.entryRef(this->key(3), e);
-   EXPECT_EQ(c->entryState(), State::noHwIndex);
-   EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::noHwIndex}));
-   EXPECT_EQ(this->stats(this->name()).writes, 2u) << "no write without an index";
-   this->runLoop();
-   b.reset();  // frees index 2 once the delete is done
-   this->runLoop();
-   heard.clear();
-   auto retry = this->entry(3, 99);
-   retry.writeResponseFnIs([&](State s) { heard.push_back(s); });
-   t.entryRef(this->key(3), retry);
-   this->runLoop();
-   EXPECT_EQ(c->entryState(), State::success);
-   EXPECT_EQ(c->hwIndex(), 2u);
-   EXPECT_EQ(heard.back(), State::success);
-   this->expectConsistent();
 }
 
 TYPED_TEST(EgrL3IpTunnelWriteTest, WontProgramHoldsTheKeyWithoutHardware) {
@@ -191,54 +131,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, ReferenceCountsOfRefAndCommit) {
    EXPECT_EQ(kept->entryState(), State::success);
 }
 
-TYPED_TEST(EgrL3IpTunnelWriteTest, LastReferenceDeletesTheRowAndReleasesTheIndex) {
-   auto& t = this->table();
-   auto h = t.entryRef(this->key(1), this->entry(1));
-   this->runLoop();
-   this->chip->holdResponsesIs(true);
-   h.reset();
-   auto kept = t.entryHandle(this->key(1));
-   ASSERT_TRUE(kept) << "the handle waits for the delete's response";
-   EXPECT_EQ(kept->entryType(), Type::inDeletion);
-   EXPECT_FALSE(this->hw(this->name())->row(1)) << "the row is cleared at once";
-   EXPECT_EQ(t.indexAllocator()->indexForKey(this->key(1)), Asic::invalidIndex);
-   kept.reset();
-   this->chip->holdResponsesIs(false);
-   this->chip->releaseAllResponses();
-   this->runLoop();
-   EXPECT_FALSE(t.entryHandle(this->key(1)));
-   EXPECT_FALSE(t.resolvedEntry(this->key(1)));
-   EXPECT_EQ(t.resolvedEntrys(), 0u);
-   auto again = t.entryRef(this->key(2), this->entry(2));
-   this->runLoop();
-   EXPECT_EQ(again->hwIndex(), 1u) << "the freed index is reused";
-   this->expectConsistent();
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, ResponsesOutOfOrderAndFailures) {
-   auto& t = this->table();
-   this->chip->holdResponsesIs(true);
-   auto a = t.entryCommit(this->key(1), this->entry(1));
-   auto b = t.entryCommit(this->key(2), this->entry(2));
-   this->chip->writeFailuresIs(this->name(), 1);
-   auto c = t.entryCommit(this->key(3), this->entry(3));
-   EXPECT_FALSE(this->hw(this->name())->row(3)) << "a failed write leaves the row";
-   this->chip->releaseResponse(1);
-   this->runLoop();
-   EXPECT_EQ(a->entryState(), State::inProgress);
-   EXPECT_EQ(b->entryState(), State::success);
-   this->chip->releaseAllResponses();
-   this->runLoop();
-   EXPECT_EQ(a->entryState(), State::success);
-   EXPECT_EQ(c->entryState(), State::noHwIndex);
-   // A later rewrite retries the refused value.
-   this->chip->holdResponsesIs(false);
-   t.entryCommit(this->key(3), this->entry(3, 1));
-   this->runLoop();
-   EXPECT_EQ(c->entryState(), State::success);
-   this->expectConsistent();
-}
-
 TYPED_TEST(EgrL3IpTunnelWriteTest, StaleResponseOfASupersededWriteIsIgnored) {
    auto& t = this->table();
    this->chip->holdResponsesIs(true);
@@ -263,34 +155,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, DeferredProgrammingStoresButDoesNotProgram) {
    t.handleEntry(this->key(1));
    this->runLoop();
    EXPECT_EQ(h->entryState(), State::success);
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, RemovalAndItsTraces) {
-   auto& t = this->table();
-   Orb::TraceCapture trace(std::string(this->name()) + "/9");
-   t.entryCommit(this->key(1), this->entry(1));
-   this->runLoop();
-   t.entryRemove(this->key(1));
-   t.entryRemove(this->key(1));
-   this->runLoop();
-   t.resolvedEntryDel(this->key(1));
-   const std::string n(this->name());
-   const auto& lines = trace.lines();
-   auto has = [&](const std::string& text) {
-      return std::find(lines.begin(), lines.end(), text) != lines.end();
-   };
-   std::ostringstream k;
-   k << this->key(1);
-   EXPECT_TRUE(has(n + ": entryCommit : Writing entry : " + this->entry(1).stringValue() +
-                   ", at key : " + k.str()));
-   EXPECT_TRUE(has(n + ": entryRemove : Removing entry at key : " + k.str()));
-   EXPECT_TRUE(has(n + ": entryRemove : Found no committed entry at key : " + k.str()));
-   EXPECT_TRUE(has(n + ": traceHwIndex Acquired hwIndex : 1"));
-   EXPECT_TRUE(has(n + ": cleanup begin delete dance, key :" + k.str()));
-   EXPECT_TRUE(has(n + ": cleanup delete dance complete, key : " + k.str()));
-   EXPECT_TRUE(has(n + ": handleEntry : No entry in HwTable for this key. Skip delete"));
-   EXPECT_FALSE(t.entryHandle(this->key(1)));
-   EXPECT_EQ(this->stats(this->name()).deletes, 1u);
 }
 
 TYPED_TEST(EgrL3IpTunnelWriteTest, DroppedWhileTheWriteIsInFlightWaitsForIt) {

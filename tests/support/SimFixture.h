@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <random>
 #include <vector>
 
+#include "Asic/RecoverGroup.h"
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
 #include "MeridL3Tunnel/L3EgrL3Ipv4TunnelTable.h"
@@ -70,7 +72,7 @@ inline L3TunnelIngL3NextHopTable::Entry nextHopEntry(HandlePtr oif, bool drop = 
 }
 
 class SimFixture : public ::testing::Test {
-protected:
+public:
    static constexpr uint32_t defaultRows = 16;
 
    void SetUp() override {
@@ -147,6 +149,31 @@ protected:
       intf->doInit(0, ledger, chipInfo);
    }
 
+   // The agent goes away and comes back: the tables it had are made again,
+   // take the rows the chip kept over and learn which indices they use,
+   // before anything is written.
+   void restart() {
+      const bool had[] = {bool(v4), bool(v6), bool(oif), bool(nh), bool(ing), bool(egr)};
+      const bool merged = bool(intf);
+      tablesDrop();
+      Brio::EventLoop::instance().clear();
+      chip->heldResponsesDelAll();
+      Asic::RecoverGroup group;
+      auto again = [&](bool present, auto& table, auto factory) {
+         if (!present) return;
+         table = factory();
+         table->doRecoverHwTable(group, unit, ledger, chipInfo);
+      };
+      again(had[0], v4, MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory);
+      again(had[1], v6, MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory);
+      again(had[2], oif, MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory);
+      again(had[3], nh, MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory);
+      again(had[4], ing, MeridL3Tunnel::ingL3IifFactory);
+      again(had[5], egr, MeridL3Tunnel::egrL3Oif1TableFactory);
+      group.recover();
+      if (merged) makeInterfaceTable();
+   }
+
    void init(Asic::SwTable& t) {
       t.doInit(0, ledger, chipInfo);
       t.doInitComplete();
@@ -211,6 +238,19 @@ protected:
    }
 
    Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name, unit); }
+   // Every table's rows, and the writes and deletes that changed one.
+   std::map<std::string, std::vector<std::string>> chipRows() const {
+      std::map<std::string, std::vector<std::string>> all;
+      for (auto& name : chip->tableNames())
+         for (Asic::Index i = 0; i < hw(name)->numEntries(); ++i)
+            all[name].push_back(hw(name)->rowText(i));
+      return all;
+   }
+   uint32_t chipChanges() const {
+      uint32_t n = 0;
+      for (auto& name : chip->tableNames()) n += hw(name)->stats().changes;
+      return n;
+   }
    AsicSim::HwTable::Stats stats(std::string_view name) const {
       auto t = chip->table(name, unit);
       return t ? t->stats() : AsicSim::HwTable::Stats{};
