@@ -88,6 +88,19 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
    EXPECT_EQ(this->runLoop(), 0u);
    EXPECT_EQ(onTable.changes + onHandle.changes, 0u);
    EXPECT_EQ(this->rows().stats().writes, 1u);
+   // So does one differing only in the index taken from the entry it names.
+   if constexpr (TypeParam::hasDependentField) {
+      auto other = e;
+      other.dependentFieldIs(uint16_t(h->hwIndex() + 40));
+      EXPECT_EQ(t.entryCommit(this->key(1), other), h);
+      EXPECT_EQ(this->runLoop(), 0u);
+      EXPECT_EQ(this->rows().stats().writes, 1u);
+      EXPECT_EQ(*this->rows().row(h->hwIndex()), t.resolvedEntry(this->key(1))->rowText());
+      const std::string found = std::string(this->name) +
+                                ": entryCommit : Found already existing resolved entry at key : " +
+                                this->text(this->key(1)) + ", entry : " + other.stringValue();
+      EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), found), 1) << found;
+   }
 }
 
 // Two rows: as many keys as the table hands indices out for are written, the
