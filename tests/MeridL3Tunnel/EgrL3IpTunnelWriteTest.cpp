@@ -67,40 +67,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, ChangedValueGoesThroughUnresolvedToSuccess) {
    this->expectConsistent();
 }
 
-TYPED_TEST(EgrL3IpTunnelWriteTest, FirstValueOverAKeptHandleDoesNotResetTheState) {
-   auto& t = this->table();
-   auto h = t.entryCommit(this->key(1), this->entry(1));
-   this->runLoop();
-   t.resolvedEntryDel(this->key(1));  // the value goes, the handle stays
-   this->runLoop();
-   Recorder r;
-   r.watch(h);
-   t.entryCommit(this->key(1), this->entry(1));
-   ASSERT_FALSE(r.states.empty());
-   EXPECT_NE(r.states.front(), State::unresolved);
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, WontProgramHoldsTheKeyWithoutHardware) {
-   auto& t = this->table();
-   auto ref = t.entryRef(this->key(1), this->entry(1));
-   this->runLoop();
-   const uint32_t before = ref->references();
-   auto h = t.entryWontProgram(this->key(1));
-   EXPECT_EQ(h, ref);
-   EXPECT_EQ(ref->references(), before + 2) << "one for the table, one for the caller";
-   EXPECT_EQ(h->entryType(), Type::committed);
-   EXPECT_EQ(h->hwIndex(), Asic::wontProgramIndex);
-   EXPECT_EQ(h->entryState(), State::wontProgram);
-   EXPECT_EQ(this->stats(this->name()).writes, 1u);
-
-   auto fresh = t.entryWontProgram(this->key(2));
-   EXPECT_FALSE(t.resolvedEntry(this->key(2)));
-   EXPECT_EQ(t.indexAllocator()->indexForKey(this->key(2)), Asic::invalidIndex);
-   fresh.reset();
-   t.entryRemove(this->key(2));
-   EXPECT_FALSE(t.entryHandle(this->key(2))) << "a never-programmed key goes at once";
-}
-
 TYPED_TEST(EgrL3IpTunnelWriteTest, WriteAtIndexLandsThere) {
    auto& t = this->table();
    auto h = t.entryWriteAtIndex(7, this->key(1), this->entry(1));
@@ -113,24 +79,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, WriteAtIndexLandsThere) {
    this->expectConsistent();
 }
 
-TYPED_TEST(EgrL3IpTunnelWriteTest, ReferenceCountsOfRefAndCommit) {
-   auto& t = this->table();
-   auto h = t.entryRef(this->key(1), this->entry(1));
-   EXPECT_EQ(h->references(), 1u) << "a reference-only handle is the client's alone";
-   EXPECT_EQ(h->entryType(), Type::referenceOnly);
-   auto c1 = t.entryCommit(this->key(1), this->entry(1));
-   EXPECT_EQ(h->references(), 3u) << "the commitment adds the table's reference";
-   auto c2 = t.entryCommit(this->key(1), this->entry(1));
-   EXPECT_EQ(h->references(), 4u) << "a second commit takes no further table reference";
-   c1.reset();
-   c2.reset();
-   h.reset();
-   this->runLoop();
-   auto kept = t.entryHandle(this->key(1));
-   ASSERT_TRUE(kept) << "a committed entry outlives its clients";
-   EXPECT_EQ(kept->entryState(), State::success);
-}
-
 TYPED_TEST(EgrL3IpTunnelWriteTest, StaleResponseOfASupersededWriteIsIgnored) {
    auto& t = this->table();
    this->chip->holdResponsesIs(true);
@@ -140,19 +88,6 @@ TYPED_TEST(EgrL3IpTunnelWriteTest, StaleResponseOfASupersededWriteIsIgnored) {
    this->runLoop();
    EXPECT_EQ(h->entryState(), State::inProgress) << "the answer to the first value says nothing";
    this->chip->releaseAllResponses();
-   this->runLoop();
-   EXPECT_EQ(h->entryState(), State::success);
-}
-
-TYPED_TEST(EgrL3IpTunnelWriteTest, DeferredProgrammingStoresButDoesNotProgram) {
-   auto& t = this->table();
-   t.tableStateIs(Asic::SwTable::TableState::programmingDeferred);
-   auto h = t.entryCommit(this->key(1), this->entry(1));
-   EXPECT_TRUE(t.resolvedEntry(this->key(1)));
-   EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(this->stats(this->name()).writes, 0u);
-   t.tableStateIs(Asic::SwTable::TableState::active);
-   t.handleEntry(this->key(1));
    this->runLoop();
    EXPECT_EQ(h->entryState(), State::success);
 }

@@ -113,25 +113,6 @@ TEST_F(MergedTableMembers, IngressEntriesAreAllEqualSoARewriteProgramsNothing) {
    EXPECT_FALSE(ing->entryHas(IngIndex(4)));
 }
 
-TEST_F(MergedTableMembers, EgressRewriteDifferingOnlyInTunnelIdxIsEqual) {
-   auto t = tunnel(1);
-   runLoop();
-   auto h = egr->entryCommit(EgrIndex(4), egrEntry(t));
-   runLoop();
-   const uint16_t idx = egr->resolvedEntry(EgrIndex(4))->tunnelIdx();
-   ASSERT_EQ(idx, t->hwIndex());
-   const auto writes = stats(EgrL3Oif1Table::typeName).writes;
-   EXPECT_EQ(egr->entryCommit(EgrIndex(4), egrEntry(t, uint16_t(idx + 5))), h);
-   EXPECT_FALSE(egr->unresolvedEntry(EgrIndex(4)));
-   EXPECT_EQ(egr->resolvedEntry(EgrIndex(4))->tunnelIdx(), idx);
-   runLoop();
-   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes, writes);
-   EXPECT_EQ(h->entryState(), State::success);
-   egr->entryCommit(EgrIndex(4), egrEntry(t, idx, 8));
-   runLoop();
-   EXPECT_EQ(stats(EgrL3Oif1Table::typeName).writes, writes + 1) << "a real change is written";
-}
-
 TEST_F(MergedTableMembers, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) {
    chip->holdResponsesIs(true);
    tunnel(1);
@@ -188,21 +169,6 @@ TEST_F(MergedTableMembers, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
    settle();
    EXPECT_FALSE(egr->entryHandle(EgrIndex(6)));
    EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(6)));
-}
-
-TEST_F(MergedTableMembers, IndexRangeIsTheChipsOnceMounted) {
-   const std::vector<std::pair<Brio::Ptr<Asic::SwKnownIndexTable>, uint32_t>> cases{
-       {MeridL3Tunnel::ingL3IifFactory(), 12}, {MeridL3Tunnel::egrL3Oif1TableFactory(), 40}};
-   for (auto& [t, rows] : cases) {
-      SCOPED_TRACE(t->name());
-      EXPECT_EQ(t->minIndex(), 0u);
-      EXPECT_EQ(t->maxIndex(), 0xFFFFFFFFu);
-      chip->tableSizeIs(t->name(), rows);
-      t->doInit(0, ledger, chipInfo);
-      ASSERT_TRUE(t->hwTable());
-      EXPECT_EQ(t->minIndex(), 0u);
-      EXPECT_EQ(t->maxIndex(), rows - 1);
-   }
 }
 
 TEST_F(MergedTableMembers, DeletedResolvedEntryIsPublishedWithItsIndex) {

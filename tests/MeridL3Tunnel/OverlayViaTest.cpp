@@ -67,32 +67,6 @@ TEST(OverlayViaEntry, AllZeroSourcesOfDifferentFamiliesDifferButHashAlike) {
    }
 }
 
-TEST(OverlayViaEntry, ReflectionReadsInOrderAndRefusesWrites) {
-   const auto& ops = Orb::valueReflection<Entry>();
-   Entry e = sample();
-   const char* names[] = {"nhEntryType", "srcIpAddr", "dstIpAddr",
-                          "ttl",         "weight",    "underlayAdjId"};
-   const std::string printed = valueToStrep(e);
-   for (Orb::AttrNumber n = 0; n < ops.attrCount; ++n) {
-      Orb::AttrValue v;
-      ASSERT_EQ(ops.attr(&e, n, v), Orb::AttrResult::success) << n;
-      EXPECT_EQ(v.name, names[n]);
-      EXPECT_NE(printed.find("'" + std::string(names[n]) + "': " + v.text), std::string::npos)
-          << v.text;
-      EXPECT_EQ(ops.attrIs(&e, n, v.text), Orb::AttrResult::notSettable) << n;
-   }
-   Orb::AttrValue v;
-   EXPECT_EQ(ops.attr(&e, ops.attrCount, v), Orb::AttrResult::noSuchAttribute);
-   EXPECT_EQ(ops.attrIs(&e, ops.attrCount, ""), Orb::AttrResult::noSuchAttribute);
-   EXPECT_TRUE(Entry::isEq(e, sample()));
-   const Entry d;
-   EXPECT_TRUE(ops.differsFromDefault(&e));
-   EXPECT_FALSE(ops.differsFromDefault(&d));
-   EXPECT_TRUE(ops.less(&d, &e));
-   EXPECT_FALSE(ops.isEq(&d, &e));
-   EXPECT_EQ(ops.hash(&e), e.hash(0));
-}
-
 class OverlayViaList : public ::testing::Test {
 protected:
    static Entry numbered(uint32_t i) {

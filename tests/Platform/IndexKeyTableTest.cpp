@@ -76,23 +76,4 @@ TEST(IndexKeyTable, RandomTrafficMatchesAMap) {
    }
 }
 
-// A row's key at recovery is already generic: the allocator keeps that
-// holder, and the same key by value still finds it.
-TEST(IndexKeyTable, GenericKeysShareTheirHolder) {
-   using Key = CollidingKey<7>;
-   auto a = Brio::makePtr<Asic::FirstFreeIndexAllocator>();
-   a->indexCountIs(16);
-   const Orb::GenericValue row = Orb::GenericValue::of(Key{5});
-   ASSERT_EQ(row.sharing(), 1u);
-   EXPECT_TRUE(a->requestIndexForKey(9, row));
-   EXPECT_EQ(row.sharing(), 2u);
-   EXPECT_EQ(a->indexForKey(Key{5}), 9u);
-   EXPECT_TRUE(a->requestIndexForKey(9, row));  // again: nothing new held
-   EXPECT_EQ(row.sharing(), 2u);
-   EXPECT_FALSE(a->requestIndexForKey(9, Orb::GenericValue::of(Key{6})));
-   a->releaseIndex(row);
-   EXPECT_EQ(row.sharing(), 1u);
-   EXPECT_EQ(a->used(), 0u);
-}
-
 }  // namespace

@@ -39,24 +39,6 @@ TEST(L3AdjIdKey, PrintsWithoutClosingBrace) {
    }
 }
 
-TEST(L3AdjIdKey, OrdersByIdThenTypeAndHashesBothFields) {
-   const std::vector<L3AdjIdKey> ascending{
-       {0, L3AdjIdKeyType::adjIdTypeUnknown}, {0, L3AdjIdKeyType::adjIdTypeEcmp},
-       {1, L3AdjIdKeyType::adjIdTypeUnknown}, {1, L3AdjIdKeyType::adjIdTypeTunnel},
-       {2, L3AdjIdKeyType::adjIdTypeUnknown}, {0xffffffffu, L3AdjIdKeyType::adjIdTypeNextHop}};
-   std::set<uint32_t> hashes;
-   for (std::size_t i = 0; i < ascending.size(); ++i) {
-      for (std::size_t j = 0; j < ascending.size(); ++j) {
-         EXPECT_EQ(ascending[i] < ascending[j], i < j) << i << " " << j;
-         EXPECT_EQ(L3AdjIdKey::isEq(ascending[i], ascending[j]), i == j) << i << " " << j;
-      }
-      hashes.insert(ascending[i].hash(0));
-      EXPECT_NE(ascending[i].hash(0), ascending[i].hash(1));
-      EXPECT_EQ(ascending[i].hash(7), L3AdjIdKey(ascending[i]).hash(7));
-   }
-   EXPECT_EQ(hashes.size(), ascending.size());
-}
-
 TEST(NextHopEntryType, EveryKindRoundTripsByName) {
    EXPECT_EQ(uint8_t(Plx::nextHopArpResolved()), 2);
    EXPECT_EQ(uint8_t(Plx::nextHopDrop()), 3);
@@ -88,26 +70,5 @@ struct TagA {
 struct TagB {
    static constexpr std::string_view typeName = "Test::TagB";
 };
-
-TEST(MemoryTracker, CountsEachTagsLiveBlocksAndBytes) {
-   const auto a0 = Brio::MemoryTracker::usage(TagA::typeName);
-   const auto b0 = Brio::MemoryTracker::usage(TagB::typeName);
-   {
-      std::vector<uint64_t, Brio::Allocator<uint64_t, TagA>> v;
-      v.reserve(10);
-      EXPECT_EQ(Brio::MemoryTracker::bytes(TagA::typeName), a0.bytes + 80);
-      EXPECT_EQ(Brio::MemoryTracker::blocks(TagA::typeName), a0.blocks + 1);
-      // Node containers allocate through the rebound allocator, still under the tag.
-      std::map<int, int, std::less<>, Brio::Allocator<std::pair<const int, int>, TagB>> m;
-      std::list<int, Brio::Allocator<int, TagB>> l;
-      for (int i = 0; i < 5; ++i) m[i] = i, l.push_back(i);
-      EXPECT_EQ(Brio::MemoryTracker::blocks(TagB::typeName), b0.blocks + 10);
-      EXPECT_GE(Brio::MemoryTracker::bytes(TagB::typeName), b0.bytes + 5 * (8 + sizeof(int)));
-      EXPECT_EQ(Brio::MemoryTracker::bytes(TagA::typeName), a0.bytes + 80);
-   }
-   EXPECT_EQ(Brio::MemoryTracker::bytes(TagA::typeName), a0.bytes);
-   EXPECT_EQ(Brio::MemoryTracker::blocks(TagB::typeName), b0.blocks);
-   EXPECT_EQ(Brio::MemoryTracker::bytes(TagB::typeName), b0.bytes);
-}
 
 }  // namespace

@@ -48,28 +48,6 @@ struct World {
    }
 };
 
-TEST(Publisher, DeliversInAttachOrderAndTracksNotifiees) {
-   EXPECT_EQ(sizeof(Publisher), sizeof(void*));
-   World w;
-   const Brio::Position at{7};
-   w.pub->notify(4, Brio::KeyRef(at));
-   EXPECT_EQ(w.log, "a4 b4 c4");
-   ASSERT_NE(w.c->lastKey.as<Brio::Position>(), nullptr);
-   EXPECT_EQ(w.c->lastKey.as<Brio::Position>()->value, 7u);
-   EXPECT_EQ(w.c->lastKey.as<OtherKey>(), nullptr);
-   Publisher other;
-   w.a->notifierIs(&other);
-   w.b->zombieIs(true);
-   EXPECT_EQ(w.round(), "c1");
-   EXPECT_FALSE(w.c->lastKey);
-   w.c.reset();
-   EXPECT_EQ(w.pub->notifiees(), 1u);
-   EXPECT_EQ(other.notifiees(), 1u);
-   w.pub.reset();
-   EXPECT_EQ(w.b->notifier(), nullptr);
-   EXPECT_EQ(w.a->notifier(), &other);
-}
-
 TEST(Publisher, ReentrantChangesDuringDelivery) {
    using W = World&;
    // What b does on hearing the first change; what is heard then and next time.

@@ -27,8 +27,6 @@ std::vector<uint32_t> capacities(const Queue& q) {
    return out;
 }
 
-std::pair<int32_t, int32_t> ends(const Queue& q) { return {q.front().v, q.back().v}; }
-
 // 2, 4, ... 8192 (16382 elements), then `more` blocks of 8192.
 std::vector<uint32_t> growth(uint32_t more) {
    std::vector<uint32_t> out;
@@ -74,32 +72,6 @@ TEST(RQueue, BlocksAndPositionsFollowAModel) {
       }
       EXPECT_EQ(Live::live, 0);
    }
-}
-
-TEST(RQueue, EndsAbsentPositionsAndCopies) {
-   {
-      Queue q;
-      EXPECT_EQ(ends(q), std::pair(-1, -1));
-      q.deq();
-      for (int32_t i = 0; i < 10; ++i) q.enq(Live(i));
-      Queue copy(q);
-      EXPECT_EQ(Live::live, 20);
-      q.deq(), q.deq();
-      for (uint32_t p : {1u, 10u, 0xffffffffu}) EXPECT_TRUE(!q.has(p) && q.at(p).v == -1) << p;
-      EXPECT_TRUE(q.has(2) && q.has(9));
-      EXPECT_EQ(std::pair(q.at(2).v, q.at(9).v), std::pair(2, 9));
-      EXPECT_EQ(ends(q), std::pair(2, 9));
-      EXPECT_EQ(copy.front().v, 0);
-      copy = q;
-      Queue& alias = copy;
-      copy = alias;
-      EXPECT_EQ(Live::live, 16);
-      EXPECT_EQ(ends(copy), std::pair(2, 9));
-      q.delAll();
-      EXPECT_EQ(Live::live, 8);
-      EXPECT_EQ(q.enq(Live(1)), 0u);
-   }
-   EXPECT_EQ(Live::live, 0);
 }
 
 TEST(EventLoop, RunsInOrderAndNests) {

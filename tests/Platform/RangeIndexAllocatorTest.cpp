@@ -80,17 +80,6 @@ INSTANTIATE_TEST_SUITE_P(
                0}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(RangeIndexAllocator, ClaimRefusesRangesNotWhollyFree) {
-   Asic::RangeIndexAllocator a;
-   a.indexCountIs(10);
-   ASSERT_EQ(a.rangeNew(3), 0u);
-   EXPECT_FALSE(a.rangeClaim(2, 2));
-   EXPECT_FALSE(a.rangeClaim(8, 3));
-   EXPECT_TRUE(a.rangeClaim(3, 7));
-   EXPECT_EQ(a.used(), 10u);
-   EXPECT_FALSE(a.isFree(9));
-}
-
 TEST(RangeIndexAllocatorDeathTest, GivingBackAFreeRangeStops) {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
    Asic::RangeIndexAllocator a;

@@ -76,16 +76,6 @@ TEST_F(OverlayBlock, DropViaMembersShareTheReservedDropNextHop) {
    expectConsistent();
 }
 
-TEST_F(OverlayBlock, MissingDropEntryIsTracedAndItsNullHandleUsed) {
-   start();
-   nh->entryRemove(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
-   runLoop();
-   HandlePtr h = program({dropVia(2)});
-   EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 2u);
-   EXPECT_FALSE(member(h, 1).nextHopHandle());
-   EXPECT_EQ(member(h, 1).nextHopIdx(), Asic::invalidIndex);
-}
-
 // A via only looks the reserved drop entry up: one the chip refused is traced
 // and its handle used. The block commits it again, once, before its vias.
 TEST_F(OverlayBlock, RefusedDropEntryIsTracedAtTheViaAndRecommittedByTheBlock) {
@@ -105,15 +95,6 @@ TEST_F(OverlayBlock, RefusedDropEntryIsTracedAtTheViaAndRecommittedByTheBlock) {
    EXPECT_EQ(member(h, 3).nextHopIdx(), drop->hwIndex());
    EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 1u);
    expectConsistent();
-}
-
-TEST_F(OverlayBlock, EmptyListGivesAnEmptyBlock) {
-   start();
-   HandlePtr h = program({});
-   EXPECT_EQ(block(h).size(), 0u);
-   EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(members->entryBlocks(), 1u);
-   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 0u);
 }
 
 TEST_F(OverlayBlock, MissingUnderlayIsTracedOncePerSlotAndTheMemberStillBuilt) {

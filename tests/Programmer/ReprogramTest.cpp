@@ -53,24 +53,5 @@ TEST_F(Reprogram, ReleasingTheOldBlockRemovesWhatOnlyItUsed) {
    expectConsistent("reused: ");
 }
 
-TEST_F(Reprogram, EqualListsShareOneBlockUntilTheLastHolderGoes) {
-   start();
-   HandlePtr a = program({via("10.0.0.1", "10.0.0.2", 2), dropVia(1)});
-   HandlePtr b = program({via("10.0.0.1", "10.0.0.2", 2), dropVia(1)});
-   EXPECT_EQ(a, b);
-   EXPECT_EQ(members->entryBlocks(), 1u);
-   const auto writes = stats(L3EcmpMember0Table::typeName).writes;
-   a = nullptr;
-   runLoop();
-   EXPECT_EQ(rowsOf(L3EcmpMember0Table::typeName), 3u);
-   EXPECT_EQ(stats(L3EcmpMember0Table::typeName).writes, writes);
-   b = nullptr;
-   runLoop();
-   EXPECT_EQ(rowsOf(L3EcmpMember0Table::typeName), 0u);
-   EXPECT_EQ(members->entryBlocks(), 0u);
-   EXPECT_EQ(nh->entrys(), 1u);  // the reserved drop entry only
-   expectConsistent();
-}
-
 }  // namespace
 }  // namespace test

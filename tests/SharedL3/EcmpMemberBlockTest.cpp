@@ -172,20 +172,6 @@ TEST_F(EcmpMemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    expectConsistent();
 }
 
-TEST_F(EcmpMemberBlock, RemoveAllDetachesHeldBlocks) {
-   named->entryIs(adj(1));
-   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
-   runLoop();
-   members->entryBlockRemoveAll();
-   EXPECT_EQ(members->entryBlocks(), 0u);
-   EXPECT_EQ(rows(), 0u);
-   EXPECT_EQ(h->entryType(), Asic::SwTableBase::EntryHandle::inDeletion());
-   EXPECT_EQ(block(h).size(), 0u);
-   h = nullptr;  // nothing left to release
-   runLoop();
-   expectConsistent();
-}
-
 // A restart destroys the table, not the rows. The next table keeps new blocks
 // off them, gives a block with the same rows its old range back without
 // changing a row, and purges the rest.
@@ -338,31 +324,6 @@ TEST(EcmpMemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
    EXPECT_THROW(b.entryIs(L3EcmpMember0Table::Index(1), e), std::out_of_range);
    b.entryIs(L3EcmpMember0Table::Index(0), e);
    EXPECT_EQ(b.entrys(), 1u);
-}
-
-TEST(UnderlayGroups, IndicesComeAndGoWithTheGroups) {
-   auto groups = Brio::makePtr<EcmpGroup1Table>(2);
-   HandlePtr a = groups->entryIs(adj(1));
-   const HandlePtr b = groups->entryIs(adj(2), State::inProgress);
-   const HandlePtr c = groups->entryIs(adj(3));
-   EXPECT_EQ(a->hwIndex(), 0u);
-   EXPECT_EQ(b->entryState(), State::inProgress);
-   EXPECT_EQ(c->entryState(), State::noHwIndex);
-   EXPECT_EQ(groups->entryWeakRef(adj(4)), nullptr);
-   groups->entryDel(adj(1));
-   EXPECT_FALSE(groups->entryHas(adj(1)));
-   EXPECT_EQ(a->entryState(), State::unresolved);
-   EXPECT_EQ(a->hwIndex(), Asic::invalidIndex);
-   // `a` is still held (by member rows, say): its index is not free yet.
-   groups->entryIs(adj(3));  // the owner tries again
-   EXPECT_EQ(c->entryState(), State::noHwIndex);
-   groups->entryIs(adj(1));  // the same adjacency again is a new group
-   EXPECT_EQ(groups->entryWeakRef(adj(1))->entryState(), State::noHwIndex);
-   groups->entryDel(adj(1));
-   a = nullptr;
-   groups->entryIs(adj(3));
-   EXPECT_EQ(c->entryState(), State::success);
-   EXPECT_EQ(c->hwIndex(), 0u);
 }
 
 }  // namespace

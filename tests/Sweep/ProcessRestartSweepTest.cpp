@@ -8,8 +8,8 @@
 
 #include <cctype>
 #include <map>
-#include <sstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "support/Installed.h"
 

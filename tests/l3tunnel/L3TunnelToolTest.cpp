@@ -235,44 +235,6 @@ TEST_P(ToggleTest, ChainsRunThroughTheInterfaceTableTheToggleChooses) {
 INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
 
-TEST_F(L3TunnelTool, GroupsWithTheSameTunnelShareItsChainAndEqualGroupsShareABlock) {
-   const Json shared = via("10.4.0.1");
-   const Json snap = runJson(scenario({program("a", {shared, via("10.4.0.2", 1, 2)}),
-                                       program("b", {shared, via("10.4.0.3", 1, 3)}),
-                                       program("c", {shared, via("10.4.0.2", 1, 2)})}));
-   EXPECT_EQ(nextHops(snap, "a")[0], nextHops(snap, "b")[0]);
-   EXPECT_EQ(nextHops(snap, "a"), nextHops(snap, "c"));
-   EXPECT_EQ(snap.at("tables").at("L3EgrL3Ipv4TunnelTable").at("used"), 3);
-   EXPECT_EQ(snap.at("tables").at("L3TunnelIngL3NextHopTable").at("used"), 4);  // with the drop
-   EXPECT_EQ(snap.at("tables").at("L3EcmpMember0Table").at("used"), 4) << "c takes a's rows";
-}
-
-TEST_F(L3TunnelTool, EachViaTakesWeightConsecutiveSlots) {
-   const std::vector<std::vector<uint32_t>> cases{{1}, {3, 1}, {2, 0, 2}, {1, 1, 1}, {4}};
-   for (const auto& weights : cases) {
-      std::vector<Json> vias;
-      uint32_t total = 0;
-      for (size_t i = 0; i < weights.size(); ++i) {
-         vias.push_back(via("10.5.0." + std::to_string(i + 1), weights[i]));
-         total += weights[i];
-      }
-      const Json snap = runJson(scenario({program("g", vias)}));
-      const Json& members = snap.at("groups").at("g").at("members");
-      ASSERT_EQ(members.size(), total) << Json(vias);
-      EXPECT_EQ(snap.at("tables").at("L3EcmpMember0Table").at("used"), total);
-      uint32_t slot = 0;
-      for (size_t i = 0; i < weights.size(); ++i) {
-         const std::string dst = "10.5.0." + std::to_string(i + 1);
-         for (uint32_t w = 0; w < weights[i]; ++w, ++slot) {
-            EXPECT_EQ(members[slot].at("slot"), slot);
-            EXPECT_EQ(members[slot].at("nextHopIndex"),
-                      entryTo(snap, "L3TunnelIngL3NextHopTable", dst).at("hwIndex"))
-                << "slot " << slot << " of " << Json(vias);
-         }
-      }
-   }
-}
-
 TEST_F(L3TunnelTool, DropViasUseTheReservedNextHopAndMissingUnderlaysShowAsNull) {
    const Json snap =
        runJson(scenario({program("g", {dropVia(2), via("10.6.0.1"), via("10.6.0.2", 1, 9)})}));
@@ -294,38 +256,6 @@ TEST_F(L3TunnelTool, DropViasUseTheReservedNextHopAndMissingUnderlaysShowAsNull)
    EXPECT_TRUE(m[3].at("underlayIndex").is_null());
    EXPECT_EQ(m[3].at("reason"),
              "underlay adjacency 9 not resolved: EcmpGroup1Table has no such group");
-}
-
-TEST_F(L3TunnelTool, ReleasedRowsAreReusedAndUnplacedBlocksHaveNoIndex) {
-   Json s = scenario(
-       {program("a", {via("10.7.0.1", 2)}), program("b", {via("10.7.0.2", 3)}), release("a"),
-        program("c", {via("10.7.0.3", 2)}), program("d", {via("10.7.0.4", 2)})},
-       false);
-   s["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 6}}}};
-   const Json steps = runJson(s, {"--each-step"});
-   ASSERT_EQ(steps.size(), 5u);
-   EXPECT_EQ(steps[2].at("hardware").at("L3EcmpMember0Table").size(), 3u);
-   EXPECT_FALSE(steps[2].at("groups").contains("a"));
-   // c takes a's rows and, the whole chain of a being gone, a's indices.
-   auto indices = [](Json members) {
-      for (auto& m : members) m.erase("dstIpAddr");
-      return members;
-   };
-   EXPECT_EQ(indices(steps[3].at("groups").at("c").at("members")),
-             indices(steps[0].at("groups").at("a").at("members")));
-   const Json& aRows = steps[0].at("hardware").at("L3EcmpMember0Table");
-   const Json& cRows = steps[3].at("hardware").at("L3EcmpMember0Table");
-   ASSERT_EQ(cRows.size(), 5u);
-   EXPECT_EQ(Json::array({cRows[0], cRows[1]}), aRows);
-   // Six rows hold b and c; d has none.
-   size_t unplaced = 0;
-   for (const auto& e : steps[4].at("tables").at("L3EcmpMember0Table").at("entries")) {
-      if (!e.at("key").is_null()) continue;
-      ++unplaced;
-      EXPECT_TRUE(e.at("hwIndex").is_null());
-      EXPECT_EQ(e.at("entryState"), "noHwIndex");
-   }
-   EXPECT_EQ(unplaced, 2u);
 }
 
 TEST_F(L3TunnelTool, EachStepPrintsOneLinePerStepEndingInThePlainRunsState) {
