@@ -11,6 +11,7 @@
 #include "Brio/RQueue.h"
 #include "Orb/Optional.h"
 
+#pragma GCC visibility push(default)
 namespace Asic {
 
 template <class Table>
@@ -77,3 +78,4 @@ private:
 };
 
 }  // namespace Asic
+#pragma GCC visibility pop

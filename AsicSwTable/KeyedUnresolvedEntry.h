@@ -5,6 +5,7 @@
 #include "Asic/SwTable.h"
 #include "Asic/UnresolvedEntry.h"
 
+#pragma GCC visibility push(default)
 namespace Asic {
 
 template <class Table>
@@ -32,3 +33,4 @@ private:
 };
 
 }  // namespace Asic
+#pragma GCC visibility pop

@@ -2,8 +2,10 @@
 // The table engine: every generic algorithm of a software table, written once
 // and instantiated per table from the table's traits (nested `Key`, `Entry`,
 // `EntryHandle`, `Allocator`, the trace handle and the reserved index range).
-// Table member functions forward here in one line each. Only table sources
-// include this header, so the engine stays inside the table library.
+// The operations of KeyedSwTable, of its handle and of its unresolved entry are
+// defined at the end, each forwarding here in one line. Only table sources
+// include this header, and each instantiates those classes for its table, so
+// the engine stays inside the table library.
 //
 // One key's life, as the engine moves it:
 //   write (entryWriteHelper) stores the value in `resolvedEntry` and calls
@@ -13,15 +15,16 @@
 //   reference goes, cleanup empties the value (the "delete dance"): the row is
 //   cleared and its index released, and the delete's response drops the value
 //   node and the handle.
-#include <vector>
-
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "Asic/Cast.h"
 #include "Asic/SwTable.h"
 #include "Asic/SwTableUtil.h"
 #include "Asic/WriteResponseSm.h"
 #include "AsicSwTable/KeyedEntryHandle.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "AsicSwTable/KeyedUnresolvedEntry.h"
 #include "Flit/Flit.h"
 #include "Orb/Assert.h"
@@ -283,7 +286,9 @@ struct SwTable::Accessor {
    }
 
    static HandlePtrConst entryWriteAtIndex(T& t, Index index, const Key& key, const Entry& e) {
-      if (t.data_.indexAllocator) t.data_.indexAllocator->requestIndexForKey(index, key);
+      if constexpr (!T::knownIndex) {
+         if (const auto& alloc = t.indexAllocator()) alloc->requestIndexForKey(index, key);
+      }
       return entryCommit(t, key, e);
    }
 
@@ -292,7 +297,7 @@ struct SwTable::Accessor {
    template <class A>
    static void initAllocator(T& t) {
       auto alloc = GenericIndexAllocatorStub::createSharedAllocator<A>(Orb::typeId<T>(), &t);
-      indexAllocatorIs(t, alloc);
+      t.indexAllocatorIs(alloc);
       alloc->setTableAttr(&t, SwTable::resolvedEntryAttr);
       alloc->indexCountIs(t.numEntries());
       t.doReserveIndicesAtTableInit();
@@ -300,17 +305,15 @@ struct SwTable::Accessor {
           << "Creating shared allocator of type:" << Orb::typeId<A>().name();
    }
 
-   static void indexAllocatorIs(T& t, Brio::Ptr<typename T::Allocator> a) {
-      if (a == t.data_.indexAllocator) return;
-      t.data_.indexAllocator = std::move(a);
-      t.publisher_.notify(SwTable::indexAllocatorAttr);
-   }
-
+   // An index-keyed table holds no index of its own to give back.
    static void doReleaseHwIndex(T& t, const Key& key) {
-      auto& alloc = t.data_.indexAllocator;
-      if (!alloc) return;
-      auto allocatorKey = alloc->getKey(key);
-      if (alloc->canReleaseIndex(allocatorKey, &t)) alloc->releaseIndexFromTable(allocatorKey, &t);
+      if constexpr (!T::knownIndex) {
+         const auto& alloc = t.indexAllocator();
+         if (!alloc) return;
+         auto allocatorKey = alloc->getKey(key);
+         if (alloc->canReleaseIndex(allocatorKey, &t))
+            alloc->releaseIndexFromTable(allocatorKey, &t);
+      }
    }
 
    // A key stands in the table for its allocator while it holds a value, and
@@ -337,7 +340,7 @@ struct SwTable::Accessor {
       if constexpr (T::knownIndex) {
          return key.value();
       } else {
-         auto& alloc = t.data_.indexAllocator;
+         const auto& alloc = t.indexAllocator();
          if (!alloc) return invalidIndex;
          // A key held already keeps its index; a new one shares the handle's
          // copy of the key with the allocator.
@@ -350,7 +353,7 @@ struct SwTable::Accessor {
       if constexpr (T::knownIndex) {
          return key.value();
       } else {
-         return t.data_.indexAllocator ? t.data_.indexAllocator->indexForKey(key) : invalidIndex;
+         return t.indexAllocator() ? t.indexAllocator()->indexForKey(key) : invalidIndex;
       }
    }
 
@@ -685,12 +688,14 @@ struct SwTable::Accessor {
       }
       resolvedEntryDelAll(t);
       t.data_.inFlight.clear();
-      if (auto& alloc = t.data_.indexAllocator) {
-         ORB_TRACE(trace(), traceState, "cleanup")
-             << "Trying to delete shared allocator for table:" << typeName();
-         GenericIndexAllocatorStub::freeSharedAllocator(alloc->allocatorType(), Orb::typeId<T>(),
-                                                        &t);
-         indexAllocatorIs(t, nullptr);
+      if constexpr (!T::knownIndex) {
+         if (const auto& alloc = t.indexAllocator()) {
+            ORB_TRACE(trace(), traceState, "cleanup")
+                << "Trying to delete shared allocator for table:" << typeName();
+            GenericIndexAllocatorStub::freeSharedAllocator(alloc->allocatorType(), Orb::typeId<T>(),
+                                                           &t);
+            t.indexAllocatorIs(nullptr);
+         }
       }
    }
 
@@ -864,8 +869,8 @@ struct SwTable::Accessor {
       ORB_ASSERT(hwTable());
       ORB_ASSERT(!swTable_->resolvedEntrys());
       if constexpr (!T::knownIndex) {
-         if (t.util() && t.data_.indexAllocator)
-            t.util()->syncIndexAllocator(Orb::typeId<Key>(), *t.data_.indexAllocator, *t.hwTable());
+         if (t.util() && t.indexAllocator())
+            t.util()->syncIndexAllocator(Orb::typeId<Key>(), *t.indexAllocator(), *t.hwTable());
       }
    }
 
@@ -876,7 +881,7 @@ struct SwTable::Accessor {
    static void purgeStaleEntries(T& t) {
       if constexpr (!T::knownIndex) {
          Util* util = liveUtil(t);
-         auto& alloc = t.data_.indexAllocator;
+         const auto& alloc = t.indexAllocator();
          if (!util || !alloc) return;
          auto rows = Brio::makePtr<FirstFreeIndexAllocator>();
          rows->indexCountIs(t.numEntries());
@@ -909,8 +914,8 @@ struct SwTable::Accessor {
                     ? t.indexKeySource()->keyForIndex(index).value_or(Orb::GenericValue())
                     : Orb::GenericValue();
       } else {
-         if (!t.data_.indexAllocator) return {};
-         return t.data_.indexAllocator->keyForIndex(index).value_or(Orb::GenericValue());
+         if (!t.indexAllocator()) return {};
+         return t.indexAllocator()->keyForIndex(index).value_or(Orb::GenericValue());
       }
    }
 
@@ -927,11 +932,15 @@ struct SwTable::Accessor {
       }
    }
 
+   // An index-keyed table's keys are named by the table that allocates its
+   // indices.
    static Orb::Optional<Key> swKeyFromHwIndex(const T& t, Index index) {
-      if (!t.data_.indexAllocator) return {};
-      auto k = t.data_.indexAllocator->keyForIndex(index);
-      if (!k) return {};
-      if (const Key* key = k->template as<Key>()) return *key;
+      if constexpr (!T::knownIndex) {
+         if (!t.indexAllocator()) return {};
+         auto k = t.indexAllocator()->keyForIndex(index);
+         if (!k) return {};
+         if (const Key* key = k->template as<Key>()) return *key;
+      }
       return {};
    }
 };
@@ -967,6 +976,229 @@ template <class Table>
 void KeyedEntryHandle<Table>::zeroReferencesIs(bool zero) {
    if (!zero) return;
    if (Table* t = table()) SwTable::Accessor<Table>::cleanup(*t, *this);
+}
+
+// The table a member of its keyed base runs on.
+template <class T, class Base>
+T& tableOf(Base& base) {
+   return static_cast<T&>(base);
+}
+template <class T, class Base>
+const T& tableOf(const Base& base) {
+   return static_cast<const T&>(base);
+}
+
+// The table's operations, instantiated with the engine.
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryRef(const Key& k, const Entry& e) -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryRef(tableOf<T>(*this), k, e);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryCommit(const Key& k, const Entry& e) -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryCommit(tableOf<T>(*this), k, e);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryWontProgram(const Key& k) -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryWontProgram(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryWriteAtIndex(Asic::Index i, const Key& k, const Entry& e)
+    -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryWriteAtIndex(tableOf<T>(*this), i, k, e);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryWeakRef(const Key& k) const -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryWeakRef(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryHold(const Key& k) -> EntryHandlePtrConst {
+   return SwTable::Accessor<T>::entryHold(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::entryRemove(const Key& k) {
+   SwTable::Accessor<T>::entryRemove(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::entryRemoveAll() {
+   SwTable::Accessor<T>::entryRemoveAll(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entry(const Key& k) const -> Entry {
+   return SwTable::Accessor<T>::entry(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+bool KeyedSwTable<T, Ty>::entryHas(const Key& k) const {
+   return SwTable::Accessor<T>::entryHas(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+uint32_t KeyedSwTable<T, Ty>::entrys() const {
+   return SwTable::Accessor<T>::entrys(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryIteratorConst(const Key& k) const -> EntryCursor<Key, Entry> {
+   return SwTable::Accessor<T>::entryIteratorConst(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryHandle(const Key& k) const -> Brio::Ptr<EntryHandle> {
+   return SwTable::Accessor<T>::entryHandle(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryHandleIs(const Key& k) -> Brio::Ptr<EntryHandle> {
+   return SwTable::Accessor<T>::entryHandleIs(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::entryHandleDel(const Key& k) -> Brio::Ptr<EntryHandle> {
+   return SwTable::Accessor<T>::entryHandleDel(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::entryHandleDelAll() {
+   SwTable::Accessor<T>::entryHandleDelAll(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::resolvedEntry(const Key& k) const -> Orb::Optional<Entry> {
+   return SwTable::Accessor<T>::resolvedEntry(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::resolvedEntryIs(const Key& k, const Orb::Optional<Entry>& e) {
+   SwTable::Accessor<T>::resolvedEntryIs(tableOf<T>(*this), k, e);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::resolvedEntryDel(const Key& k) {
+   SwTable::Accessor<T>::resolvedEntryDel(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::resolvedEntryDelAll() {
+   SwTable::Accessor<T>::resolvedEntryDelAll(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::handleEntry(const Key& k) {
+   SwTable::Accessor<T>::handleEntry(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::doCompleteEntryHandleForTesting(const Key& k,
+                                                          Orb::Optional<Asic::Index> i) {
+   SwTable::Accessor<T>::doCompleteEntryHandleForTesting(tableOf<T>(*this), k, i);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::cleanup() {
+   SwTable::Accessor<T>::cleanupTable(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::syncEntries() {
+   SwTable::Accessor<T>::syncEntries(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::purgeStaleEntries() {
+   SwTable::Accessor<T>::purgeStaleEntries(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+Orb::GenericValue KeyedSwTable<T, Ty>::hwRowKey(Asic::Index i) const {
+   return SwTable::Accessor<T>::hwRowKey(tableOf<T>(*this), i);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::doMountHwTableMountInfo(Ledger::MountGroup& mg) {
+   Util::doMountHwTableMountInfo(std::string(typeName) + "::Util", mg, "");
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::doRecoverHwTable(RecoverGroup& rg, UnitId unit,
+                                           Brio::Ptr<Ledger::EntityManager> em,
+                                           Brio::Ptr<const MeridCentral::ChipInfo> chip) {
+   Util::doRecoverHwTable(Orb::typeId<T>(), tableOf<T>(*this), rg, unit, std::move(em),
+                          std::move(chip), "");
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::doReleaseHwIndex(const Key& k) {
+   SwTable::Accessor<T>::doReleaseHwIndex(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::hwIndexOnlyForCrossAgentCommunication(const Key& k) const
+    -> CrossAgentIndex {
+   return SwTable::Accessor<T>::hwIndexOnlyForCrossAgentCommunication(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::swKeyFromHwIndex(Asic::Index i) const -> Orb::Optional<Key> {
+   return SwTable::Accessor<T>::swKeyFromHwIndex(tableOf<T>(*this), i);
+}
+
+template <class T, class Ty>
+bool KeyedSwTable<T, Ty>::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef k) const {
+   return SwTable::Accessor<T>::allocatorKeyHeld(tableOf<T>(*this), attrId, k);
+}
+
+template <class T, class Ty>
+void KeyedSwTable<T, Ty>::doHandleWriteResponse(HwRequestId id, Asic::Index i, WriteStatus s) {
+   SwTable::Accessor<T>::doHandleWriteResponse(tableOf<T>(*this), id, i, s);
+}
+
+template <class T, class Ty>
+const Orb::TraceHandle& KeyedSwTable<T, Ty>::traceHandle() {
+   static const Orb::TraceHandle handle{typeName};
+   return handle;
+}
+
+template <class T, class Ty>
+auto KeyedSwTable<T, Ty>::doLoadUtil() -> Brio::Ptr<Util> {
+   return UtilLoader::instance().util();
+}
+
+template <class T, class Ty>
+auto KeyedDependentTable<T, Ty>::unresolvedEntry(const Key& k) const -> Brio::Ptr<UnresolvedEntry> {
+   return SwTable::Accessor<T>::unresolvedEntry(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+auto KeyedDependentTable<T, Ty>::unresolvedEntryIs(const Key& k) -> Brio::Ptr<UnresolvedEntry> {
+   return SwTable::Accessor<T>::unresolvedEntryIs(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedDependentTable<T, Ty>::unresolvedEntryDel(const Key& k) {
+   SwTable::Accessor<T>::unresolvedEntryDel(tableOf<T>(*this), k);
+}
+
+template <class T, class Ty>
+void KeyedDependentTable<T, Ty>::unresolvedEntryDelAll() {
+   SwTable::Accessor<T>::unresolvedEntryDelAll(tableOf<T>(*this));
+}
+
+template <class T, class Ty>
+void KeyedDependentTable<T, Ty>::initUnresolvedEntry(UnresolvedEntry& ue, const Entry& e) {
+   SwTable::Accessor<T>::initUnresolvedEntry(tableOf<T>(*this), ue, e);
+}
+
+template <class T, class Ty>
+void KeyedDependentTable<T, Ty>::doResolve(UnresolvedEntry& ue) {
+   SwTable::Accessor<T>::doResolve(tableOf<T>(*this), ue);
 }
 
 }  // namespace Asic

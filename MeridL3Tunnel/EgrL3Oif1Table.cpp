@@ -16,5 +16,11 @@ Brio::Ptr<EgrL3Oif1Table> egrL3Oif1TableFactory() { return Brio::makePtr<EgrL3Oi
 
 }  // namespace MeridL3Tunnel
 
-ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::EgrL3Oif1Table);
-ASIC_DEPENDENT_TABLE_FORWARDERS(MeridL3Tunnel::EgrL3Oif1Table);
+// The table's operations, its handle and its unresolved entries, made here
+// from the engine and exported from the library.
+template class Asic::KeyedSwTable<MeridL3Tunnel::EgrL3Oif1Table,
+                                  MeridL3Tunnel::EgrL3Oif1TableTypes>;
+template class Asic::KeyedDependentTable<MeridL3Tunnel::EgrL3Oif1Table,
+                                         MeridL3Tunnel::EgrL3Oif1TableTypes>;
+template class Asic::KeyedEntryHandle<MeridL3Tunnel::EgrL3Oif1Table>;
+template class Asic::KeyedUnresolvedEntry<MeridL3Tunnel::EgrL3Oif1Table>;

@@ -4,15 +4,16 @@
 // and carries that entry's hardware index once resolved. Written only by the
 // merged interface table, which allocates the index.
 #include "Asic/IndexValue.h"
-#include "Asic/SwTable.h"
-#include "AsicSwTable/SwTableOperations.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/EgrL3Oif1Entry.h"
 #include "MeridL3Tunnel/Export.h"
 
 namespace MeridL3Tunnel {
 
-class MERID_API EgrL3Oif1Table final : public Asic::SwKnownIndexTable {
-public:
+class EgrL3Oif1Table;
+
+// The table's types, named ahead of it for the operations of its base.
+struct MERID_API EgrL3Oif1TableTypes {
    static constexpr std::string_view typeName = "MeridL3Tunnel::EgrL3Oif1Table";
    struct EntryName {
       static constexpr std::string_view typeName = "MeridL3Tunnel::EgrL3Oif1Table::Entry";
@@ -24,26 +25,17 @@ public:
    using Index = Asic::IndexValue<IndexName>;
    using Key = Index;
    using Entry = EgrL3Oif1Entry<EntryName>;
-   using EntryHandle = Asic::KeyedEntryHandle<EgrL3Oif1Table>;
    using UnresolvedEntry = Asic::KeyedUnresolvedEntry<EgrL3Oif1Table>;
-   using Util = Asic::SwTable::Util;
-   using UtilLoader = Asic::SwTableUtilLoader<EgrL3Oif1Table>;
-   using Allocator = Asic::GenericIndexAllocator;  // none: the key is the index
    using CrossAgentIndex = Asic::Index;
-   static constexpr bool hasDependentField = true;
-   static constexpr bool knownIndex = true;
+};
 
+class MERID_API EgrL3Oif1Table final
+    : public Asic::KeyedSwTable<EgrL3Oif1Table, EgrL3Oif1TableTypes> {
+public:
    EgrL3Oif1Table();
    ~EgrL3Oif1Table() override;
-   void doReserveIndicesAtTableInit() {}
-
-   ASIC_KEYED_TABLE_OPERATIONS(EgrL3Oif1Table)
-   ASIC_DEPENDENT_TABLE_OPERATIONS(EgrL3Oif1Table)
 };
 
 extern "C" MERID_API Brio::Ptr<EgrL3Oif1Table> egrL3Oif1TableFactory();
 
 }  // namespace MeridL3Tunnel
-
-ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::EgrL3Oif1Table);
-ASIC_DEPENDENT_TABLE_EXTERN(MeridL3Tunnel::EgrL3Oif1Table);

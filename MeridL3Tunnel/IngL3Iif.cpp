@@ -16,4 +16,7 @@ Brio::Ptr<IngL3Iif> ingL3IifFactory() { return Brio::makePtr<IngL3Iif>(); }
 
 }  // namespace MeridL3Tunnel
 
-ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::IngL3Iif);
+// The table's operations and its handle, made here from the engine and
+// exported from the library.
+template class Asic::KeyedSwTable<MeridL3Tunnel::IngL3Iif, MeridL3Tunnel::IngL3IifTypes>;
+template class Asic::KeyedEntryHandle<MeridL3Tunnel::IngL3Iif>;

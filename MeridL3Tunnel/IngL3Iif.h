@@ -6,8 +6,7 @@
 #include <tuple>
 
 #include "Asic/IndexValue.h"
-#include "Asic/SwTable.h"
-#include "AsicSwTable/SwTableOperations.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/Export.h"
 
 namespace MeridL3Tunnel {
@@ -30,8 +29,8 @@ public:
    friend std::ostream& operator<<(std::ostream& os, const IngL3IifEntry&) { return os; }
 };
 
-class MERID_API IngL3Iif final : public Asic::SwKnownIndexTable {
-public:
+// The table's types, named ahead of it for the operations of its base.
+struct MERID_API IngL3IifTypes {
    static constexpr std::string_view typeName = "MeridL3Tunnel::IngL3Iif";
    struct IndexName {
       static constexpr std::string_view typeName = "MeridL3Tunnel::IngL3Iif::Index";
@@ -40,24 +39,16 @@ public:
    using Index = Asic::IndexValue<IndexName>;
    using Key = Index;
    using Entry = IngL3IifEntry;
-   using EntryHandle = Asic::KeyedEntryHandle<IngL3Iif>;
    using UnresolvedEntry = void;  // its entry names nothing
-   using Util = Asic::SwTable::Util;
-   using UtilLoader = Asic::SwTableUtilLoader<IngL3Iif>;
-   using Allocator = Asic::GenericIndexAllocator;  // none: the key is the index
    using CrossAgentIndex = Asic::Index;
-   static constexpr bool hasDependentField = false;
-   static constexpr bool knownIndex = true;
+};
 
+class MERID_API IngL3Iif final : public Asic::KeyedSwTable<IngL3Iif, IngL3IifTypes> {
+public:
    IngL3Iif();
    ~IngL3Iif() override;
-   void doReserveIndicesAtTableInit() {}
-
-   ASIC_KEYED_TABLE_OPERATIONS(IngL3Iif)
 };
 
 extern "C" MERID_API Brio::Ptr<IngL3Iif> ingL3IifFactory();
 
 }  // namespace MeridL3Tunnel
-
-ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::IngL3Iif);

@@ -4,16 +4,15 @@
 // table through their common allocator type; index 0 is never used.
 #include "Asic/IndexAllocator.h"
 #include "Asic/IndexValue.h"
-#include "Asic/SwTable.h"
-#include "AsicSwTable/SwTableOperations.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/Export.h"
 #include "MeridL3Tunnel/L3EgrL3IpTunnelEntry.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 
 namespace MeridL3Tunnel {
 
-class MERID_API L3EgrL3Ipv4TunnelTable final : public Asic::SwUnknownIndexTable {
-public:
+// The table's types, named ahead of it for the operations of its base.
+struct MERID_API L3EgrL3Ipv4TunnelTableTypes {
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3EgrL3Ipv4TunnelTable";
    struct EntryName {
       static constexpr std::string_view typeName = "MeridL3Tunnel::L3EgrL3Ipv4TunnelTable::Entry";
@@ -25,15 +24,14 @@ public:
    using Key = L3TunnelKey;
    using Entry = EgrL3IpTunnelEntry<EntryName>;
    using Index = Asic::IndexValue<IndexName>;
-   using EntryHandle = Asic::KeyedEntryHandle<L3EgrL3Ipv4TunnelTable>;
-   using Util = Asic::SwTable::Util;
-   using UtilLoader = Asic::SwTableUtilLoader<L3EgrL3Ipv4TunnelTable>;
    using UnresolvedEntry = void;  // its entries name no other entry
    using Allocator = MeridL3Common::L3EgrL3TunnelSharedAllocator;
    using CrossAgentIndex = Asic::Index;
-   static constexpr bool hasDependentField = false;
-   static constexpr bool knownIndex = false;
+};
 
+class MERID_API L3EgrL3Ipv4TunnelTable final
+    : public Asic::KeyedSwTable<L3EgrL3Ipv4TunnelTable, L3EgrL3Ipv4TunnelTableTypes> {
+public:
    L3EgrL3Ipv4TunnelTable();
    ~L3EgrL3Ipv4TunnelTable() override;
 
@@ -41,12 +39,8 @@ public:
    void doCreateAllocator() override {}
    void doInitAllocator() override;
    void doReserveIndicesAtTableInit();
-
-   ASIC_KEYED_TABLE_OPERATIONS(L3EgrL3Ipv4TunnelTable)
 };
 
 extern "C" MERID_API Brio::Ptr<L3EgrL3Ipv4TunnelTable> l3EgrL3Ipv4TunnelTableFactory();
 
 }  // namespace MeridL3Tunnel
-
-ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::L3EgrL3Ipv4TunnelTable);

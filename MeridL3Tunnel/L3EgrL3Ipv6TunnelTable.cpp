@@ -29,4 +29,8 @@ Brio::Ptr<L3EgrL3Ipv6TunnelTable> l3EgrL3Ipv6TunnelTableFactory() {
 
 }  // namespace MeridL3Tunnel
 
-ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::L3EgrL3Ipv6TunnelTable);
+// The table's operations and its handle, made here from the engine and
+// exported from the library.
+template class Asic::KeyedSwTable<MeridL3Tunnel::L3EgrL3Ipv6TunnelTable,
+                                  MeridL3Tunnel::L3EgrL3Ipv6TunnelTableTypes>;
+template class Asic::KeyedEntryHandle<MeridL3Tunnel::L3EgrL3Ipv6TunnelTable>;

@@ -25,5 +25,11 @@ Brio::Ptr<L3TunnelEgrL3Oif1Table> l3TunnelEgrL3Oif1TableFactory() {
 
 }  // namespace MeridL3Tunnel
 
-ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelEgrL3Oif1Table);
-ASIC_DEPENDENT_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelEgrL3Oif1Table);
+// The table's operations, its handle and its unresolved entries, made here
+// from the engine and exported from the library.
+template class Asic::KeyedSwTable<MeridL3Tunnel::L3TunnelEgrL3Oif1Table,
+                                  MeridL3Tunnel::L3TunnelEgrL3Oif1TableTypes>;
+template class Asic::KeyedDependentTable<MeridL3Tunnel::L3TunnelEgrL3Oif1Table,
+                                         MeridL3Tunnel::L3TunnelEgrL3Oif1TableTypes>;
+template class Asic::KeyedEntryHandle<MeridL3Tunnel::L3TunnelEgrL3Oif1Table>;
+template class Asic::KeyedUnresolvedEntry<MeridL3Tunnel::L3TunnelEgrL3Oif1Table>;

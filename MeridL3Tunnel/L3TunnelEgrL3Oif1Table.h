@@ -4,16 +4,17 @@
 // egress tunnel entry and carries that entry's hardware index once resolved.
 #include "Asic/IndexAllocator.h"
 #include "Asic/IndexValue.h"
-#include "Asic/SwTable.h"
-#include "AsicSwTable/SwTableOperations.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/EgrL3Oif1Entry.h"
 #include "MeridL3Tunnel/Export.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 
 namespace MeridL3Tunnel {
 
-class MERID_API L3TunnelEgrL3Oif1Table final : public Asic::SwUnknownIndexTable {
-public:
+class L3TunnelEgrL3Oif1Table;
+
+// The table's types, named ahead of it for the operations of its base.
+struct MERID_API L3TunnelEgrL3Oif1TableTypes {
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelEgrL3Oif1Table";
    struct EntryName {
       static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelEgrL3Oif1Table::Entry";
@@ -25,29 +26,21 @@ public:
    using Key = L3TunnelKey;
    using Entry = EgrL3Oif1Entry<EntryName>;
    using Index = Asic::IndexValue<IndexName>;
-   using EntryHandle = Asic::KeyedEntryHandle<L3TunnelEgrL3Oif1Table>;
    using UnresolvedEntry = Asic::KeyedUnresolvedEntry<L3TunnelEgrL3Oif1Table>;
-   using Util = Asic::SwTable::Util;
-   using UtilLoader = Asic::SwTableUtilLoader<L3TunnelEgrL3Oif1Table>;
    using Allocator = MeridL3Common::L3EgrL3Oif1TableSharedAllocator;
    using CrossAgentIndex = Orb::Optional<Asic::Index>;
-   static constexpr bool hasDependentField = true;
-   static constexpr bool knownIndex = false;
+};
 
+class MERID_API L3TunnelEgrL3Oif1Table final
+    : public Asic::KeyedSwTable<L3TunnelEgrL3Oif1Table, L3TunnelEgrL3Oif1TableTypes> {
+public:
    L3TunnelEgrL3Oif1Table();
    ~L3TunnelEgrL3Oif1Table() override;
 
    void doCreateAllocator() override { doInitAllocator(); }
    void doInitAllocator() override;
-   void doReserveIndicesAtTableInit() {}
-
-   ASIC_KEYED_TABLE_OPERATIONS(L3TunnelEgrL3Oif1Table)
-   ASIC_DEPENDENT_TABLE_OPERATIONS(L3TunnelEgrL3Oif1Table)
 };
 
 extern "C" MERID_API Brio::Ptr<L3TunnelEgrL3Oif1Table> l3TunnelEgrL3Oif1TableFactory();
 
 }  // namespace MeridL3Tunnel
-
-ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::L3TunnelEgrL3Oif1Table);
-ASIC_DEPENDENT_TABLE_EXTERN(MeridL3Tunnel::L3TunnelEgrL3Oif1Table);

@@ -109,5 +109,11 @@ Brio::Ptr<L3TunnelIngL3NextHopTable> l3TunnelIngL3NextHopTableFactory() {
 
 }  // namespace MeridL3Tunnel
 
-ASIC_KEYED_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelIngL3NextHopTable);
-ASIC_DEPENDENT_TABLE_FORWARDERS(MeridL3Tunnel::L3TunnelIngL3NextHopTable);
+// The table's operations, its handle and its unresolved entries, made here
+// from the engine and exported from the library.
+template class Asic::KeyedSwTable<MeridL3Tunnel::L3TunnelIngL3NextHopTable,
+                                  MeridL3Tunnel::L3TunnelIngL3NextHopTableTypes>;
+template class Asic::KeyedDependentTable<MeridL3Tunnel::L3TunnelIngL3NextHopTable,
+                                         MeridL3Tunnel::L3TunnelIngL3NextHopTableTypes>;
+template class Asic::KeyedEntryHandle<MeridL3Tunnel::L3TunnelIngL3NextHopTable>;
+template class Asic::KeyedUnresolvedEntry<MeridL3Tunnel::L3TunnelIngL3NextHopTable>;

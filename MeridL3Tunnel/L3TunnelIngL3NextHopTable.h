@@ -8,8 +8,7 @@
 
 #include "Asic/IndexAllocator.h"
 #include "Asic/IndexValue.h"
-#include "Asic/SwTable.h"
-#include "AsicSwTable/SwTableOperations.h"
+#include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/Export.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 #include "Orb/BitUInt.h"
@@ -70,8 +69,10 @@ private:
    U2 viewType_;
 };
 
-class MERID_API L3TunnelIngL3NextHopTable final : public Asic::SwUnknownIndexTable {
-public:
+class L3TunnelIngL3NextHopTable;
+
+// The table's types, named ahead of it for the operations of its base.
+struct MERID_API L3TunnelIngL3NextHopTableTypes {
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelIngL3NextHopTable";
    struct IndexName {
       static constexpr std::string_view typeName =
@@ -81,30 +82,22 @@ public:
    using Key = L3TunnelKey;
    using Entry = L3TunnelIngL3NextHopEntry;
    using Index = Asic::IndexValue<IndexName>;
-   using EntryHandle = Asic::KeyedEntryHandle<L3TunnelIngL3NextHopTable>;
    using UnresolvedEntry = Asic::KeyedUnresolvedEntry<L3TunnelIngL3NextHopTable>;
-   using Util = Asic::SwTable::Util;
-   using UtilLoader = Asic::SwTableUtilLoader<L3TunnelIngL3NextHopTable>;
    // Either of two shared allocator types, chosen from the chip at start.
    using Allocator = Asic::FirstFreeIndexAllocator;
    using CrossAgentIndex = Orb::Optional<Asic::Index>;
-   static constexpr bool hasDependentField = true;
-   static constexpr bool knownIndex = false;
+};
 
+class MERID_API L3TunnelIngL3NextHopTable final
+    : public Asic::KeyedSwTable<L3TunnelIngL3NextHopTable, L3TunnelIngL3NextHopTableTypes> {
+public:
    L3TunnelIngL3NextHopTable();
    ~L3TunnelIngL3NextHopTable() override;
 
    void doCreateAllocator() override { doInitAllocator(); }
    void doInitAllocator() override;
-   void doReserveIndicesAtTableInit() {}
-
-   ASIC_KEYED_TABLE_OPERATIONS(L3TunnelIngL3NextHopTable)
-   ASIC_DEPENDENT_TABLE_OPERATIONS(L3TunnelIngL3NextHopTable)
 };
 
 extern "C" MERID_API Brio::Ptr<L3TunnelIngL3NextHopTable> l3TunnelIngL3NextHopTableFactory();
 
 }  // namespace MeridL3Tunnel
-
-ASIC_KEYED_TABLE_EXTERN(MeridL3Tunnel::L3TunnelIngL3NextHopTable);
-ASIC_DEPENDENT_TABLE_EXTERN(MeridL3Tunnel::L3TunnelIngL3NextHopTable);

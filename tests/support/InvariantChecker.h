@@ -32,11 +32,9 @@ public:
       checkHandles(t);
       checkRows(t);
       if constexpr (Table::hasDependentField) checkDependents(t);
-      keysOf_[t.indexAllocator().ptr()];  // every allocator gets checked, even an empty one
-      for (auto& [key, node] : t.entryIteratorConst())
-         keysOf_[t.indexAllocator().ptr()].insert(text(key));
-      for (auto& [key, h] : t.entryHandleIteratorConst())
-         keysOf_[t.indexAllocator().ptr()].insert(text(key));
+      keysOf_[allocatorOf(t)];  // every allocator gets checked, even an empty one
+      for (auto& [key, node] : t.entryIteratorConst()) keysOf_[allocatorOf(t)].insert(text(key));
+      for (auto& [key, h] : t.entryHandleIteratorConst()) keysOf_[allocatorOf(t)].insert(text(key));
       return *this;
    }
 
@@ -132,6 +130,16 @@ public:
    }
 
 private:
+   // The allocator a table takes its indices from: none when its key is the
+   // index.
+   template <class Table>
+   static const auto* allocatorOf(const Table& t) {
+      if constexpr (Table::knownIndex)
+         return static_cast<const Asic::GenericIndexAllocator*>(nullptr);
+      else
+         return t.indexAllocator().ptr();
+   }
+
    template <class K>
    static std::string text(const K& k) {
       std::ostringstream os;
@@ -149,8 +157,8 @@ private:
    template <class Table>
    void checkHandles(const Table& t) {
       auto hw = chip_.table(t.name(), t.unitId());
-      auto& alloc = t.indexAllocator();
-      auto& owners = owners_[alloc.ptr()];
+      const auto* alloc = allocatorOf(t);
+      auto& owners = owners_[alloc];
       for (auto& [key, h] : t.entryHandleIteratorConst()) {
          if (h->swTable() != &t) {
             fail(t.name(), ": handle of ", key, " does not point at its table");
@@ -208,11 +216,11 @@ private:
    template <class Table>
    void checkRows(const Table& t) {
       auto hw = chip_.table(t.name(), t.unitId());
-      auto& alloc = t.indexAllocator();
+      const auto* alloc = allocatorOf(t);
       if (!hw || !alloc) return;
       // A row the software has not claimed again since a restart still holds
       // its index.
-      auto& keys = keysOf_[alloc.ptr()];
+      auto& keys = keysOf_[alloc];
       for (Asic::Index i = 0; i < hw->numEntries(); ++i) {
          if (!hw->row(i)) continue;
          if (hw->rowKey(i)) keys.insert(hw->rowKey(i).text());

@@ -330,7 +330,9 @@ TableView keyedView(const Table& t, const AsicSim::Chip& chip, TableKind kind, F
    TableView v;
    v.name = std::string(unqualifiedName(Table::typeName));
    v.kind = kind;
-   v.usage = usageOf(chip, Table::typeName, reservedBelow(t.indexAllocator(), t.numEntries()));
+   uint32_t reserved = 0;  // an index-keyed table reserves nothing of its own
+   if constexpr (!Table::knownIndex) reserved = reservedBelow(t.indexAllocator(), t.numEntries());
+   v.usage = usageOf(chip, Table::typeName, reserved);
    v.entries = t.entryHandles();
    for (const auto& [key, handle] : t.entryHandleIteratorConst())
       if (handle->entryState() == State::noHwIndex) ++v.usage.refused;
