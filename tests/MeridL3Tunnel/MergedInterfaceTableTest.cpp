@@ -193,54 +193,6 @@ TEST_F(MergedInterface, IndexWaitsForTheLastMemberWhicheverItIs) {
    }
 }
 
-// While a member's delete is unanswered its node stands without a value and
-// the index stays taken.
-TEST_F(MergedInterface, NodeWithoutValueBlocksFreeing) {
-   auto t = tunnel(1);
-   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
-   runLoop();
-   const Asic::Index index = intf->entryHandle(tunnelKey(1))->hwIndex();
-   chip->holdResponsesIs(true);
-   intf->entryRemove(tunnelKey(1));
-   ASSERT_TRUE(intf->egrL3Oif1Table()->resolvedEntryHas(EgrL3Oif1Table::Index(index)));
-   EXPECT_FALSE(intf->egrL3Oif1Table()->resolvedEntry(EgrL3Oif1Table::Index(index)));
-   EXPECT_FALSE(egrRow(index)) << "the row itself is already cleared";
-   EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index));
-   drainResponses();
-   EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
-}
-
-TEST_F(MergedInterface, MemberChangeAtAnIndexNobodyAllocatedFreesNothing) {
-   Orb::TraceCapture trace("MeridL3Tunnel::L3InterfaceTable/9");
-   auto direct = intf->ingL3Iif()->entryRef(IngL3Iif::Index(6), IngL3Iif::Entry());
-   runLoop();
-   direct.reset();
-   runLoop();
-   for (auto& l : trace.lines()) EXPECT_EQ(l.find("freeing index"), std::string::npos) << l;
-   EXPECT_EQ(intf->indexAllocator()->used(), 0u);
-}
-
-TEST_F(MergedInterface, ExhaustedAllocatorGivesNoHwIndexAndNoMemberEntry) {
-   intf.reset();
-   makeInterfaceTable(1);  // the allocator is sized from the ingress table
-   auto t = tunnel(1);
-   intf->entryCommit(tunnelKey(1), interfaceEntry(t));
-   auto h = intf->entryCommit(tunnelKey(2), interfaceEntry(t));
-   EXPECT_EQ(h->entryState(), State::noHwIndex);
-   EXPECT_EQ(intf->ingL3Iif()->resolvedEntrys(), 1u);
-   EXPECT_EQ(intf->egrL3Oif1Table()->entryHandles(), 1u);
-}
-
-TEST_F(MergedInterface, FailedEgressDependencyFailsTheMergedHandle) {
-   chip->writeFailuresIs(V4::typeName, 1);
-   auto t = tunnel(1);
-   ASSERT_EQ(t->entryState(), State::noHwIndex);
-   auto h = intf->entryCommit(tunnelKey(1), interfaceEntry(t));
-   runLoop();
-   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
-   EXPECT_TRUE(intf->unresolvedMergedEntry(tunnelKey(1)));
-}
-
 TEST_F(MergedInterface, AliasSharesTheHandleAndItsIndex) {
    auto t = tunnel(1);
    auto a = intf->entryCommit(tunnelKey(1), interfaceEntry(t));
@@ -252,48 +204,6 @@ TEST_F(MergedInterface, AliasSharesTheHandleAndItsIndex) {
    EXPECT_FALSE(intf->mappedEntryHandle(tunnelKey(5)));
    EXPECT_EQ(a->entryState(), State::success) << "the aliased entry stays in place";
    EXPECT_EQ(a->entryType(), Type::committed);
-}
-
-// A handle's clean-up drops the merged state first and unlinks the handle from
-// its table last: whoever hears the collections change still sees the handle
-// in its table.
-TEST_F(MergedInterface, CleanupUnlinksTheHandleLast) {
-   struct Log final : Brio::Notifiee {
-      Log(std::vector<std::string>& events, const char* who, const L3InterfaceTable::EntryHandle* h)
-          : events(events), who(who), h(h) {}
-      void onAttribute(Brio::AttrId attr, Brio::KeyRef) override {
-         events.push_back(std::string(who) + std::to_string(attr) +
-                          (h->table() ? "" : " unlinked"));
-      }
-      std::vector<std::string>& events;
-      const char* who;
-      const L3InterfaceTable::EntryHandle* h;
-   };
-   for (bool resolved : {true, false}) {
-      SCOPED_TRACE(resolved ? "resolved" : "waiting for its members");
-      const auto k = tunnelKey(resolved ? 1 : 2);
-      auto t = tunnel(resolved ? 1 : 2);
-      chip->holdResponsesIs(!resolved);
-      HandlePtr h = intf->entryRef(k, interfaceEntry(t));
-      runLoop();
-      const auto* eh = intf->entryHandle(k).ptr();
-      ASSERT_EQ(intf->mergedEntryHas(k), resolved);
-      std::vector<std::string> events;
-      Log onTable(events, "table ", eh), onHandle(events, "handle ", eh);
-      onTable.notifierIs(&intf->notifieeList());
-      onHandle.notifierIs(&const_cast<L3InterfaceTable::EntryHandle*>(eh)->notifieeList());
-      h.reset();
-      const auto attr = [](const char* who, Brio::AttrId a) { return who + std::to_string(a); };
-      const std::vector<std::string> expected{
-          attr("table ", resolved ? L3InterfaceTable::mergedEntryAttr
-                                  : L3InterfaceTable::unresolvedMergedEntryAttr),
-          attr("table ", Asic::SwTable::entryHandleAttr),
-          attr("handle ", Asic::SwTableBase::EntryHandle::swTableAttr) + " unlinked"};
-      EXPECT_EQ(events, expected);
-      chip->holdResponsesIs(false);
-      drainResponses();
-   }
-   expectConsistent();
 }
 
 using MergedInterfaceDeathTest = MergedInterface;
@@ -308,68 +218,6 @@ TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
                 "explicit remove supported with entryMapToKey");
    EXPECT_DEATH(intf->entryMapToKey(tunnelKey(3), tunnelKey(2), Asic::needsExplicitRemove()),
                 "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
-}
-
-class MergedInterfaceChurn : public SimFixture {
-protected:
-   void SetUp() override {
-      SimFixture::SetUp();
-      for (auto name : {IngL3Iif::typeName, EgrL3Oif1Table::typeName}) chip->tableSizeIs(name, 8);
-      makeInterfaceTable(8);  // fewer indices than keys: the allocator fills up
-   }
-   // The agent restarts: the merged table (and with it its members) is made
-   // again and learns from the member rows which indices are taken.
-   void restartInterfaceTable() {
-      intf.reset();
-      Brio::EventLoop::instance().clear();
-      chip->heldResponsesDelAll();
-      makeInterfaceTable(8);
-   }
-};
-
-TEST_F(MergedInterfaceChurn, RandomWritesRemovalsAndRestarts) {
-   std::vector<HandlePtr> tunnels;
-   for (uint32_t n = 1; n <= 4; ++n)
-      tunnels.push_back(
-          v4->entryCommit(tunnelKey(n), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(n))));
-   runLoop();
-   std::map<uint32_t, HandlePtr> held;
-   churn(44, 2000, [&](const Draw& pick) {
-      const uint32_t n = 1 + pick(12);
-      const auto k = tunnelKey(100 + n);
-      switch (pick(7)) {
-         case 0:
-         case 1: {
-            auto e = interfaceEntry(tunnels[pick(4)], uint8_t(pick(2)));
-            held[n] = pick(2) ? intf->entryCommit(k, e) : intf->entryRef(k, e);
-            break;
-         }
-         case 2:
-         case 3:
-            intf->entryRemove(k);
-            break;
-         case 4:
-         case 5:
-            held.erase(n);
-            break;
-         case 6:
-            if (pick(10) == 0) {
-               held.clear();
-               restartInterfaceTable();
-            }
-            break;
-      }
-   });
-   if (HasFailure()) return;
-   drainResponses();
-   held.clear();
-   intf->entryRemoveAll();
-   for (int i = 0; i < 3; ++i) {
-      chip->releaseAllResponses();
-      runLoop();
-   }
-   EXPECT_EQ(intf->entryHandles() + intf->mergedEntrys() + intf->unresolvedMergedEntrys(), 0u);
-   expectConsistent("end: ");
 }
 
 using EntityDeathTest = MergedInterface;

@@ -146,42 +146,5 @@ TEST_F(MergedTableMembers, EgressWaitsForItsTunnelAndShowsTheWaitingValueFirst) 
    EXPECT_FALSE(egr->entryHas(EgrIndex(6)));
 }
 
-TEST_F(MergedTableMembers, EntryInDeletionIsNotHadUntilAWeakRefRevivesIt) {
-   auto t = tunnel(1);
-   runLoop();
-   auto h = egr->entryRef(EgrIndex(6), egrEntry(t));
-   runLoop();
-   ASSERT_EQ(h->entryState(), State::success);
-   chip->holdResponsesIs(true);
-   h.reset();  // the last reference: the delete dance starts
-   ASSERT_TRUE(egr->entryHandle(EgrIndex(6)));
-   EXPECT_EQ(egr->entryHandle(EgrIndex(6))->entryType(), Type::inDeletion);
-   EXPECT_TRUE(egr->resolvedEntryHas(EgrIndex(6))) << "kept until the delete is answered";
-   EXPECT_FALSE(egr->entryHas(EgrIndex(6)));
-   EXPECT_FALSE(row(EgrL3Oif1Table::typeName, 6));
-
-   auto w = egr->entryWeakRef(EgrIndex(6));
-   EXPECT_EQ(w, egr->entryHandle(EgrIndex(6)));
-   EXPECT_EQ(w->entryType(), Type::referenceOnly);
-   EXPECT_EQ(w->entryState(), State::unresolved);
-   EXPECT_FALSE(egr->entryHandle(EgrIndex(6))->tableReferenceCounted());
-   w.reset();
-   settle();
-   EXPECT_FALSE(egr->entryHandle(EgrIndex(6)));
-   EXPECT_FALSE(egr->resolvedEntryHas(EgrIndex(6)));
-}
-
-TEST_F(MergedTableMembers, DeletedResolvedEntryIsPublishedWithItsIndex) {
-   auto t = tunnel(1);
-   runLoop();
-   for (uint32_t i : {2u, 5u}) {
-      ing->entryCommit(IngIndex(i), {});
-      egr->entryCommit(EgrIndex(i), egrEntry(t));
-   }
-   runLoop();
-   expectDelPublished(*ing);
-   expectDelPublished(*egr);
-}
-
 }  // namespace
 }  // namespace test

@@ -23,14 +23,6 @@ protected:
    }
 };
 
-TEST_F(SharedIndexSpace, OneAllocatorForBothTables) {
-   EXPECT_EQ(v4->indexAllocator(), v6->indexAllocator());
-   EXPECT_TRUE(v4->indexAllocator()->reserved(0));
-   EXPECT_EQ(Asic::GenericIndexAllocatorStub::sharers(
-                 Orb::typeId<MeridL3Common::L3EgrL3TunnelSharedAllocator>()),
-             2u);
-}
-
 TEST_F(SharedIndexSpace, IndicesAlternateBetweenTheTables) {
    struct Step {
       bool v6;
@@ -47,18 +39,6 @@ TEST_F(SharedIndexSpace, IndicesAlternateBetweenTheTables) {
       runLoop();
       EXPECT_EQ(v4->indexAllocator()->used(), 0u);
    }
-}
-
-TEST_F(SharedIndexSpace, FreedIndexGoesToEitherTable) {
-   auto a = write4(1);
-   auto b = write4(2);
-   runLoop();
-   a.reset();
-   runLoop();
-   auto c = write6(3);
-   runLoop();
-   EXPECT_EQ(c->hwIndex(), 1u);
-   expectConsistent();
 }
 
 TEST_F(SharedIndexSpace, OneKeyInBothTablesSharesItsIndexUntilBothLetGo) {

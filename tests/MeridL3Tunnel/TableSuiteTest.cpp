@@ -101,6 +101,12 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
                                 this->text(this->key(1)) + ", entry : " + other.stringValue();
       EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), found), 1) << found;
    }
+   // A key given an index of its own gets that one.
+   if constexpr (!TypeParam::knownIndex) {
+      auto at = t.entryWriteAtIndex(7, this->key(2), this->entry(2));
+      this->runLoop();
+      EXPECT_EQ(at->hwIndex(), 7u);
+   }
 }
 
 // Two rows: as many keys as the table hands indices out for are written, the
@@ -201,6 +207,48 @@ TYPED_TEST(TableSuite, RemovedEntryGoesWithItsLastReference) {
    }
 }
 
+// Let go while its write is in flight: the delete waits for the write's
+// answer, and the key then goes.
+TYPED_TEST(TableSuite, LetGoWhileItsWriteIsInFlight) {
+   this->make();
+   auto& t = this->table();
+   const auto e = this->entry(1);
+   this->chip->holdResponsesIs(true);
+   auto h = t.entryRef(this->key(1), e);
+   h = nullptr;
+   EXPECT_EQ(this->rows().stats().deletes, 0u) << "no delete overtakes the write";
+   this->settle();
+   EXPECT_EQ(this->rows().stats().deletes, 1u);
+   EXPECT_FALSE(t.entryHandle(this->key(1)));
+}
+
+// Taken up again while its delete is in flight, the entry stays, and goes
+// with one more delete when let go again. A watcher holding it through the
+// delete, or one of a key nobody wrote, deletes nothing.
+TYPED_TEST(TableSuite, TakenUpAgainDuringTheDeleteDance) {
+   this->make();
+   auto& t = this->table();
+   const auto e1 = this->entry(1), e2 = this->entry(2);
+   auto h = t.entryRef(this->key(1), e1);
+   auto watched = t.entryRef(this->key(2), e2);
+   this->runLoop();
+   this->chip->holdResponsesIs(true);
+   h = watched = nullptr;
+   auto back = t.entryRef(this->key(1), e1);
+   EXPECT_EQ(back->entryType(), Type::referenceOnly);
+   auto watcher = t.entryWeakRef(this->key(2));
+   this->settle();
+   EXPECT_EQ(back->entryState(), State::success);
+   EXPECT_EQ(t.entryHandle(this->key(1)), back);
+   const uint32_t deletes = this->rows().stats().deletes;
+   back = watcher = nullptr;
+   t.entryWeakRef(this->key(5));
+   this->settle();
+   EXPECT_FALSE(t.entryHandle(this->key(1)));
+   EXPECT_FALSE(t.entryHandle(this->key(2)));
+   EXPECT_EQ(this->rows().stats().deletes, deletes + 1);
+}
+
 // The tables go and come back over the chip's rows: recovery changes no row,
 // the same writes land on the rows they had without changing one, and a new
 // key takes an index no survivor holds.
@@ -235,6 +283,17 @@ TYPED_TEST(TableSuite, RestartRewritesLandOnTheRowsTheyHad) {
       this->settle();
       for (auto& [n, i] : index) EXPECT_NE(fresh->hwIndex(), i);
    }
+}
+
+TEST_F(SimFixture, HandlesOutliveTheirTableUnlinked) {
+   makeTunnelTables();
+   auto h = v4->entryRef(tunnelKey(1), tunnelEntry<V4>(tunnelKey(1)));
+   runLoop();
+   tablesDrop();
+   EXPECT_EQ(h->swTable(), nullptr);
+   EXPECT_TRUE(hw(V4::typeName)->row(1)) << "rows stay for a restart";
+   h.reset();
+   EXPECT_EQ(runLoop(), 0u);
 }
 
 }  // namespace

@@ -63,18 +63,4 @@ struct TestLoader : Loader::Singleton {
    std::string_view name() const override { return N == 1 ? "Test::OneLoader" : "Test::TwoLoader"; }
 };
 
-TEST(Loader, SingletonsAreOnePerTypeAndFoundByName) {
-   auto& one = Loader::Singleton::instantiate<TestLoader<1>>();
-   EXPECT_EQ(&Loader::Singleton::instantiate<TestLoader<1>>(), &one);
-   EXPECT_EQ(TestLoader<1>::made, 1);
-   auto& two = Loader::Singleton::instantiate<TestLoader<2>>();
-   EXPECT_EQ(Loader::Singleton::singleton("Test::OneLoader"), &one);
-   EXPECT_EQ(Loader::Singleton::singleton("Test::TwoLoader"), &two);
-   EXPECT_EQ(Loader::Singleton::singleton("Test::ThreeLoader"), nullptr);
-   Loader::implementationIs("Test::S", "One", factory("one"));
-   Loader::defaultImplementationIs("Test::S", factory("any"));
-   EXPECT_EQ(loaded(one.load()), "one:One");
-   EXPECT_EQ(loaded(two.load()), "any:Two");
-}
-
 }  // namespace

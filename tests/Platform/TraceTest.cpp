@@ -178,27 +178,6 @@ TEST_F(TraceTest, FlitFormatSubstitution) {
    }
 }
 
-TEST_F(TraceTest, FlitRingKeepsNewest) {
-   auto expected = [](int from, int to) {
-      std::vector<std::string> lines;
-      for (int i = from; i <= to; ++i) lines.push_back("n=" + std::to_string(i));
-      return lines;
-   };
-   Flit::capacityIs(3);
-   for (int i = 0; i < 5; ++i) Flit::record("n={}", i);
-   EXPECT_EQ(Flit::records(), expected(2, 4));
-   Flit::capacityIs(2);
-   EXPECT_EQ(Flit::records(), expected(3, 4));
-   Flit::capacityIs(4);
-   for (int i = 5; i < 8; ++i) Flit::record("n={}", i);
-   EXPECT_EQ(Flit::records(), expected(4, 7));
-   std::ostringstream dumped;
-   Flit::dump(dumped);
-   EXPECT_EQ(dumped.str(), "n=4\nn=5\nn=6\nn=7\n");
-   Flit::clear();
-   EXPECT_TRUE(Flit::records().empty());
-}
-
 TEST_F(TraceTest, FlitSwitchedPerNameAndLevel) {
    Flit::configIs("Ns::A/4,Ns::B/0");
    EXPECT_EQ(Flit::config(), "Ns::A/4,Ns::B/0");

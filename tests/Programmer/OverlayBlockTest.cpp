@@ -108,21 +108,6 @@ TEST_F(OverlayBlock, MissingUnderlayIsTracedOncePerSlotAndTheMemberStillBuilt) {
    EXPECT_EQ(h->entryState(), State::success);
 }
 
-// A member waits for its underlay group to be programmed by its owner.
-TEST_F(OverlayBlock, BlockWaitsForAnUnderlayGroupInProgress) {
-   underlay->entryIs(adj(7), State::inProgress);
-   start();
-   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 1, 7)});
-   EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
-   EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 0u);
-   underlay->entryStateIs(adj(7), State::success);
-   runLoop();
-   EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(member(h, 0).underlayIdx(), underlay->entryWeakRef(adj(7))->hwIndex());
-   expectConsistent();
-}
-
 TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
    start();
@@ -130,35 +115,6 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
        program({via("10.0.0.1", "10.0.0.2", 1, 1, 64, Plx::NextHopEntryType::nextHopGlean)}),
        "assertion \"\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopArpResolved\\(\\) \\) \\|\\| "
        "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
-}
-
-// The tunnel row's fields, whatever the address family.
-TEST_F(OverlayBlock, TunnelRowCarriesTheViaInTheIpv4Table) {
-   struct Case {
-      const char* src;
-      const char* dst;
-      uint32_t ttl;
-      uint8_t written;
-   };
-   start();
-   for (const Case& c :
-        {Case{"10.0.0.1", "10.0.0.2", 300, 44}, Case{"2001:db8::1", "2001:db8::2", 64, 64},
-         Case{"10.0.0.1", "10.0.0.9", 255, 255}}) {
-      HandlePtr h = program({via(c.src, c.dst, 1, 1, c.ttl)});
-      const L3TunnelKey key{addr(c.src), addr(c.dst)};
-      ASSERT_TRUE(v4->entryHas(key)) << c.dst;
-      const auto e = v4->entry(key);
-      EXPECT_EQ(e.ttlValue(), c.written) << c.dst;
-      EXPECT_TRUE(e.isIpInIpV4Tunnel()) << c.dst;
-      EXPECT_FALSE(e.isIpInIpV6Tunnel()) << c.dst;
-      EXPECT_EQ(e.srcIpAddr(), addr(c.src));
-      EXPECT_EQ(e.dstIpAddr(), addr(c.dst));
-      EXPECT_EQ(e.strengthProfileIndex1(), U5(17));
-      EXPECT_EQ(h->entryState(), State::success) << c.dst;
-   }
-   EXPECT_EQ(v6->entrys(), 0u);
-   EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
-   expectConsistent();
 }
 
 // A full table is traced and the chain is still written behind it. A table

@@ -84,17 +84,6 @@ TEST_F(EcmpMemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
    expectConsistent();
 }
 
-TEST_F(EcmpMemberBlock, FailedNamedEntryFailsTheBlockUntilItHeals) {
-   named->entryIs(adj(1), State::inProgress);
-   HandlePtr h = members->entryBlockRef(blockOf(2, {1}));
-   named->entryStateIs(adj(1), State::failedNeededEntry);
-   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
-   named->entryStateIs(adj(1), State::success);
-   runLoop();
-   EXPECT_EQ(h->entryState(), State::success);
-   expectConsistent();
-}
-
 TEST_F(EcmpMemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
    named->entryIs(adj(1));
    named->entryIs(adj(2));
@@ -286,25 +275,6 @@ TEST_F(EcmpMemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
       EXPECT_EQ(hw()->usedRows(), 0u) << key;
       restart();
    }
-}
-
-// Rows a block already holds when the table learns the chip's rows are the
-// block's: only the rest count as recovered, and the purge leaves the
-// block's rows alone.
-TEST_F(EcmpMemberRecovery, RowsTakenBeforeTheSyncStayTheBlocks) {
-   {
-      HandlePtr held = place(blockOf(5, {1}));
-      restart();
-   }
-   HandlePtr early = place(blockOf(2, {2}));
-   ASSERT_EQ(base(early), 0u);
-   members->syncEntries();
-   EXPECT_EQ(members->recoveredRows(), 3u);
-   members->purgeStaleEntries();
-   runLoop();
-   EXPECT_TRUE(hw()->row(0) && hw()->row(1));
-   EXPECT_EQ(hw()->usedRows(), 2u);
-   EXPECT_EQ(members->indexAllocator().used(), 2u);
 }
 
 TEST(EcmpMemberEntry, TextFormRoundTripsAndBlocksAreFilledInOrder) {
