@@ -51,7 +51,7 @@ TEST_P(ChipClaim, TheFirstWriteOfWhatAKeptRowHoldsIsNoWrite) {
    const uint32_t writes = chip->writes();
    HandlePtr h = v4->entryCommit(tunnelKey(1), entry);
    EXPECT_EQ(chip->heldResponses(), 1u) << "answered as a write";
-   drainResponses();
+   settle();
    EXPECT_EQ(h->entryState(), State::success);
    EXPECT_EQ(h->hwIndex(), row);
    EXPECT_EQ(t->stats().claims - before.claims, c.claimed ? 1u : 0u);
@@ -66,7 +66,7 @@ TEST_P(ChipClaim, TheFirstWriteOfWhatAKeptRowHoldsIsNoWrite) {
    EXPECT_EQ(chip->writes() - writes, c.claimed ? 1u : 2u);
    EXPECT_EQ(chip->failedWrites().size(), c.failureArmed ? 1u : 0u);
    EXPECT_EQ(t->stats().claims - before.claims, c.claimed ? 1u : 0u);
-   drainResponses();
+   settle();
 }
 
 INSTANTIATE_TEST_SUITE_P(Restart, ChipClaim, ::testing::ValuesIn(claimCases),

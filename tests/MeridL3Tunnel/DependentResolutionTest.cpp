@@ -36,7 +36,7 @@ TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
    EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
    EXPECT_EQ(o->entryState(), State::unresolved);
    EXPECT_FALSE(oif->resolvedEntry(tunnelKey(1)));
-   drainResponses();
+   settle();
    EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
    EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
    EXPECT_EQ(count(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
@@ -99,7 +99,7 @@ TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
    EXPECT_EQ(count(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
    EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
    EXPECT_EQ(oif->unresolvedEntrys(), 1u);
-   drainResponses();
+   settle();
    runLoop();
    EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->ttlThreshold(), 5u);
 
@@ -113,14 +113,13 @@ TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
    auto handle = oif->entryHandle(tunnelKey(1));
    ASSERT_EQ(handle->pendingEntrys(), 1u);
    EXPECT_TRUE(Oif::Entry::isEq(handle->pendingEntryFront(), old));
-   drainResponses();
+   settle();
    EXPECT_EQ(handle->pendingEntrys(), 0u);
    EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), t2->hwIndex());
    expectConsistent();
 }
 
 TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
-   tables.clear();
    // One allocator serves both tunnel tables; the last to initialise sizes it.
    chip->tableSizeIs(V4::typeName, 70000);
    chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 70000);

@@ -98,7 +98,7 @@ TEST_F(MergedInterface, MembersCountOnceTheChipHasAnsweredThem) {
    EXPECT_FALSE(intf->egrL3Oif1Table()->entryIteratorConst(EgrL3Oif1Table::Index(15)));
    ASSERT_TRUE(intf->unresolvedMergedEntry(tunnelKey(2)));
    EXPECT_EQ(intf->unresolvedMergedEntry(tunnelKey(2))->neededEntryHandleSms(), 2u);
-   drainResponses(3);
+   settle();
    EXPECT_EQ(w->entryState(), State::success);
    expectConsistent();
 }
@@ -143,7 +143,7 @@ TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
    EXPECT_FALSE(intf->entryHandle(tunnelKey(1)));
    EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index)) << "member rows still hold it";
    auto fresh = intf->entryCommit(tunnelKey(2), interfaceEntry(t));
-   drainResponses();
+   settle();
    runLoop();
    EXPECT_NE(fresh->hwIndex(), index) << "a new key never gets an index a member row uses";
    EXPECT_FALSE(ingRow(index));

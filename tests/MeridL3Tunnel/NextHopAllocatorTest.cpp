@@ -101,7 +101,6 @@ TEST_F(NextHopAllocator, TestChipAlwaysKeepsTunnelNextHopsApartOtherChipsAsk) {
       EXPECT_EQ(Stub::sharers(other), 0u);
       EXPECT_EQ(alloc->indexCount(), rows);
       EXPECT_TRUE(alloc->initialized());
-      tables.clear();
       nh.reset();
       EXPECT_EQ(Stub::sharers(chosen), 0u) << "the table gives its share back";
    }

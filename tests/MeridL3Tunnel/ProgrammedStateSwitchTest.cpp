@@ -49,7 +49,6 @@ TEST_F(ProgrammedStateSwitch, WriteCompletesAtTheWriteOnlyWhenSwitchedOn) {
 }
 
 TEST_F(ProgrammedStateSwitch, FullTableAndTheDeleteDance) {
-   tables.clear();
    chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 2);
    chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 2);
    makeTunnelTables(2);

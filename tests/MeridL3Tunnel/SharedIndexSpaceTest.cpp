@@ -71,7 +71,7 @@ TEST_F(SharedIndexSpace, OneKeyLetGoInBothTablesWhileItsWritesAreInFlight) {
       b.reset();
       chip->releaseResponse(first);
       runLoop();
-      drainResponses(2);
+      settle();
       EXPECT_EQ(hw(L3EgrL3Ipv4TunnelTable::typeName)->usedRows(), 0u);
       EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
       EXPECT_EQ(v4->indexAllocator()->used(), 0u);
@@ -84,7 +84,6 @@ TEST_F(SharedIndexSpace, OneKeyLetGoInBothTablesWhileItsWritesAreInFlight) {
 // agree after every step once the loop is idle, and nothing may be left when
 // every reference is gone.
 TEST_F(SharedIndexSpace, RandomChurnKeepsTheInvariants) {
-   tables.clear();
    chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 12);
    chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 12);
    makeTunnelTables(12);  // fewer indices than keys: the tables fill up
@@ -113,7 +112,7 @@ TEST_F(SharedIndexSpace, RandomChurnKeepsTheInvariants) {
       }
    });
    if (HasFailure()) return;
-   drainResponses();
+   settle();
    held.clear();
    v4->entryRemoveAll();
    v6->entryRemoveAll();

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -71,37 +70,11 @@ Json scenario(const std::vector<Json>& steps, bool commonIifOifIndex = true) {
            {"steps", steps}};
 }
 
-// The entry of `table` at hardware index `index`.
-const Json& entryAt(const Json& snap, const std::string& table, uint32_t index) {
-   for (const auto& e : snap.at("tables").at(table).at("entries"))
-      if (e.at("hwIndex") == index) return e;
-   throw std::runtime_error(table + " has no entry at " + std::to_string(index));
-}
-
 // The entry of a tunnel-keyed table for the tunnel to `dst`.
 const Json& entryTo(const Json& snap, const std::string& table, const std::string& dst) {
    for (const auto& e : snap.at("tables").at(table).at("entries"))
       if (e.at("key").is_object() && e.at("key").at("dstIpAddr") == dst) return e;
    throw std::runtime_error(table + " has no entry for " + dst);
-}
-
-// A number in an entry's text, e.g. field "l3Oif1" of a next hop.
-uint32_t textField(const Json& entry, const std::string& field) {
-   std::smatch m;
-   const std::string text = entry.at("entry").get<std::string>();
-   if (!std::regex_search(text, m, std::regex("'" + field + "': (\\d+)")))
-      throw std::runtime_error("no " + field + " in " + text);
-   const std::string digits = m[1];
-   uint32_t v = 0;
-   std::from_chars(digits.data(), digits.data() + digits.size(), v);
-   return v;
-}
-
-std::vector<uint32_t> nextHops(const Json& snap, const std::string& group) {
-   std::vector<uint32_t> v;
-   for (const auto& m : snap.at("groups").at(group).at("members"))
-      v.push_back(m.at("nextHopIndex").get<uint32_t>());
-   return v;
 }
 
 class L3TunnelTool : public ::testing::Test {
@@ -195,68 +168,10 @@ protected:
 
 class ToggleTest : public L3TunnelTool, public ::testing::WithParamInterface<bool> {};
 
-// Each member's next hop names an interface whose egress half names the
-// tunnel of the member's via, whichever table holds the interfaces.
-TEST_P(ToggleTest, ChainsRunThroughTheInterfaceTableTheToggleChooses) {
-   const bool on = GetParam();
-   const Json snap = runJson(scenario({program("g", {via("10.1.0.1"), via("10.1.0.2")})}, on));
-   const std::string intf = on ? "L3InterfaceTable" : "L3TunnelEgrL3Oif1Table";
-   for (const char* present : {"IngL3Iif", "EgrL3Oif1Table", "L3InterfaceTable"})
-      EXPECT_EQ(snap.at("tables").contains(present), on) << present;
-   EXPECT_EQ(snap.at("tables").contains("L3TunnelEgrL3Oif1Table"), !on);
-   EXPECT_EQ(snap.at("hardware").contains("IngL3Iif"), on);
-   EXPECT_EQ(snap.at("hardware").contains("L3TunnelEgrL3Oif1Table"), !on);
-
-   const std::vector<std::string> dst{"10.1.0.1", "10.1.0.2"};
-   const auto hops = nextHops(snap, "g");
-   ASSERT_EQ(hops.size(), 2u);
-   for (size_t i = 0; i < hops.size(); ++i) {
-      const Json& nh = entryAt(snap, "L3TunnelIngL3NextHopTable", hops[i]);
-      EXPECT_EQ(nh.at("key").at("dstIpAddr"), dst[i]);
-      const uint32_t oif = textField(nh, "l3Oif1");
-      const Json& i3 = entryAt(snap, intf, oif);
-      EXPECT_EQ(i3.at("key").at("dstIpAddr"), dst[i]);
-      EXPECT_EQ(entryAt(snap, "L3EgrL3Ipv4TunnelTable", textField(i3, "tunnelIdx")).at("key"),
-                nh.at("key"));
-      // The merged index is written into both member tables.
-      if (on) {
-         EXPECT_EQ(entryAt(snap, "IngL3Iif", oif).at("key"), oif);
-      }
-   }
-   for (const auto& [name, t] : snap.at("tables").items()) {
-      const std::string hw = name == "L3InterfaceTable" ? "IngL3Iif" : name;
-      EXPECT_EQ(t.at("used"), snap.at("hardware").at(hw).size()) << name;
-      for (const auto& e : t.at("entries")) EXPECT_EQ(e.at("entryState"), "success") << name;
-   }
-}
-
 // Restarts within a run and across runs (--state-dir) are the restart
 // sweeps' (tests/Sweep), over every example and both toggles.
 INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
-
-TEST_F(L3TunnelTool, DropViasUseTheReservedNextHopAndMissingUnderlaysShowAsNull) {
-   const Json snap =
-       runJson(scenario({program("g", {dropVia(2), via("10.6.0.1"), via("10.6.0.2", 1, 9)})}));
-   const Json& drop = entryTo(snap, "L3TunnelIngL3NextHopTable", "0.0.0.0");
-   EXPECT_NE(drop.at("entry").get<std::string>().find("'drop': True"), std::string::npos);
-   const Json& m = snap.at("groups").at("g").at("members");
-   ASSERT_EQ(m.size(), 4u);
-   for (int i : {0, 1}) {
-      EXPECT_EQ(m[i].at("nextHopIndex"), drop.at("hwIndex"));
-      EXPECT_EQ(m[i].at("drop"), true);
-      EXPECT_TRUE(m[i].at("underlayAdjId").is_null());
-      EXPECT_TRUE(m[i].at("interfaceIndex").is_null());
-      EXPECT_EQ(m[i].at("resolved"), false);
-   }
-   EXPECT_EQ(m[2].at("underlayAdjId"), 1);
-   EXPECT_EQ(m[2].at("resolved"), true);
-   EXPECT_TRUE(m[2].at("reason").is_null());
-   EXPECT_EQ(m[3].at("underlayAdjId"), 9) << "the via's adjacency, which has no group";
-   EXPECT_TRUE(m[3].at("underlayIndex").is_null());
-   EXPECT_EQ(m[3].at("reason"),
-             "underlay adjacency 9 not resolved: EcmpGroup1Table has no such group");
-}
 
 TEST_F(L3TunnelTool, EachStepPrintsOneLinePerStepEndingInThePlainRunsState) {
    const Json s =
@@ -684,33 +599,6 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
 #define L3TUNNEL_TEST_ASAN 1
 #endif
 
-// --each-step --json prints each step's object as the step ends, so memory
-// does not grow with the steps (it once held them all: 1.8 GB for 200 steps
-// of this scenario). Peaks are compared between run lengths, not with a
-// figure.
-TEST_F(L3TunnelTool, EachStepOutputDoesNotGrowWithTheSteps) {
-#ifdef L3TUNNEL_TEST_ASAN
-   GTEST_SKIP() << "AddressSanitizer keeps freed memory back";
-#endif
-   std::vector<Json> vias;
-   for (int i = 0; i < 500; ++i)
-      vias.push_back(via("10.16." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1)));
-   auto peakKb = [&](size_t reconciles) {
-      std::vector<Json> list{program("g", vias)};
-      list.insert(list.end(), reconciles, Json{{"op", "reconcile"}});
-      const std::string file = write("long.json", scenario(list).dump()).string();
-      rusage usage{};
-      const Outcome r = runWith(
-          {"run", file, "--json", "--each-step"},
-          [] { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); }, &usage);
-      EXPECT_EQ(r.code, 0) << r.err;
-      return int64_t(usage.ru_maxrss);
-   };
-   const int64_t shortRun = peakKb(2), longRun = peakKb(32);
-   // One step's document takes some 9 MB here; thirty more would add 270.
-   EXPECT_LT(longRun - shortRun, 60 * 1024) << shortRun << " KB, then " << longRun << " KB";
-}
-
 // Colour only on a terminal that takes it, and not when NO_COLOR asks.
 TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
    const std::string file =
@@ -921,55 +809,6 @@ TEST_F(L3TunnelTool, StateFilesNamingBeyondTheirTablesAreRefused) {
    // Each case changed only what it names: the file as saved still loads.
    write("state/chip.state", good);
    EXPECT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
-}
-
-// Across a restart that flips the interface toggle, in both directions: after
-// the reconcile no row names a row that is gone, and the interface tables the
-// first run used hold nothing.
-TEST_P(ToggleTest, ReconcileAfterAToggleFlipLeavesNoRowNamingAGoneRow) {
-   const bool before = GetParam();
-   Json first = Json::parse(fileText(fs::path(L3TUNNEL_EXAMPLES) / "default.json"));
-   first["toggles"] = {{"CommonIifOifIndex", before}};
-   Json second = first;
-   second["toggles"] = {{"CommonIifOifIndex", !before}};
-   second["steps"].push_back({{"op", "reconcile"}});
-   const fs::path state = dir_ / "state";
-   runJson(first, {"--state-dir", state.string()});
-   const Json snap = runJson(second, {"--state-dir", state.string()});
-   ASSERT_FALSE(snap.is_null());
-
-   // Which field of which table names which tables (any one of them).
-   const std::vector<std::tuple<std::string, std::string, std::vector<std::string>>> refs{
-       {"L3EcmpMember0Table", "nextHopIdx", {"L3TunnelIngL3NextHopTable"}},
-       {"L3TunnelIngL3NextHopTable", "l3Oif1", {"IngL3Iif", "L3TunnelEgrL3Oif1Table"}},
-       {"EgrL3Oif1Table", "tunnelIdx", {"L3EgrL3Ipv4TunnelTable"}},
-       {"L3TunnelEgrL3Oif1Table", "tunnelIdx", {"L3EgrL3Ipv4TunnelTable"}},
-   };
-   const Json& hw = snap.at("hardware");
-   auto rowAt = [&](const std::string& table, uint32_t index) {
-      if (!hw.contains(table)) return false;
-      for (const auto& r : hw.at(table))
-         if (r.at("index") == index) return true;
-      return false;
-   };
-   for (const auto& [table, field, named] : refs) {
-      if (!hw.contains(table)) continue;
-      for (const auto& r : hw.at(table)) {
-         const std::string text = r.at("row");
-         std::smatch m;
-         if (text.find("'drop': True") != std::string::npos ||
-             !std::regex_search(text, m, std::regex("'" + field + "': (\\d+)")))
-            continue;
-         const uint32_t index = uint32_t(std::stoul(m[1]));
-         EXPECT_TRUE(std::any_of(named.begin(), named.end(),
-                                 [&](const std::string& n) { return rowAt(n, index); }))
-             << table << " row " << r.at("index") << " names " << field << " " << index
-             << ", a row that is gone";
-      }
-   }
-   for (const char* t : before ? std::vector<const char*>{"IngL3Iif", "EgrL3Oif1Table"}
-                               : std::vector<const char*>{"L3TunnelEgrL3Oif1Table"})
-      EXPECT_TRUE(hw.at(t).empty()) << t << " keeps rows of the first run: " << hw.at(t);
 }
 
 }  // namespace

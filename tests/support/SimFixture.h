@@ -107,7 +107,6 @@ public:
    // rows. A named table goes before the tables naming it, so that no entry
    // let go by a table going deletes the row of an entry it names.
    virtual void tablesDrop() {
-      tables.clear();
       v4.reset();
       v6.reset();
       intf.reset();
@@ -177,7 +176,6 @@ public:
    void init(Asic::SwTable& t) {
       t.doInit(0, ledger, chipInfo);
       t.doInitComplete();
-      tables.push_back(&t);
    }
 
    uint32_t runLoop() { return Brio::EventLoop::instance().runUntilIdle(); }
@@ -218,16 +216,8 @@ public:
       if (members) checker.memberTable(*members);
       EXPECT_EQ(checker.violations(), Lines{}) << where;
    }
-   // Stops holding responses and delivers everything, over `rounds` rounds
+   // Stops holding responses and delivers everything, until nothing is left
    // (an answer may lead to a further request).
-   void drainResponses(int rounds = 1) {
-      chip->holdResponsesIs(false);
-      for (int i = 0; i < rounds; ++i) {
-         chip->releaseAllResponses();
-         runLoop();
-      }
-   }
-   // The same until nothing is left to deliver.
    void settle() {
       chip->holdResponsesIs(false);
       for (int i = 0; i < 64; ++i) {
@@ -268,7 +258,6 @@ public:
    Brio::Ptr<IngL3Iif> ing;
    Brio::Ptr<EgrL3Oif1Table> egr;
    Brio::Ptr<MeridL3Tunnel::L3EcmpMember0Table> members;
-   std::vector<Asic::SwTable*> tables;
    Asic::UnitId unit = 0;  // the unit the tables are initialised on
 
 private:
