@@ -11,8 +11,8 @@
 #include <system_error>
 
 #include "SharedL3/L3EcmpMember0Table.h"
+#include "support/AgentInvariants.h"
 #include "support/Installed.h"
-#include "support/InvariantChecker.h"
 
 namespace sweep {
 
@@ -194,16 +194,7 @@ std::string journalText(const std::vector<AsicSim::Chip::RowChange>& journal) {
 }
 
 std::vector<std::string> invariantViolations(const Agent& agent) {
-   const auto* p = agent.programmer();
-   if (!p) return {};
-   test::InvariantChecker checker(agent.chip());
-   if (p->l3EgrL3Ipv4TunnelTable()) checker.table(*p->l3EgrL3Ipv4TunnelTable());
-   if (p->l3EgrL3Ipv6TunnelTable()) checker.table(*p->l3EgrL3Ipv6TunnelTable());
-   if (p->l3TunnelEgrL3Oif1Table()) checker.table(*p->l3TunnelEgrL3Oif1Table());
-   if (p->l3TunnelIngL3NextHopTable()) checker.table(*p->l3TunnelIngL3NextHopTable());
-   if (p->l3InterfaceTable()) checker.mergedTable(*p->l3InterfaceTable());
-   if (p->l3EcmpMember0Table()) checker.memberTable(*p->l3EcmpMember0Table());
-   return checker.violations();
+   return test::agentViolations(agent);
 }
 
 std::vector<Space> spacesOf(const Agent& agent) {

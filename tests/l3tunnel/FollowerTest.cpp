@@ -6,6 +6,7 @@
 
 #include "Agent.h"
 #include "Follower.h"
+#include "support/AgentInvariants.h"
 
 namespace {
 
@@ -65,6 +66,7 @@ TEST(Follower, AnUnderlayGroupGoesWithTheLastGroupUsingIt) {
       agent.settle();
       EXPECT_EQ(agent.underlayHas(key), s.underlay) << std::get<KernelNexthop>(s.event.object).id;
    }
+   EXPECT_EQ(test::agentViolations(agent), test::Lines{});
 }
 
 }  // namespace
