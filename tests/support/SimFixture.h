@@ -1,7 +1,9 @@
 #pragma once
-// A simulated chip with the egress tunnel tables set up on it, as the agent
-// would: chip info with small tables, tables created by their factories,
-// initialised and listening to write responses.
+// A simulated chip and the tables a test makes on it, as the agent would:
+// chip info with small tables, tables created by their factories,
+// initialised and listening to write responses. Every test ends with the
+// invariant checker over the tables it holds, once the chip has answered
+// everything; the tables can be dropped and recovered over the chip's rows.
 #include <gtest/gtest.h>
 
 #include <functional>
