@@ -219,6 +219,16 @@ constexpr bool listed(std::string_view name, std::string_view RowReference::*as)
                       [&](const RowReference& r) { return r.*as == name; });
 }
 
+// The table holding the rows of hardware table `Hw`: the table itself, or
+// the merged table's member.
+template <class Hw, class Table>
+const Asic::SwTable& rowsHolder(const Table& t) {
+   if constexpr (std::is_same_v<Hw, Table>)
+      return t;
+   else
+      return *t.template memberTable<Hw>();
+}
+
 template <class Table>
 Recovered recovered(const Table& t, std::string_view name) {
    ORB_ASSERT(t.entryHandles() == 0) << t.name() << " has handles before its pins";
@@ -248,10 +258,7 @@ void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
          if (!t) continue;
          Line::Hw::forEach([&]<class Hw>() {
             if constexpr (listed(Hw::typeName, &RowReference::table)) {
-               if constexpr (std::is_same_v<Hw, Table>)
-                  rowsOf(*t);
-               else
-                  rowsOf(*t->template memberTable<Hw>());
+               rowsOf(rowsHolder<Hw>(*t));
             }
             // The table that gives out the index names it.
             if constexpr (listed(Hw::typeName, &RowReference::named))
