@@ -42,14 +42,14 @@ namespace Asic {
 namespace Detail {
 
 template <class Types>
-struct AllocatorOf {
-   using type = void;
-};
-template <class Types>
 concept NamesAllocator = requires {
    typename Types::Allocator;
 };
 
+template <class Types>
+struct AllocatorOf {
+   using type = void;
+};
 template <NamesAllocator Types>
 struct AllocatorOf<Types> {
    using type = typename Types::Allocator;
@@ -116,13 +116,14 @@ public:
    Brio::Ptr<UnresolvedEntry> unresolvedEntryIs(const Key& key);
    void unresolvedEntryDel(const Key& key);
    void unresolvedEntryDelAll();
-   uint32_t unresolvedEntrys() const { return uint32_t(data().unresolvedEntry.size()); }
-   const UnresolvedEntryMap& unresolvedEntryIteratorConst() const { return data().unresolvedEntry; }
+   uint32_t unresolvedEntrys() const {
+      return uint32_t(static_cast<const T&>(*this).data_.unresolvedEntry.size());
+   }
+   const UnresolvedEntryMap& unresolvedEntryIteratorConst() const {
+      return static_cast<const T&>(*this).data_.unresolvedEntry;
+   }
    void initUnresolvedEntry(UnresolvedEntry& ue, const Entry& entry);
    void doResolve(UnresolvedEntry& ue);
-
-private:
-   const auto& data() const { return static_cast<const T&>(*this).data_; }
 };
 
 // The base of a table whose entries name nothing: no unresolved entries.
@@ -155,6 +156,8 @@ public:
        Detail::EntryHandleTypeName<Types>::value;
 
    static_assert(std::is_base_of_v<EntryBase, Entry>, "a table's entry is an entry value");
+   static_assert(knownIndex == std::is_void_v<typename KeyedTableTraits<Types>::Allocator>,
+                 "a table names an index allocator exactly when its key is not its index");
    static_assert(!knownIndex || Detail::IndexKey<Key>,
                  "an index-keyed table's key holds its hardware index");
    static_assert(std::is_same_v<CrossAgentIndex, Asic::Index> ||
