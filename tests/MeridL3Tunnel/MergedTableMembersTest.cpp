@@ -3,11 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 
-#include "Orb/Strep.h"
 #include "Orb/Trace.h"
-#include "support/Refusal.h"
 #include "support/SimFixture.h"
 
 namespace test {
@@ -15,17 +12,6 @@ namespace {
 
 using IngIndex = IngL3Iif::Index;
 using EgrIndex = EgrL3Oif1Table::Index;
-
-// Hears one table's changes with the index they were published at.
-template <class Index>
-struct Recorder : Brio::Notifiee {
-   std::vector<uint32_t> resolved;  // indices of resolvedEntry changes
-   void onAttribute(Brio::AttrId attr, Brio::KeyRef key) override {
-      if (attr != Asic::SwTable::resolvedEntryAttr) return;
-      const Index* i = key.as<Index>();
-      resolved.push_back(i ? i->value() : 0xDEADu);
-   }
-};
 
 class MergedTableMembers : public SimFixture {
 protected:
@@ -67,21 +53,6 @@ protected:
       const std::string skip =
           std::string(name) + ": handleEntry : No entry in HwTable for this key. Skip delete";
       EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), skip), 1);
-   }
-
-   // Every change of resolvedEntry is published with its index, the last one too.
-   template <class Table>
-   void expectDelPublished(Table& table) {
-      using Index = typename Table::Index;
-      SCOPED_TRACE(Table::typeName);
-      Recorder<Index> r;
-      r.notifierIs(&table.notifieeList());
-      for (uint32_t i : {5u, 2u}) {
-         r.resolved.clear();
-         table.resolvedEntryDel(Index(i));
-         EXPECT_EQ(r.resolved, std::vector<uint32_t>{i});
-      }
-      r.notifierIs(nullptr);
    }
 };
 
