@@ -3,20 +3,17 @@
 // it enters the tunnel. The IPv4 and IPv6 tables hold the same fields; `Name`
 // gives each its own type name.
 #include <cstdint>
-#include <ostream>
-#include <string>
 #include <tuple>
 
-#include "Asic/EntryBase.h"
+#include "Asic/DescribedEntry.h"
 #include "Orb/BitUInt.h"
 #include "Orb/CharRange.h"
-#include "Orb/Strep.h"
 #include "Wire/IpGenAddr.h"
 
 namespace MeridL3Tunnel {
 
 template <class Name>
-class EgrL3IpTunnelEntry : public Asic::EntryImpl<EgrL3IpTunnelEntry<Name>> {
+class EgrL3IpTunnelEntry : public Asic::DescribedEntry<EgrL3IpTunnelEntry<Name>> {
 public:
    static constexpr std::string_view typeName = Name::typeName;
 
@@ -29,28 +26,7 @@ public:
          ttlValue_(ttl),
          dstIpAddr_(dst),
          strengthProfileIndex1_(strength) {}
-
-   // The text form; blanks must stand exactly as printed.
-   explicit EgrL3IpTunnelEntry(Orb::CharRange& r) {
-      r.needString(prefix());
-      r.needString("'isIpInIpV4Tunnel': ");
-      isIpInIpV4Tunnel_ = Orb::deserializeAttr<bool>(r, "isIpInIpV4Tunnel");
-      r.needString(", 'isIpInIpV6Tunnel': ");
-      isIpInIpV6Tunnel_ = Orb::deserializeAttr<bool>(r, "isIpInIpV6Tunnel");
-      r.needString(", 'srcIpAddr': ");
-      srcIpAddr_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "srcIpAddr");
-      r.needString(", 'ttlValue': ");
-      ttlValue_ = Orb::deserializeAttr<uint8_t>(r, "ttlValue");
-      r.needString(", 'dstIpAddr': ");
-      dstIpAddr_ = Orb::deserializeAttr<Wire::IpGenAddr>(r, "dstIpAddr");
-      r.needString(", 'strengthProfileIndex1': ");
-      try {
-         strengthProfileIndex1_ = U5(r);
-      } catch (const std::range_error&) {
-         Orb::rethrowFromDeserializeAttr("strengthProfileIndex1");
-      }
-      r.needString("})");
-   }
+   explicit EgrL3IpTunnelEntry(Orb::CharRange& r) { this->fieldsRead(r); }
 
    bool isIpInIpV4Tunnel() const { return isIpInIpV4Tunnel_; }
    void isIpInIpV4TunnelIs(bool b) { isIpInIpV4Tunnel_ = b; }
@@ -65,59 +41,22 @@ public:
    U5 strengthProfileIndex1() const { return strengthProfileIndex1_; }
    void strengthProfileIndex1Is(U5 s) { strengthProfileIndex1_ = s; }
 
-   // The fields that make the value: equality and the value hash walk them.
-   auto valueFields() const {
-      return std::tie(isIpInIpV4Tunnel_, isIpInIpV6Tunnel_, srcIpAddr_, ttlValue_, dstIpAddr_,
-                      strengthProfileIndex1_);
-   }
-   friend bool operator==(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
-      return EgrL3IpTunnelEntry::isEq(a, b);
-   }
-   friend bool operator<(const EgrL3IpTunnelEntry& a, const EgrL3IpTunnelEntry& b) {
-      const Asic::EntryBase& ab = a;
-      const Asic::EntryBase& bb = b;
-      if (ab < bb) return true;
-      if (bb < ab) return false;
-      if (a.isIpInIpV4Tunnel_ != b.isIpInIpV4Tunnel_)
-         return a.isIpInIpV4Tunnel_ < b.isIpInIpV4Tunnel_;
-      if (a.isIpInIpV6Tunnel_ != b.isIpInIpV6Tunnel_)
-         return a.isIpInIpV6Tunnel_ < b.isIpInIpV6Tunnel_;
-      if (!(a.srcIpAddr_ == b.srcIpAddr_)) return a.srcIpAddr_ < b.srcIpAddr_;
-      if (a.ttlValue_ != b.ttlValue_) return a.ttlValue_ < b.ttlValue_;
-      if (!(a.dstIpAddr_ == b.dstIpAddr_)) return a.dstIpAddr_ < b.dstIpAddr_;
-      return a.strengthProfileIndex1_ < b.strengthProfileIndex1_;
-   }
-   explicit operator bool() const { return !EgrL3IpTunnelEntry::isEq(*this, EgrL3IpTunnelEntry()); }
-
-   // Built in one buffer: the chip's row of every write is this text.
-   friend std::string valueToStrep(const EgrL3IpTunnelEntry& e) {
-      std::string out;
-      out.reserve(224);
-      out.append("Value('").append(typeName).append("', ** {");
-      out.append("'isIpInIpV4Tunnel': ");
-      Orb::StrepTraits<bool>::print(out, e.isIpInIpV4Tunnel_);
-      out.append(", 'isIpInIpV6Tunnel': ");
-      Orb::StrepTraits<bool>::print(out, e.isIpInIpV6Tunnel_);
-      out.append(", 'srcIpAddr': ").append(valueToStrep(e.srcIpAddr_));
-      out.append(", 'ttlValue': ").append(std::to_string(e.ttlValue_));
-      out.append(", 'dstIpAddr': ").append(valueToStrep(e.dstIpAddr_));
-      out.append(", 'strengthProfileIndex1': ").append(valueToStrep(e.strengthProfileIndex1_));
-      out.append("})");
-      return out;
-   }
-   friend std::ostream& operator<<(std::ostream& os, const EgrL3IpTunnelEntry& e) {
-      return os << valueToStrep(e);
-   }
-
 private:
-   static std::string prefix() { return "Value('" + std::string(typeName) + "', ** {"; }
-
    bool isIpInIpV4Tunnel_ = false;
    bool isIpInIpV6Tunnel_ = false;
    Wire::IpGenAddr srcIpAddr_;
    uint8_t ttlValue_ = 0;
    Wire::IpGenAddr dstIpAddr_;
    U5 strengthProfileIndex1_;
+
+public:
+   static constexpr auto fields = std::tuple{
+       Asic::valueField("isIpInIpV4Tunnel", &EgrL3IpTunnelEntry::isIpInIpV4Tunnel_),
+       Asic::valueField("isIpInIpV6Tunnel", &EgrL3IpTunnelEntry::isIpInIpV6Tunnel_),
+       Asic::valueField("srcIpAddr", &EgrL3IpTunnelEntry::srcIpAddr_),
+       Asic::valueField("ttlValue", &EgrL3IpTunnelEntry::ttlValue_),
+       Asic::valueField("dstIpAddr", &EgrL3IpTunnelEntry::dstIpAddr_),
+       Asic::valueField("strengthProfileIndex1", &EgrL3IpTunnelEntry::strengthProfileIndex1_)};
 };
 
 }  // namespace MeridL3Tunnel

@@ -1,0 +1,231 @@
+// What an entry's field description derives: every field of the value takes
+// part in equality, hash and order (the derived index in none), the parser
+// reads the fields in their printed order only and names a bad one, a row is
+// read field by field, and a dependent index is cast to its field's width.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Asic/DescribedEntry.h"
+#include "Orb/BitUInt.h"
+#include "SharedL3/DontCareHandle.h"
+#include "Wire/IpGenAddr.h"
+
+namespace {
+
+using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
+using SwTableWorkaround::dontCareHandle;
+
+// Every kind of field, a value field before the handle so that a row is read
+// past a typed field.
+class Probe : public Asic::DescribedEntry<Probe> {
+public:
+   static constexpr std::string_view typeName = "test::Probe";
+   Probe() = default;
+   Probe(bool on, HandlePtr target, uint16_t targetIdx, U5 level, const char* addr)
+       : on_(on), target_(std::move(target)), targetIdx_(targetIdx), level_(level), addr_(addr) {}
+   explicit Probe(Orb::CharRange& r) { fieldsRead(r); }
+
+   bool on_ = false;
+   HandlePtr target_;
+   uint16_t targetIdx_ = 0;
+   U5 level_;
+   Wire::IpGenAddr addr_;
+
+   static constexpr auto fields = std::tuple{
+       Asic::valueField("on", &Probe::on_), Asic::handleField("target", &Probe::target_),
+       Asic::dependentField("targetIdx", &Probe::targetIdx_, &Probe::target_, "test::Named",
+                            "test::Other"),
+       Asic::valueField("level", &Probe::level_), Asic::valueField("addr", &Probe::addr_)};
+};
+
+Probe sample() { return Probe(true, dontCareHandle(1), 7, U5(3), "10.0.0.1"); }
+
+// No fields: every value equal, and no text at all.
+class Empty : public Asic::DescribedEntry<Empty> {
+public:
+   static constexpr std::string_view typeName = "test::Empty";
+   Empty() = default;
+   explicit Empty(Orb::CharRange& r) { fieldsRead(r); }
+   static constexpr std::tuple<> fields{};
+};
+
+template <class W>
+class Wide : public Asic::DescribedEntry<Wide<W>> {
+public:
+   static constexpr std::string_view typeName = "test::Wide";
+   HandlePtr target_;
+   W index_ = 0;
+   static constexpr auto fields =
+       std::tuple{Asic::handleField("target", &Wide::target_),
+                  Asic::dependentField("index", &Wide::index_, &Wide::target_, "test::Named")};
+};
+
+std::string errorOf(const std::string& text) {
+   try {
+      Orb::strepToValue<Probe>(text);
+   } catch (const std::range_error& e) {
+      return e.what();
+   }
+   return "accepted";
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+   const auto at = text.find(from);
+   EXPECT_NE(at, std::string::npos) << from;
+   return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+TEST(FieldDescription, TextAndRowTextFollowTheDescription) {
+   const Probe p = sample();
+   const std::string handle = Asic::SwTableBase::EntryHandle::handleText(p.target_.ptr());
+   const std::string text = "Value('test::Probe', ** {'on': True, 'target': " + handle +
+                            ", 'targetIdx': 7, 'level': 3, 'addr': '10.0.0.1'})";
+   EXPECT_EQ(p.stringValue(), text);
+   EXPECT_EQ(Orb::valueToStrep(p), text);
+   EXPECT_EQ(p.rowText(), replaced(text, handle, "0x0"));
+   const Probe back = Orb::strepToValue<Probe>(text);
+   EXPECT_EQ(back, p);
+   EXPECT_EQ(back.targetIdx_, 7) << "the derived index is in the text";
+   EXPECT_EQ(Empty().stringValue(), "");
+   EXPECT_TRUE(Empty::isEq(Orb::strepToValue<Empty>(""), Empty()));
+   EXPECT_FALSE(bool(Empty()));
+}
+
+// Each field of the value alone: changes equality, truth, hash and order; the
+// dependent index changes none of them.
+TEST(FieldDescription, EveryValueFieldTakesPartAndTheIndexNone) {
+   struct Case {
+      const char* field;
+      std::function<void(Probe&)> raise;  // makes the value larger in that field only
+      bool partOfValue;
+   };
+   const HandlePtr low = dontCareHandle(1), high = dontCareHandle(2);
+   const bool lowFirst = std::less<>()(low.ptr(), high.ptr());
+   const std::vector<Case> cases{
+       {"on", [](Probe& p) { p.on_ = true; }, true},
+       {"target", [&](Probe& p) { p.target_ = lowFirst ? high : low; }, true},
+       {"targetIdx", [](Probe& p) { p.targetIdx_ = 9; }, false},
+       {"level", [](Probe& p) { p.level_ = U5(4); }, true},
+       {"addr", [](Probe& p) { p.addr_ = Wire::IpGenAddr("10.0.0.2"); }, true},
+   };
+   const Probe base(false, lowFirst ? low : high, 1, U5(3), "10.0.0.1");
+   for (size_t i = 0; i < cases.size(); ++i) {
+      SCOPED_TRACE(cases[i].field);
+      Probe up = base;
+      cases[i].raise(up);
+      EXPECT_EQ(!Probe::isEq(up, base), cases[i].partOfValue);
+      EXPECT_EQ(up.genericIfHash(5) != base.genericIfHash(5), cases[i].partOfValue);
+      EXPECT_EQ(base < up, cases[i].partOfValue);
+      EXPECT_FALSE(up < base);
+      Probe alone;
+      cases[i].raise(alone);
+      EXPECT_EQ(bool(alone), cases[i].partOfValue);
+      // An earlier field decides before a later one.
+      for (size_t j = i + 1; j < cases.size(); ++j) {
+         if (!cases[i].partOfValue || !cases[j].partOfValue) continue;
+         Probe later = base;
+         cases[j].raise(later);
+         EXPECT_TRUE(later < up) << cases[j].field;
+      }
+   }
+}
+
+// Fields only in their printed order, each refused under its own name.
+TEST(FieldDescription, ParserReadsTheFieldsInOrderAndNamesABadOne) {
+   const std::string good = sample().rowText();
+   struct Case {
+      std::string from, to, error;  // the error starts with it
+   };
+   const std::vector<Case> cases{
+       {"'on': True", "'on': true", "on: "},
+       {"'target': 0x0", "'target': 0xg", "target: "},
+       {"'targetIdx': 7", "'targetIdx': 65536", "targetIdx: "},
+       {"'level': 3", "'level': 32", "level: "},
+       {"'10.0.0.1'", "'10.0.0.256'", "addr: "},
+       // Two fields swapped: the first is not where the second was expected.
+       {"'on': True, 'target': 0x0", "'target': 0x0, 'on': True", "expected \"'on': \""},
+       {"'level': 3, 'addr': '10.0.0.1'", "'addr': '10.0.0.1', 'level': 3",
+        "expected \", 'level': \""},
+       {"'level': 3, ", "", "expected \", 'level': \""},
+       {"Value('test::Probe', ** {", "Value('test::Other', ** {",
+        "expected \"Value('test::Probe', ** {\" at position 0"},
+       {"})", "} )", "expected \"})\""},
+   };
+   for (const Case& c : cases) {
+      const std::string error = errorOf(replaced(good, c.from, c.to));
+      EXPECT_EQ(error.rfind(c.error, 0), 0u) << c.to << " -> " << error;
+   }
+   EXPECT_EQ(errorOf(good + " ").rfind("unexpected trailing text", 0), 0u);
+}
+
+// The reader of a dependent field walks the row as the description lays it
+// out: the field's raw text, whatever it holds, and nothing for a row of
+// another layout.
+TEST(FieldDescription, RowReaderFindsTheDependentFieldByItsPlace) {
+   std::vector<Asic::RowFieldRead> reads;
+   std::vector<std::vector<std::string_view>> named;
+   Probe::Fields::forEachDependent([&](const auto& d, Asic::RowFieldRead read) {
+      reads.push_back(read);
+      named.emplace_back(d.named.begin(), d.named.end());
+   });
+   ASSERT_EQ(reads.size(), 1u);
+   EXPECT_EQ(named[0], (std::vector<std::string_view>{"test::Named", "test::Other"}));
+   const std::string row = sample().rowText();
+   struct Case {
+      std::string from, to;
+      std::optional<std::string_view> text;
+   };
+   const std::vector<Case> cases{
+       {"", "", "7"},
+       {"'targetIdx': 7", "'targetIdx': 4000000000", "4000000000"},
+       {"'targetIdx': 7", "'targetIdx': 1\x1b[31m\n", "1\x1b[31m\n"},
+       // A brace ends the field's text as a comma does.
+       {"'targetIdx': 7", "'targetIdx': 8}", "8"},
+       {"'on': True", "'on': maybe", std::nullopt},
+       {"'on': True, 'target'", "'on': True, 'targetIdx': 7, 'target'", std::nullopt},
+       {"test::Probe", "test::Other", std::nullopt},
+       {"'target': 0x0", "'target': 0x", std::nullopt},
+   };
+   for (const Case& c : cases) {
+      const std::string text = c.from.empty() ? row : replaced(row, c.from, c.to);
+      EXPECT_EQ(reads[0](text), c.text) << text;
+   }
+   EXPECT_EQ(Asic::fieldIndex("4000000000"), 4000000000u);
+   for (std::string_view bad : {"", "99999999999", "-1", "1 ", "0x1"})
+      EXPECT_FALSE(Asic::fieldIndex(bad)) << bad;
+}
+
+template <class W>
+void expectWidth(Asic::Index fits, Asic::Index refused, const std::string& error) {
+   Wide<W> e;
+   const auto& d = Wide<W>::Fields::dependent();
+   Asic::dependentIndexIs(e, d, fits);
+   EXPECT_EQ(Asic::Index(e.index_), fits);
+   if (!error.empty()) {
+      try {
+         Asic::dependentIndexIs(e, d, refused);
+         ADD_FAILURE() << refused << " fits";
+      } catch (const std::range_error& x) {
+         EXPECT_EQ(x.what(), error);
+      }
+      EXPECT_EQ(Asic::Index(e.index_), fits) << "a refused index leaves the field alone";
+   }
+   // A placeholder's invalid index keeps its low bits, refused nowhere.
+   Asic::dependentIndexIs(e, d, Asic::invalidIndex, true);
+   EXPECT_EQ(e.index_, W(Asic::invalidIndex));
+}
+
+TEST(FieldDescription, DependentIndexIsCastToTheFieldsWidth) {
+   expectWidth<uint8_t>(255, 256,
+                        "Casting values: cast from unsigned int{ 256 } to unsigned char "
+                        "(max = 255) failed.");
+   expectWidth<uint16_t>(65535, 65536,
+                         "Casting values: cast from unsigned int{ 65536 } to short unsigned "
+                         "int (max = 65535) failed.");
+   expectWidth<uint32_t>(4000000000u, 0, "");
+}
+
+}  // namespace
