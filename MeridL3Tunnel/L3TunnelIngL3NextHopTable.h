@@ -6,16 +6,19 @@
 // index space is chosen at start from the chip's features.
 #include <tuple>
 
+#include "Asic/DescribedEntry.h"
 #include "Asic/IndexAllocator.h"
 #include "Asic/IndexValue.h"
 #include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/Export.h"
+#include "MeridL3Tunnel/IngL3Iif.h"
+#include "MeridL3Tunnel/L3TunnelEgrL3Oif1Table.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 #include "Orb/BitUInt.h"
 
 namespace MeridL3Tunnel {
 
-class MERID_API L3TunnelIngL3NextHopEntry : public Asic::EntryImpl<L3TunnelIngL3NextHopEntry> {
+class MERID_API L3TunnelIngL3NextHopEntry : public Asic::DescribedEntry<L3TunnelIngL3NextHopEntry> {
 public:
    using HandlePtr = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3TunnelIngL3NextHopTable::Entry";
@@ -27,7 +30,7 @@ public:
          drop_(drop),
          strengthProfileIdx_(strength),
          viewType_(viewType) {}
-   explicit L3TunnelIngL3NextHopEntry(Orb::CharRange& r);
+   explicit L3TunnelIngL3NextHopEntry(Orb::CharRange& r) { fieldsRead(r); }
 
    const HandlePtr& l3Oif1Handle() const { return l3Oif1Handle_; }
    void l3Oif1HandleIs(HandlePtr h) { l3Oif1Handle_ = std::move(h); }
@@ -40,26 +43,7 @@ public:
    U2 viewType() const { return viewType_; }
    void viewTypeIs(U2 v) { viewType_ = v; }
 
-   const HandlePtr& neededEntryHandle() const { return l3Oif1Handle_; }
    void dependentFieldIs(uint16_t i) { l3Oif1_ = i; }
-
-   // The fields that make the value: `l3Oif1` is derived from the handle and
-   // the callable is no value, so neither takes part in equality or hash.
-   auto valueFields() const {
-      return std::tie(l3Oif1Handle_, drop_, strengthProfileIdx_, viewType_);
-   }
-   friend bool operator==(const L3TunnelIngL3NextHopEntry& a, const L3TunnelIngL3NextHopEntry& b) {
-      return isEq(a, b);
-   }
-   friend MERID_API bool operator<(const L3TunnelIngL3NextHopEntry& a,
-                                   const L3TunnelIngL3NextHopEntry& b);
-   explicit operator bool() const { return !isEq(*this, L3TunnelIngL3NextHopEntry()); }
-
-   friend MERID_API std::string valueToStrep(const L3TunnelIngL3NextHopEntry& e);
-   friend std::ostream& operator<<(std::ostream& os, const L3TunnelIngL3NextHopEntry& e) {
-      return os << valueToStrep(e);
-   }
-   std::string rowText() const override;
 
 private:
    HandlePtr l3Oif1Handle_;
@@ -67,6 +51,18 @@ private:
    bool drop_ = false;
    U5 strengthProfileIdx_;
    U2 viewType_;
+
+public:
+   // The interface is the one of whichever interface setting wrote the next
+   // hop: the merged interface's (its IngL3Iif row) or the tunnel OIF's.
+   static constexpr auto fields = std::tuple{
+       Asic::handleField("l3Oif1Handle", &L3TunnelIngL3NextHopEntry::l3Oif1Handle_),
+       Asic::dependentField("l3Oif1", &L3TunnelIngL3NextHopEntry::l3Oif1_,
+                            &L3TunnelIngL3NextHopEntry::l3Oif1Handle_, IngL3Iif::typeName,
+                            L3TunnelEgrL3Oif1Table::typeName),
+       Asic::valueField("drop", &L3TunnelIngL3NextHopEntry::drop_),
+       Asic::valueField("strengthProfileIdx", &L3TunnelIngL3NextHopEntry::strengthProfileIdx_),
+       Asic::valueField("viewType", &L3TunnelIngL3NextHopEntry::viewType_)};
 };
 
 class L3TunnelIngL3NextHopTable;
