@@ -5,28 +5,22 @@
 // table, which allocates the index.
 #include <tuple>
 
+#include "Asic/DescribedEntry.h"
 #include "Asic/IndexValue.h"
 #include "AsicSwTable/KeyedSwTable.h"
 #include "MeridL3Tunnel/Export.h"
 
 namespace MeridL3Tunnel {
 
-class MERID_API IngL3IifEntry : public Asic::EntryImpl<IngL3IifEntry> {
+class MERID_API IngL3IifEntry : public Asic::DescribedEntry<IngL3IifEntry> {
 public:
    static constexpr std::string_view typeName = "MeridL3Tunnel::IngL3Iif::Entry";
 
    IngL3IifEntry() = default;
-   explicit IngL3IifEntry(Orb::CharRange&) {}  // the text form is empty
+   explicit IngL3IifEntry(Orb::CharRange& r) { fieldsRead(r); }
 
-   // No fields: every value is equal to every other.
-   std::tuple<> valueFields() const { return {}; }
-   friend bool operator==(const IngL3IifEntry& a, const IngL3IifEntry& b) { return isEq(a, b); }
-   friend bool operator<(const IngL3IifEntry& a, const IngL3IifEntry& b) {
-      return static_cast<const Asic::EntryBase&>(a) < static_cast<const Asic::EntryBase&>(b);
-   }
-   explicit operator bool() const { return false; }
-   friend std::string valueToStrep(const IngL3IifEntry&) { return {}; }
-   friend std::ostream& operator<<(std::ostream& os, const IngL3IifEntry&) { return os; }
+   // No fields: every value is equal to every other, and the text is empty.
+   static constexpr std::tuple<> fields{};
 };
 
 // The table's types, named ahead of it for the operations of its base.

@@ -13,10 +13,6 @@ namespace {
 using State = Asic::SwTableBase::EntryState;
 using Type = Asic::SwTableBase::EntryHandle::EntryType;
 constexpr uint32_t traceWrite = 5;
-
-std::string entryPrefix() {
-   return "Value('" + std::string(L3InterfaceTable::Entry::typeName) + "', ** {";
-}
 }  // namespace
 
 const Orb::TraceHandle& L3InterfaceTable::traceHandle() {
@@ -25,24 +21,6 @@ const Orb::TraceHandle& L3InterfaceTable::traceHandle() {
 }
 
 // ---- values ---------------------------------------------------------------------
-
-L3InterfaceTable::Entry::Entry(Orb::CharRange& r) {
-   r.needString(entryPrefix());
-   r.needString("'ingL3IifEntry': ");
-   r.needString(", 'egrL3Oif1TableEntry': ");
-   try {
-      egrL3Oif1TableEntry_ = EgrL3Oif1Table::Entry(r);
-   } catch (const std::range_error&) {
-      Orb::rethrowFromDeserializeAttr("egrL3Oif1TableEntry");
-   }
-   r.needString("})");
-}
-
-std::string valueToStrep(const L3InterfaceTable::Entry& e) {
-   const std::string ing = valueToStrep(e.ingL3IifEntry_);
-   const std::string egr = valueToStrep(e.egrL3Oif1TableEntry_);
-   return entryPrefix() + "'ingL3IifEntry': " + ing + ", 'egrL3Oif1TableEntry': " + egr + "})";
-}
 
 L3InterfaceTable::MergedEntry::MergedEntry(Orb::CharRange&) {
    ORB_ASSERT(0) << "No String constructor for MergedEntry - has collection";

@@ -18,6 +18,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Asic/DescribedEntry.h"
 #include "Asic/IndexAllocator.h"
 #include "Asic/SwMergedTable.h"
 #include "AsicSwTable/KeyedTableData.h"
@@ -43,31 +44,27 @@ public:
    static constexpr Brio::AttrId mappedEntryHandleAttr = 535;
 
    // The value a caller writes: one value per member table.
-   class MERID_API Entry : public Asic::EntryImpl<Entry> {
+   class MERID_API Entry : public Asic::DescribedEntry<Entry> {
    public:
       static constexpr std::string_view typeName = "MeridL3Tunnel::L3InterfaceTable::Entry";
       Entry() = default;
       Entry(const IngL3Iif::Entry& ing, const EgrL3Oif1Table::Entry& egr)
           : ingL3IifEntry_(ing), egrL3Oif1TableEntry_(egr) {}
-      explicit Entry(Orb::CharRange& r);
+      explicit Entry(Orb::CharRange& r) { fieldsRead(r); }
 
       const IngL3Iif::Entry& ingL3IifEntry() const { return ingL3IifEntry_; }
       void ingL3IifEntryIs(const IngL3Iif::Entry& e) { ingL3IifEntry_ = e; }
       const EgrL3Oif1Table::Entry& egrL3Oif1TableEntry() const { return egrL3Oif1TableEntry_; }
       void egrL3Oif1TableEntryIs(const EgrL3Oif1Table::Entry& e) { egrL3Oif1TableEntry_ = e; }
 
-      // The member values: equality and the value hash walk them.
-      auto valueFields() const { return std::tie(ingL3IifEntry_, egrL3Oif1TableEntry_); }
-      friend bool operator==(const Entry& a, const Entry& b) { return isEq(a, b); }
-      explicit operator bool() const { return !isEq(*this, Entry()); }
-      friend MERID_API std::string valueToStrep(const Entry& e);
-      friend std::ostream& operator<<(std::ostream& os, const Entry& e) {
-         return os << valueToStrep(e);
-      }
-
    private:
       IngL3Iif::Entry ingL3IifEntry_;
       EgrL3Oif1Table::Entry egrL3Oif1TableEntry_;
+
+   public:
+      static constexpr auto fields =
+          std::tuple{Asic::valueField("ingL3IifEntry", &Entry::ingL3IifEntry_),
+                     Asic::valueField("egrL3Oif1TableEntry", &Entry::egrL3Oif1TableEntry_)};
    };
 
    // What the table keeps per key: the member handles its write made, and the
