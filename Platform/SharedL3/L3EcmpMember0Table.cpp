@@ -25,64 +25,7 @@ constexpr uint32_t blockSeed = 0x2c9e41f7;
 
 using State = Asic::SwTableBase::EntryState;
 
-std::string prefix() { return "Value('" + std::string(L3EcmpMember0Entry::typeName) + "', ** {"; }
-
-Orb::Hash& mixPointer(Orb::Hash& h, const void* p) {
-   const uintptr_t v = reinterpret_cast<uintptr_t>(p);
-   return h.mixBytes(&v, sizeof v);
-}
-
 }  // namespace
-
-// ---- member entry ----------------------------------------------------------
-
-L3EcmpMember0Entry::L3EcmpMember0Entry(Orb::CharRange& r) {
-   r.needString(prefix());
-   r.needString("'nextHopHandle': ");
-   nextHopHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "nextHopHandle");
-   r.needString(", 'underlayHandle': ");
-   underlayHandle_ = Asic::SwTableBase::EntryHandle::handleFromText(r, "underlayHandle");
-   r.needString(", 'nextHopIdx': ");
-   nextHopIdx_ = Orb::deserializeAttr<uint32_t>(r, "nextHopIdx");
-   r.needString(", 'underlayIdx': ");
-   underlayIdx_ = Orb::deserializeAttr<uint32_t>(r, "underlayIdx");
-   r.needString(", 'resolved': ");
-   resolved_ = Orb::deserializeAttr<bool>(r, "resolved");
-   r.needString("})");
-}
-
-uint32_t L3EcmpMember0Entry::hash(uint32_t seed) const {
-   Orb::Hash h(seed);
-   mixPointer(h, nextHopHandle_.ptr());
-   mixPointer(h, underlayHandle_.ptr());
-   return h.mix(resolved_).result();
-}
-
-namespace {
-// The text form with the handles given, built in one buffer: the chip's row
-// of every member is this text (with no handles).
-std::string entryText(const L3EcmpMember0Entry& e, const Asic::SwTableBase::EntryHandle* nextHop,
-                      const Asic::SwTableBase::EntryHandle* underlay) {
-   using Handle = Asic::SwTableBase::EntryHandle;
-   std::string out;
-   out.reserve(176);
-   out.append("Value('").append(L3EcmpMember0Entry::typeName).append("', ** {");
-   out.append("'nextHopHandle': ").append(Handle::handleText(nextHop));
-   out.append(", 'underlayHandle': ").append(Handle::handleText(underlay));
-   out.append(", 'nextHopIdx': ").append(std::to_string(e.nextHopIdx()));
-   out.append(", 'underlayIdx': ").append(std::to_string(e.underlayIdx()));
-   out.append(", 'resolved': ");
-   Orb::StrepTraits<bool>::print(out, e.resolved());
-   out.append("})");
-   return out;
-}
-}  // namespace
-
-std::string valueToStrep(const L3EcmpMember0Entry& e) {
-   return entryText(e, e.nextHopHandle_.ptr(), e.underlayHandle_.ptr());
-}
-
-std::string L3EcmpMember0Entry::rowText() const { return entryText(*this, nullptr, nullptr); }
 
 // ---- block -----------------------------------------------------------------
 
@@ -405,22 +348,22 @@ void L3EcmpMember0Table::place(EntryHandle& h) {
       h.resolver_->neededEntryHandleSmIs(needed.ptr());
       failed |= needed->isFailed();
    };
-   for (auto& m : h.block_) {
-      watch(m.nextHopHandle());
-      watch(m.underlayHandle());
-   }
+   for (auto& m : h.block_)
+      Entry::Fields::forEachDependent(
+          [&](const auto& d, Asic::RowFieldRead) { watch(m.*d.handle); });
    if (failed) h.entryStateIs(State::failedNeededEntry);
    if (h.resolver_->neededEntryHandleSms() == 0) program(h);
 }
 
 void L3EcmpMember0Table::program(EntryHandle& h) {
    h.resolverDel();
-   auto index = [](const EntryHandlePtrConst& needed) {
-      return needed ? Asic::SwTableBase::getHwIndexForDependentField(*needed) : Asic::invalidIndex;
-   };
    for (auto& m : h.block_.entry_) {
-      m.nextHopIdxIs(index(m.nextHopHandle()));
-      m.underlayIdxIs(index(m.underlayHandle()));
+      Entry::Fields::forEachDependent([&](const auto& d, Asic::RowFieldRead) {
+         const EntryHandlePtrConst& needed = m.*d.handle;
+         Asic::dependentIndexIs(
+             m, d,
+             needed ? Asic::SwTableBase::getHwIndexForDependentField(*needed) : Asic::invalidIndex);
+      });
    }
    if (h.base_ == Asic::invalidIndex) {
       h.base_ = rangeFor(h);

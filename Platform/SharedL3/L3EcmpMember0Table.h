@@ -32,12 +32,13 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Asic/EntryBase.h"
+#include "Asic/DescribedEntry.h"
 #include "Asic/IndexValue.h"
 #include "Asic/RangeIndexAllocator.h"
 #include "Asic/SwTable.h"
 #include "Ledger/MountGroup.h"
 #include "Orb/Trace.h"
+#include "SharedL3/EcmpGroup1Table.h"
 
 #pragma GCC visibility push(default)
 namespace MeridL3Tunnel {
@@ -45,10 +46,13 @@ namespace MeridL3Tunnel {
 // One member: the next hop and underlay group it forwards through, their
 // indices (filled in when the block is programmed), and whether the member
 // forwards (true) or drops (false).
-class L3EcmpMember0Entry : public Asic::EntryImpl<L3EcmpMember0Entry> {
+class L3EcmpMember0Entry : public Asic::DescribedEntry<L3EcmpMember0Entry> {
 public:
    using HandlePtr = Asic::SwTableBase::EntryHandle::PtrConst;
    static constexpr std::string_view typeName = "MeridL3Tunnel::L3EcmpMember0Table::Entry";
+   // The next-hop table is the tunnel component's, above this layer: named
+   // by its type name only.
+   static constexpr std::string_view nextHopTableName = "MeridL3Tunnel::L3TunnelIngL3NextHopTable";
 
    L3EcmpMember0Entry() = default;
    L3EcmpMember0Entry(HandlePtr nextHop, HandlePtr underlay, uint32_t nextHopIdx,
@@ -58,7 +62,7 @@ public:
          nextHopIdx_(nextHopIdx),
          underlayIdx_(underlayIdx),
          resolved_(resolved) {}
-   explicit L3EcmpMember0Entry(Orb::CharRange& r);
+   explicit L3EcmpMember0Entry(Orb::CharRange& r) { fieldsRead(r); }
 
    const HandlePtr& nextHopHandle() const { return nextHopHandle_; }
    void nextHopHandleIs(HandlePtr h) { nextHopHandle_ = std::move(h); }
@@ -68,31 +72,27 @@ public:
    void nextHopIdxIs(uint32_t i) { nextHopIdx_ = i; }
    uint32_t underlayIdx() const { return underlayIdx_; }
    void underlayIdxIs(uint32_t i) { underlayIdx_ = i; }
-   bool resolved() const { return resolved_ != 0; }
+   bool resolved() const { return resolved_; }
    void resolvedIs(bool r) { resolved_ = r; }
 
-   // The indices follow from the handles: they take no part in equality.
-   static bool isEq(const L3EcmpMember0Entry& a, const L3EcmpMember0Entry& b) {
-      return a.nextHopHandle_ == b.nextHopHandle_ && a.underlayHandle_ == b.underlayHandle_ &&
-             a.resolved_ == b.resolved_;
-   }
-   friend bool operator==(const L3EcmpMember0Entry& a, const L3EcmpMember0Entry& b) {
-      return isEq(a, b);
-   }
-   uint32_t hash(uint32_t seed) const;
-
-   friend std::string valueToStrep(const L3EcmpMember0Entry& e);
-   friend std::ostream& operator<<(std::ostream& os, const L3EcmpMember0Entry& e) {
-      return os << valueToStrep(e);
-   }
-   std::string rowText() const override;
+   uint32_t hash(uint32_t seed) const { return genericIfHash(seed); }
 
 private:
    HandlePtr nextHopHandle_;
    HandlePtr underlayHandle_;
    uint32_t nextHopIdx_ = 0;
    uint32_t underlayIdx_ = 0;
-   uint8_t resolved_ = 0;
+   bool resolved_ = false;
+
+public:
+   static constexpr auto fields = std::tuple{
+       Asic::handleField("nextHopHandle", &L3EcmpMember0Entry::nextHopHandle_),
+       Asic::handleField("underlayHandle", &L3EcmpMember0Entry::underlayHandle_),
+       Asic::dependentField("nextHopIdx", &L3EcmpMember0Entry::nextHopIdx_,
+                            &L3EcmpMember0Entry::nextHopHandle_, nextHopTableName),
+       Asic::dependentField("underlayIdx", &L3EcmpMember0Entry::underlayIdx_,
+                            &L3EcmpMember0Entry::underlayHandle_, EcmpGroup1Table::typeName),
+       Asic::valueField("resolved", &L3EcmpMember0Entry::resolved_)};
 };
 
 class L3EcmpMember0Table final : public Asic::SwKnownIndexTable {
