@@ -19,7 +19,6 @@
 #include <string>
 #include <vector>
 
-#include "Asic/Cast.h"
 #include "Asic/SwTable.h"
 #include "Asic/SwTableUtil.h"
 #include "Asic/WriteResponseSm.h"
@@ -838,13 +837,13 @@ struct SwTable::Accessor {
       if (node != t.data_.resolvedEntry.end() && node->second && bool(*node->second))
          eh->pendingEntryEnq(*node->second);
       Entry resolved = ue->entry();
-      const auto& needed = resolved.neededEntryHandle();
+      const auto& field = Entry::Fields::dependent();
+      const auto& needed = resolved.*field.handle;
       if (!needed) throw std::invalid_argument(unassignedHandle);
-      const Index i = getHwIndexForDependentField(*needed);
-      if (needed->entryState() == State::wontProgram)
-         resolved.dependentFieldIs(static_cast<uint16_t>(i));
-      else
-         resolved.dependentFieldIs(Detail::castIntegral<uint16_t>(i));
+      // At the width the entry's description gives the field; a placeholder's
+      // index is no row's and is only truncated.
+      dependentIndexIs(resolved, field, getHwIndexForDependentField(*needed),
+                       needed->entryState() == State::wontProgram);
       ORB_TRACE(trace(), traceVerbose, "doResolve")
           << " UnresolvedEntry resolved at key  : " << key;
       resolvedEntryIs(t, key, resolved);

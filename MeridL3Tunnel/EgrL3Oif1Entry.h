@@ -37,8 +37,6 @@ public:
    U5 strengthPrflIndex() const { return strengthPrflIndex_; }
    void strengthPrflIndexIs(U5 s) { strengthPrflIndex_ = s; }
 
-   void dependentFieldIs(uint16_t i) { tunnelIdx_ = i; }
-
 private:
    HandlePtr tunnelIdxHandle_;
    uint16_t tunnelIdx_ = 0;

@@ -43,8 +43,6 @@ public:
    U2 viewType() const { return viewType_; }
    void viewTypeIs(U2 v) { viewType_ = v; }
 
-   void dependentFieldIs(uint16_t i) { l3Oif1_ = i; }
-
 private:
    HandlePtr l3Oif1Handle_;
    uint16_t l3Oif1_ = 0;

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <type_traits>
 
 #include "Asic/WriteResponseFn.h"
@@ -60,36 +59,6 @@ void hashValueField(Orb::Hash& h, const F& f, uint32_t seed) {
       if constexpr (sizeof(address) > sizeof(uint32_t)) h.mix(uint32_t(uint64_t(address) >> 32));
    }
 }
-
-// Implements the generic virtuals from the entry's own value operations:
-// `static constexpr std::string_view typeName`, `valueFields` and
-// `valueToStrep`. `valueFields()` ties the fields that make the value (what is
-// derived from them, and the callable, stay out): equality and the value hash
-// both walk it, so equal values hash alike.
-template <class Derived>
-class EntryImpl : public EntryBase {
-public:
-   static bool isEq(const Derived& a, const Derived& b) {
-      return EntryBase::isEq(a, b) && a.valueFields() == b.valueFields();
-   }
-   uint32_t genericIfHash(uint32_t seed = 0) const {
-      Orb::Hash h(seed);
-      std::apply([&](const auto&... field) { (hashValueField(h, field, seed), ...); },
-                 self().valueFields());
-      return h.result();
-   }
-
-   Orb::TypeId entryType() const override { return Orb::typeId<Derived>(); }
-   std::string stringValue() const override { return valueToStrep(self()); }
-   std::unique_ptr<EntryBase> clone() const override { return std::make_unique<Derived>(self()); }
-   bool isEqEntry(const EntryBase& other) const override {
-      return other.entryType() == entryType() &&
-             Derived::isEq(self(), static_cast<const Derived&>(other));
-   }
-
-private:
-   const Derived& self() const { return static_cast<const Derived&>(*this); }
-};
 
 }  // namespace Asic
 #pragma GCC visibility pop
