@@ -1,7 +1,6 @@
 #include "AsicSim/Chip.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "AsicSim/ChipState.h"
 #include "Brio/EventLoop.h"
@@ -117,18 +116,18 @@ std::optional<std::string_view> HwTable::rowField(Asic::Index index, std::string
 std::optional<Asic::Index> HwTable::rowIndexField(Asic::Index index, std::string_view field) const {
    const auto value = rowField(index, field);
    if (!value) return {};
-   Asic::Index n = 0;
-   const auto [end, error] = std::from_chars(value->data(), value->data() + value->size(), n);
-   if (error != std::errc() || end != value->data() + value->size()) return {};
-   return n;
+   return Asic::fieldIndex(*value);
 }
 
+// A row is its entry's row text, which `read` walks.
 Orb::Optional<Asic::Index> Util::hwTableEntryIndexField(const Asic::HwTable& hwTable,
                                                         Asic::Index index,
-                                                        std::string_view field) const {
-   const auto n = static_cast<const HwTable&>(hwTable).rowIndexField(index, field);
-   if (!n) return {};
-   return *n;
+                                                        Asic::RowFieldRead read) const {
+   const std::string* row = static_cast<const HwTable&>(hwTable).row(index);
+   if (!row) return {};
+   const auto text = read(*row);
+   if (!text) return {};
+   return Asic::fieldIndex(*text);
 }
 
 void Util::syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,

@@ -54,8 +54,10 @@ public:
    uint32_t usedRows() const;
    const Stats& stats() const { return stats_; }
 
-   // The text of a field of the row (`{'name': value, ...}`), or nothing when
-   // the row is clear or has no such field.
+   // The text of a field of the row (`{'name': value, ...}`) found by its
+   // name, or nothing when the row is clear or has no such field: for tests
+   // that look into or edit rows. The tables read a row's fields through
+   // their entries' descriptions instead (Util::hwTableEntryIndexField).
    std::optional<std::string_view> rowField(Asic::Index index, std::string_view field) const;
    // The same read as an index, or nothing when it is no unsigned 32-bit number.
    std::optional<Asic::Index> rowIndexField(Asic::Index index, std::string_view field) const;
@@ -97,7 +99,7 @@ public:
                                                Asic::Index index) const override;
    Orb::Optional<Asic::Index> hwTableEntryIndexField(const Asic::HwTable& hwTable,
                                                      Asic::Index index,
-                                                     std::string_view field) const override;
+                                                     Asic::RowFieldRead read) const override;
    Asic::Index maxIndex() const override;
    bool hwTableRowsFound(Asic::UnitId unit) const override;
    void syncIndexAllocator(Orb::TypeId keyType, Asic::GenericIndexAllocator& allocator,

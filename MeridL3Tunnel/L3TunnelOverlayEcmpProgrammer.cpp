@@ -215,7 +215,7 @@ struct Recovered {
 
 // Whether a table's rows name others (`as` the table) or are named (`as` named).
 constexpr bool listed(std::string_view name, std::string_view RowReference::*as) {
-   return std::any_of(std::begin(rowReferences), std::end(rowReferences),
+   return std::any_of(rowReferences.begin(), rowReferences.end(),
                       [&](const RowReference& r) { return r.*as == name; });
 }
 
@@ -282,24 +282,19 @@ void L3TunnelOverlayEcmpProgrammer::recoveredRowPinsIs() {
       if (!t || !t->util() || !t->hwTable()) continue;
       const auto* rowKeys = t == &nh ? nh.indexAllocator().ptr() : nullptr;
       for (const RowReference& ref : rowReferences) {
-         if (ref.table != rows.name) continue;
          // Each field once, with all the tables it may name.
-         if (&ref != &*std::find_if(std::begin(rowReferences), std::end(rowReferences),
-                                    [&](const RowReference& r) {
-                                       return r.table == ref.table && r.field == ref.field;
-                                    }))
-            continue;
+         if (ref.table != rows.name || ref.alternative != 0) continue;
+         const RowReference* const end = alternativesEnd(&ref);
          for (Asic::Index i = 0; i < t->numEntries(); ++i) {
-            const auto index = t->util()->hwTableEntryIndexField(*t->hwTable(), i, ref.field);
+            const auto index = t->util()->hwTableEntryIndexField(*t->hwTable(), i, ref.read);
             if (!index || (t == &nh && i == drop)) continue;
             // The tables it may name that have the index; of those, the ones
             // whose row there has this row's key, when any has.
             named.clear();
-            for (const RowReference& alt : rowReferences)
-               if (alt.table == ref.table && alt.field == ref.field)
-                  for (auto& n : tables)
-                     if (n.name == alt.named && n.pins && *index < n.pins->indices())
-                        named.push_back(&n);
+            for (const RowReference* alt = &ref; alt != end; ++alt)
+               for (auto& n : tables)
+                  if (n.name == alt->named && n.pins && *index < n.pins->indices())
+                     named.push_back(&n);
             if (named.size() > 1 && rowKeys) {
                const auto key = rowKeys->keyForIndex(i);
                auto sameKey = [&](const Recovered* n) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Asic/EntryBase.h"
+#include "Asic/EntryFields.h"
 #include "Asic/HwTable.h"
 #include "Asic/RecoverGroup.h"
 #include "Asic/SwTable.h"
@@ -27,10 +28,11 @@ public:
    // (or the hardware cannot tell).
    virtual Orb::Optional<std::string> hwTableEntryText(const HwTable&, Index) const { return {}; }
    // Reads back the index a row's field holds (the entry of another table it
-   // names), or nothing when the row is clear, has no such field, or the
-   // hardware cannot tell.
+   // names): `read`, derived from the description of the table's entries,
+   // finds the field in the row. Nothing when the row is clear, the field
+   // holds no index, or the hardware cannot tell.
    virtual Orb::Optional<Index> hwTableEntryIndexField(const HwTable&, Index,
-                                                       std::string_view /*field*/) const {
+                                                       RowFieldRead /*read*/) const {
       return {};
    }
    // Marks in `allocator` every index the hardware table's rows use, with the

@@ -1,6 +1,5 @@
 #include "ChipCheck.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <vector>
 
@@ -31,27 +30,24 @@ void chipRowReferencesCheck(const AsicSim::Chip& chip, const std::string& path,
                                   std::to_string(i) + ": " + what);
       };
       // The fields this table's rows name others by, each once: the entries
-      // after the first for a field are the other tables it may name.
+      // following the first for a field are the other tables it may name.
       std::vector<const MeridL3Tunnel::RowReference*> fields;
-      for (auto ref = std::begin(rowReferences); ref != std::end(rowReferences); ++ref) {
-         const auto same = [&](const auto& r) { return r.table == name && r.field == ref->field; };
-         if (ref->table == name && std::find_if(std::begin(rowReferences), ref, same) == ref)
-            fields.push_back(ref);
-      }
+      for (const auto& ref : rowReferences)
+         if (ref.table == name && ref.alternative == 0) fields.push_back(&ref);
       for (Asic::Index i = 0; i < t->numEntries(); ++i) {
-         if (!t->row(i)) continue;
+         const std::string* row = t->row(i);
+         if (!row) continue;
          for (const auto* ref : fields) {
-            const auto text = t->rowField(i, ref->field);
+            const auto text = ref->read(*row);
             if (!text) continue;
             const std::string field = "'" + std::string(ref->field) + "'";
-            const auto index = t->rowIndexField(i, ref->field);
+            const auto index = Asic::fieldIndex(*text);
             if (!index) fail(i, field + " holds " + printableText(*text) + ", not an index");
             // The invalid index is how a row says it names nothing yet.
             if (!Asic::isValidIndex(*index)) continue;
             std::string outside;
             bool inside = false;
-            for (auto alt = ref; alt != std::end(rowReferences); ++alt) {
-               if (alt->table != ref->table || alt->field != ref->field) continue;
+            for (auto alt = ref; alt != MeridL3Tunnel::alternativesEnd(ref); ++alt) {
                const uint32_t n = rows(alt->named);
                inside = inside || *index < n;
                outside += (outside.empty() ? "" : " and ") + rowsText(alt->named, n);
