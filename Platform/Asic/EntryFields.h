@@ -119,33 +119,62 @@ namespace FieldsDetail {
 template <class D>
 inline constexpr FieldKind kindOf = std::remove_cvref_t<D>::kind;
 
-// Checks `a`, `b` and `c` in a row, piece by piece; on a mismatch the cursor
-// reports the literal whole, as a hand-written parser would.
-inline void needLiteral(Orb::CharRange& r, std::string_view a, std::string_view b,
-                        std::string_view c) {
-   const std::string_view rest = r.rest();
-   if (rest.starts_with(a) && rest.substr(a.size()).starts_with(b) &&
-       rest.substr(a.size() + b.size()).starts_with(c)) {
-      r.advance(a.size() + b.size() + c.size());
-      return;
-   }
-   r.needString(std::string(a).append(b).append(c));
+template <class E, class F>
+constexpr void forEachField(F&& f) {
+   std::apply([&](const auto&... d) { (f(d), ...); }, E::fields);
 }
 
-inline bool skipLiteral(std::string_view row, size_t& at, std::string_view a, std::string_view b,
-                        std::string_view c) {
-   const std::string_view rest = row.substr(at);
-   if (!rest.starts_with(a) || !rest.substr(a.size()).starts_with(b) ||
-       !rest.substr(a.size() + b.size()).starts_with(c))
-      return false;
-   at += a.size() + b.size() + c.size();
-   return true;
+// The literal text of E's text form, made once at compile time: the prefix
+// `Value('<typeName>', ** {`, each field's `'<name>': ` (`, '<name>': ` after
+// the first) and the closing `})`. Printing appends each piece whole, and the
+// parser needs each as the hand-written parsers did, so its errors quote them.
+template <class E>
+constexpr size_t piecesSize() {
+   size_t n = E::typeName.size() + 16, k = 0;
+   forEachField<E>([&](const auto& d) { n += (k++ ? 6 : 4) + d.name.size(); });
+   return n;
 }
+
+template <class E>
+struct Pieces {
+   static constexpr size_t fields = std::tuple_size_v<decltype(E::fields)>;
+   std::array<char, piecesSize<E>()> chars{};
+   std::array<size_t, fields + 3> start{};  // of piece k; the last is the end
+
+   constexpr std::string_view piece(size_t k) const {
+      return {chars.data() + start[k], start[k + 1] - start[k]};
+   }
+};
+
+template <class E>
+constexpr Pieces<E> makePieces() {
+   Pieces<E> p;
+   size_t at = 0, k = 0;
+   auto put = [&](std::string_view text) {
+      for (char c : text) p.chars[at++] = c;
+   };
+   p.start[k++] = at;
+   put("Value('");
+   put(E::typeName);
+   put("', ** {");
+   forEachField<E>([&](const auto& d) {
+      p.start[k] = at;
+      put(k++ == 1 ? "'" : ", '");
+      put(d.name);
+      put("': ");
+   });
+   p.start[k++] = at;
+   put("})");
+   p.start[k] = at;
+   return p;
+}
+
+template <class E>
+inline constexpr Pieces<E> pieces = makePieces<E>();
 
 // A dependent field is read from a row as its raw text: whatever a damaged
 // row holds there is reported as it stands.
-inline std::string_view rawField(std::string_view row, size_t at) {
-   const std::string_view rest = row.substr(at);
+inline std::string_view rawField(std::string_view rest) {
    return rest.substr(0, std::min(rest.find(','), rest.find('}')));
 }
 
@@ -158,7 +187,7 @@ struct EntryFields {
 
    template <class F>
    static constexpr void forEach(F&& f) {
-      std::apply([&](const auto&... d) { (f(d), ...); }, E::fields);
+      FieldsDetail::forEachField<E>(f);
    }
 
    static constexpr size_t dependentCount() {
@@ -213,20 +242,11 @@ struct EntryFields {
    static std::string text(const E& e, bool handles) {
       std::string out;
       if constexpr (count() != 0) {
-         out.reserve(textReserve());
-         out.append("Value('").append(E::typeName).append("', ** {");
-         bool first = true;
-         forEach([&](const auto& d) {
-            out.append(first ? "'" : ", '").append(d.name).append("': ");
-            first = false;
-            if constexpr (FieldsDetail::kindOf<decltype(d)> == FieldKind::handle)
-               out.append(
-                   SwTableBase::EntryHandle::handleText(handles ? (e.*d.member).ptr() : nullptr));
-            else
-               Orb::StrepTraits<typename std::remove_cvref_t<decltype(d)>::Type>::print(
-                   out, e.*d.member);
-         });
-         out.append("})");
+         out.reserve(FieldsDetail::pieces<E>.chars.size() + 8 * count());
+         out.append(piece(0));
+         [&]<size_t... K>(std::index_sequence<K...>) { (printField<K>(out, e, handles), ...); }
+         (std::make_index_sequence<count()>());
+         out.append(piece(count() + 1));
       }
       return out;
    }
@@ -235,18 +255,10 @@ struct EntryFields {
    // literal pieces must stand exactly as printed.
    static void read(E& e, Orb::CharRange& r) {
       if constexpr (count() != 0) {
-         FieldsDetail::needLiteral(r, "Value('", E::typeName, "', ** {");
-         bool first = true;
-         forEach([&](const auto& d) {
-            FieldsDetail::needLiteral(r, first ? "'" : ", '", d.name, "': ");
-            first = false;
-            if constexpr (FieldsDetail::kindOf<decltype(d)> == FieldKind::handle)
-               e.*d.member = SwTableBase::EntryHandle::handleFromText(r, d.name.data());
-            else
-               e.*d.member = Orb::deserializeAttr<typename std::remove_cvref_t<decltype(d)>::Type>(
-                   r, d.name.data());
-         });
-         r.needString("})");
+         r.needString(piece(0));
+         [&]<size_t... K>(std::index_sequence<K...>) { (readField<K>(e, r), ...); }
+         (std::make_index_sequence<count()>());
+         r.needString(piece(count() + 1));
       }
    }
 
@@ -255,8 +267,8 @@ struct EntryFields {
    template <size_t I>
    static std::optional<std::string_view> rowField(std::string_view row) {
       static_assert(I < count());
-      size_t at = 0;
-      if (!FieldsDetail::skipLiteral(row, at, "Value('", E::typeName, "', ** {")) return {};
+      if (!row.starts_with(piece(0))) return {};
+      size_t at = piece(0).size();
       std::optional<std::string_view> found;
       try {
          [&]<size_t... K>(std::index_sequence<K...>) {
@@ -284,10 +296,27 @@ struct EntryFields {
    }
 
 private:
-   static constexpr size_t textReserve() {
-      size_t n = E::typeName.size() + 16;
-      forEach([&](const auto& d) { n += d.name.size() + 24; });
-      return n;
+   static constexpr std::string_view piece(size_t k) { return FieldsDetail::pieces<E>.piece(k); }
+
+   template <size_t K>
+   static void printField(std::string& out, const E& e, bool handles) {
+      constexpr const auto& d = std::get<K>(E::fields);
+      out.append(piece(K + 1));
+      if constexpr (FieldsDetail::kindOf<decltype(d)> == FieldKind::handle)
+         out.append(SwTableBase::EntryHandle::handleText(handles ? (e.*d.member).ptr() : nullptr));
+      else
+         Orb::StrepTraits<typename std::remove_cvref_t<decltype(d)>::Type>::print(out, e.*d.member);
+   }
+
+   template <size_t K>
+   static void readField(E& e, Orb::CharRange& r) {
+      constexpr const auto& d = std::get<K>(E::fields);
+      r.needString(piece(K + 1));
+      if constexpr (FieldsDetail::kindOf<decltype(d)> == FieldKind::handle)
+         e.*d.member = SwTableBase::EntryHandle::handleFromText(r, d.name.data());
+      else
+         e.*d.member = Orb::deserializeAttr<typename std::remove_cvref_t<decltype(d)>::Type>(
+             r, d.name.data());
    }
 
    static constexpr size_t dependentIndex() {
@@ -311,10 +340,11 @@ private:
    static bool rowFieldStep(std::string_view row, size_t& at,
                             std::optional<std::string_view>& found) {
       constexpr const auto& d = std::get<K>(E::fields);
-      if (!FieldsDetail::skipLiteral(row, at, K ? ", '" : "'", d.name, "': ")) return false;
+      if (!row.substr(at).starts_with(piece(K + 1))) return false;
+      at += piece(K + 1).size();
       std::string_view text;
       if constexpr (FieldsDetail::kindOf<decltype(d)> == FieldKind::dependent) {
-         text = FieldsDetail::rawField(row, at);
+         text = FieldsDetail::rawField(row.substr(at));
          at += text.size();
       } else {
          text = readText<std::remove_cvref_t<decltype(d)>>(row, at);

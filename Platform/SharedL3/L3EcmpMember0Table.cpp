@@ -27,6 +27,8 @@ using State = Asic::SwTableBase::EntryState;
 
 }  // namespace
 
+std::string L3EcmpMember0Entry::rowText() const { return Fields::text(*this, false); }
+
 // ---- block -----------------------------------------------------------------
 
 void L3EcmpMember0Table::EntryBlock::entryIs(Index index, const Entry& entry) {

@@ -76,6 +76,7 @@ public:
    void resolvedIs(bool r) { resolved_ = r; }
 
    uint32_t hash(uint32_t seed) const { return genericIfHash(seed); }
+   std::string rowText() const override;
 
 private:
    HandlePtr nextHopHandle_;
