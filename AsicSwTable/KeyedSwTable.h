@@ -63,10 +63,8 @@ concept IndexKey = requires(const Key& k) {
 
 // An entry that names the entry it needs and takes that entry's index.
 template <class Entry>
-concept DependentEntry = requires(Entry& e, const Entry& c) {
-   { c.neededEntryHandle() } -> std::convertible_to<Brio::Ptr<const SwTableBase::EntryHandle>>;
-   e.dependentFieldIs(uint16_t());
-};
+concept DependentEntry = requires { Entry::Fields::dependentCount(); } &&
+                         Entry::Fields::dependentCount() == 1;
 
 // The handle's type name, "Table::EntryHandle" for the table "Ns::Table".
 template <class Types>
@@ -109,8 +107,8 @@ public:
    static_assert(std::is_same_v<UnresolvedEntry, KeyedUnresolvedEntry<T>>,
                  "a keyed table's unresolved entry is its KeyedUnresolvedEntry");
    static_assert(Detail::DependentEntry<Entry>,
-                 "a dependent table's entry names its needed entry (neededEntryHandle) and takes "
-                 "that entry's index (dependentFieldIs)");
+                 "a dependent table's entry describes exactly one dependent field: the handle of "
+                 "the entry it names and the index that entry resolves to");
 
    Brio::Ptr<UnresolvedEntry> unresolvedEntry(const Key& key) const;
    Brio::Ptr<UnresolvedEntry> unresolvedEntryIs(const Key& key);

@@ -91,7 +91,7 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
    // So does one differing only in the index taken from the entry it names.
    if constexpr (TypeParam::hasDependentField) {
       auto other = e;
-      other.dependentFieldIs(uint16_t(h->hwIndex() + 40));
+      Asic::dependentIndexIs(other, decltype(e)::Fields::dependent(), h->hwIndex() + 40);
       EXPECT_EQ(t.entryCommit(this->key(1), other), h);
       EXPECT_EQ(this->runLoop(), 0u);
       EXPECT_EQ(this->rows().stats().writes, 1u);
