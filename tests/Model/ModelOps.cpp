@@ -1,9 +1,12 @@
 #include "Model/ModelOps.h"
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace model {
@@ -30,8 +33,9 @@ std::string keyName(uint32_t key) {
 
 namespace {
 
-// In the order of HwTable: the table's class name, and a short name for messages.
-constexpr std::pair<const char*, const char*> hwTableNames[hwTableCount] = {
+// The short names of op lines, by the class name: a catalogued table without
+// one does not build.
+constexpr std::pair<std::string_view, const char*> shortNames[] = {
     {"MeridL3Tunnel::L3EcmpMember0Table", "member"},
     {"MeridL3Tunnel::L3TunnelIngL3NextHopTable", "nextHop"},
     {"MeridL3Tunnel::L3EgrL3Ipv4TunnelTable", "tunnelV4"},
@@ -41,10 +45,57 @@ constexpr std::pair<const char*, const char*> hwTableNames[hwTableCount] = {
     {"MeridL3Tunnel::EgrL3Oif1Table", "egrOif"},
 };
 
+constexpr const char* shortNameOf(std::string_view name) {
+   for (const auto& [table, shortName] : shortNames)
+      if (table == name) return shortName;
+   return nullptr;
+}
+
+// Per hardware table, in catalogue order: its names and its catalogue line's
+// link and setting.
+struct HwLine {
+   std::string_view name;
+   const char* shortName;
+   MeridL3Tunnel::ChainLink link;
+   bool usedMerged, usedSeparate;
+};
+
+constexpr auto hwLines() {
+   std::array<HwLine, hwTableCount> lines{};
+   size_t at = 0;
+   MeridL3Tunnel::TableCatalogue::forEach([&]<class Line>() {
+      Line::Hw::forEach([&]<class Hw>() {
+         lines[at++] = {Hw::typeName, shortNameOf(Hw::typeName), Line::link, Line::inUse(true),
+                        Line::inUse(false)};
+      });
+   });
+   return lines;
+}
+
+constexpr auto hwTableLines = hwLines();
+static_assert(std::none_of(hwTableLines.begin(), hwTableLines.end(),
+                           [](const HwLine& l) { return l.shortName == nullptr; }),
+              "every hardware table has a short name");
+
 }  // namespace
 
-const char* hwTableName(HwTable t) { return hwTableNames[uint32_t(t)].first; }
-const char* hwTableShortName(HwTable t) { return hwTableNames[uint32_t(t)].second; }
+const char* hwTableName(HwTable t) { return hwTableLines[uint32_t(t)].name.data(); }
+const char* hwTableShortName(HwTable t) { return hwTableLines[uint32_t(t)].shortName; }
+MeridL3Tunnel::ChainLink hwTableLink(HwTable t) { return hwTableLines[uint32_t(t)].link; }
+
+// The library writes every tunnel, IPv4 or IPv6, to the IPv4 table; the IPv6
+// table is sized and watched for rows, never written.
+std::vector<HwTable> hwTablesInUse(bool commonInterface,
+                                   std::optional<MeridL3Tunnel::ChainLink> link) {
+   std::vector<HwTable> in;
+   for (uint32_t t = 0; t < hwTableCount; ++t) {
+      const HwLine& l = hwTableLines[t];
+      if ((commonInterface ? l.usedMerged : l.usedSeparate) && (!link || l.link == *link) &&
+          HwTable(t) != HwTable::tunnelV6)
+         in.push_back(HwTable(t));
+   }
+   return in;
+}
 
 namespace {
 
@@ -235,17 +286,6 @@ private:
       return vias;
    }
 
-   std::vector<HwTable> tablesInUse() const {
-      std::vector<HwTable> t{HwTable::member, HwTable::nextHop, HwTable::tunnelV4};
-      if (config_.commonInterface) {
-         t.push_back(HwTable::ingIif);
-         t.push_back(HwTable::egrOif);
-      } else {
-         t.push_back(HwTable::tunnelOif);
-      }
-      return t;
-   }
-
    Op next(uint32_t at) {
       for (;;) {
          Op op;
@@ -296,7 +336,7 @@ private:
             return op;
          }
          if (r < 73) {
-            const auto tables = tablesInUse();
+            const auto tables = hwTablesInUse(config_.commonInterface);
             op.kind = OpKind::failWrites;
             op.table = tables[rng_.below(uint32_t(tables.size()))];
             op.value = rng_.between(1, 3);

@@ -10,8 +10,12 @@
 // can be shrunk by dropping ops.
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
+
+#include "MeridL3Tunnel/TableCatalogue.h"
 
 namespace model {
 
@@ -25,23 +29,42 @@ struct KeyText {
 const std::array<KeyText, keyCount>& keyPool();
 std::string keyName(uint32_t key);
 
-// The hardware tables a run can shrink or make fail. The interface tables in
-// use follow the toggle: the merged table's two members when it is on, the
-// tunnel interface table when it is off.
+// The hardware tables a run can shrink or make fail: the catalogue's, in its
+// order. The interface tables in use follow the toggle: the merged table's
+// two members when it is on, the tunnel interface table when it is off.
+using CatalogueHw = MeridL3Tunnel::CatalogueHwTables;
+
+namespace detail {
+template <class Hw, class... T>
+constexpr uint8_t hwPosition(MeridL3Tunnel::TypeList<T...>) {
+   uint8_t at = 0, found = 0xff;
+   ((std::is_same_v<Hw, T> ? found = at : 0, ++at), ...);
+   return found;
+}
+}  // namespace detail
+
+template <class Hw>
+inline constexpr uint8_t hwTableOf = detail::hwPosition<Hw>(CatalogueHw{});
+
 enum class HwTable : uint8_t {
-   member,
-   nextHop,
-   tunnelV4,
-   tunnelV6,
-   tunnelOif,  // toggle off
-   ingIif,     // toggle on
-   egrOif,     // toggle on
+   member = hwTableOf<MeridL3Tunnel::L3EcmpMember0Table>,
+   nextHop = hwTableOf<MeridL3Tunnel::L3TunnelIngL3NextHopTable>,
+   tunnelOif = hwTableOf<MeridL3Tunnel::L3TunnelEgrL3Oif1Table>,  // toggle off
+   ingIif = hwTableOf<MeridL3Tunnel::IngL3Iif>,                   // toggle on
+   egrOif = hwTableOf<MeridL3Tunnel::EgrL3Oif1Table>,             // toggle on
+   tunnelV4 = hwTableOf<MeridL3Tunnel::L3EgrL3Ipv4TunnelTable>,
+   tunnelV6 = hwTableOf<MeridL3Tunnel::L3EgrL3Ipv6TunnelTable>,
 };
-inline constexpr uint32_t hwTableCount = 7;
+inline constexpr uint32_t hwTableCount = CatalogueHw::size;
 // The table's qualified class name, as the chip and the chip information know it.
 const char* hwTableName(HwTable t);
 // The short name used in op lines.
 const char* hwTableShortName(HwTable t);
+// The link of the chain whose rows the table holds.
+MeridL3Tunnel::ChainLink hwTableLink(HwTable t);
+// The hardware tables written under the toggle, of the chain's `link` or all.
+std::vector<HwTable> hwTablesInUse(bool commonInterface,
+                                   std::optional<MeridL3Tunnel::ChainLink> link = {});
 
 struct Via {
    bool drop = false;

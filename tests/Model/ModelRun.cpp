@@ -211,19 +211,30 @@ void System::calm() {
 
 namespace {
 
-// The chip tables whose rows are keyed by tunnel key, with the model table
-// whose entries they hold.
-constexpr std::pair<HwTable, Table> keyedTables[] = {
-    {HwTable::tunnelV4, Table::tunnel},     {HwTable::tunnelV6, Table::tunnel},
-    {HwTable::tunnelOif, Table::interface}, {HwTable::ingIif, Table::interface},
-    {HwTable::egrOif, Table::interface},    {HwTable::nextHop, Table::nextHop}};
+// The chain link of a model table.
+constexpr MeridL3Tunnel::ChainLink linkOf(Table t) {
+   constexpr MeridL3Tunnel::ChainLink links[] = {MeridL3Tunnel::ChainLink::tunnel,
+                                                 MeridL3Tunnel::ChainLink::interface,
+                                                 MeridL3Tunnel::ChainLink::nextHop};
+   return links[uint32_t(t)];
+}
 
 // The chip tables holding a model table's rows.
 std::vector<HwTable> hwTables(Table t, bool commonInterface) {
-   if (t == Table::tunnel) return {HwTable::tunnelV4};
-   if (t == Table::nextHop) return {HwTable::nextHop};
-   if (commonInterface) return {HwTable::ingIif, HwTable::egrOif};
-   return {HwTable::tunnelOif};
+   return hwTablesInUse(commonInterface, linkOf(t));
+}
+
+// Every chip table keyed by tunnel key, of either setting, with the model
+// table whose entries it holds.
+const std::vector<std::pair<HwTable, Table>>& keyedTables() {
+   static const auto tables = [] {
+      std::vector<std::pair<HwTable, Table>> out;
+      for (uint32_t h = 0; h < hwTableCount; ++h)
+         for (Table t : {Table::tunnel, Table::interface, Table::nextHop})
+            if (hwTableLink(HwTable(h)) == linkOf(t)) out.emplace_back(HwTable(h), t);
+      return out;
+   }();
+   return tables;
 }
 
 // Indices a key can hold: the tunnel space never hands out index 0.
@@ -608,7 +619,7 @@ private:
    // Rows the model has no entry for: only what a restart found may stay,
    // until the reconcile.
    void extras() {
-      for (auto [ht, t] : keyedTables) {
+      for (auto [ht, t] : keyedTables()) {
          const auto inUse = hwTables(t);  // rows of the others are never wanted
          const bool used = std::find(inUse.begin(), inUse.end(), ht) != inUse.end();
          auto hw = sys_.hw(ht);
@@ -623,10 +634,11 @@ private:
                     "' is used, but no live group or commitment needs it there");
          }
       }
-      for (HwTable ht : {HwTable::tunnelOif, HwTable::ingIif, HwTable::egrOif}) {
-         const bool inUse =
-             m_.commonInterface() ? ht != HwTable::tunnelOif : ht == HwTable::tunnelOif;
-         if (!inUse && sys_.hw(ht) && sys_.hw(ht)->usedRows())
+      const auto inUse = hwTablesInUse(m_.commonInterface());
+      for (uint32_t t = 0; t < hwTableCount; ++t) {
+         const HwTable ht = HwTable(t);
+         if (std::find(inUse.begin(), inUse.end(), ht) == inUse.end() && sys_.hw(ht) &&
+             sys_.hw(ht)->usedRows())
             fail("orphan: ", hwTableShortName(ht), " has rows though the toggle leaves it unused");
       }
       std::vector<std::pair<Asic::Index, Asic::Index>> ranges;
@@ -852,7 +864,7 @@ private:
       sys_.restart(op.flag);
       if (op.flag) model_.stopFailingAll();
       // Rows the recovery found stay until the reconcile.
-      for (auto [ht, t] : keyedTables) {
+      for (auto [ht, t] : keyedTables()) {
          auto hw = sys_.hw(ht);
          KeyMask keys = 0;
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
