@@ -119,52 +119,6 @@ TEST(ModelOps, GenerationIsDeterministicAndCoversEveryOp) {
              describe(generateOps(runConfig(2, toggle()), 5)[0]));
 }
 
-// The model's own rules, op by op: what a program names, who shares a block,
-// which write sets a tunnel's TTL, what a commitment keeps, what a restart
-// replays, and the windows that excuse a missing row.
-TEST(ReferenceModel, FollowsTheAgentsOps) {
-   const KeyMask drop = 1u << dropKey;
-   for (bool common : {true, false}) {
-      ReferenceModel m(common);
-      m.underlayAdd(1, false);
-      m.opBegin(1);
-      m.program(0, {via(0, 2, 300, 1), via(1, 0), {true, 0, 0, 1, 0}});
-      EXPECT_EQ(m.keys(Table::nextHop), 1u | drop) << "a weightless via names nothing";
-      EXPECT_EQ(m.ttl(0), 44) << "the TTL's low 8 bits";
-      EXPECT_EQ(m.blockOf(0).size(), 3u);
-      EXPECT_FALSE(m.blockOf(0)[2].resolved);
-      m.program(1, {via(0, 1, 32, 8)});
-      m.program(2, {via(0, 1, 64, 9)});
-      EXPECT_EQ(m.ttl(0), 64) << "the last write stands";
-      EXPECT_EQ(m.blockOf(1), m.blockOf(2)) << "missing underlay groups look alike";
-      EXPECT_NE(m.blockOf(0), m.blockOf(1));
-      EXPECT_EQ(m.blocks().size(), 2u);
-      m.opBegin(2);
-      m.failWrites(HwTable::nextHop);
-      m.opBegin(3);
-      m.stopFailing(HwTable::nextHop);
-      for (uint32_t g = 0; g < 3; ++g) m.release(g);
-      EXPECT_EQ(m.keys(Table::nextHop), drop);
-      EXPECT_EQ(m.keys(Table::interface), common ? 1u : 0u) << "a commitment outlives groups";
-      m.opBegin(4);
-      EXPECT_TRUE(m.failureWindow(HwTable::nextHop, 3));
-      EXPECT_FALSE(m.failureWindow(HwTable::nextHop, 4));
-      EXPECT_EQ(m.presentSince(Table::nextHop, 0), 1u) << "gone, but maybe still in flight";
-      EXPECT_EQ(m.presentCount(Table::nextHop, 1), 2u) << "key 0 and the drop entry";
-      m.quiet();
-      m.opBegin(5);
-      EXPECT_EQ(m.presentCount(Table::nextHop, 5), 1u);
-      m.uncommit(keyCount);
-      EXPECT_EQ(m.keys(Table::tunnel), 0u);
-      m.program(3, {via(2)});
-      m.program(4, {via(3)});
-      m.underlayAdd(2, true);
-      EXPECT_EQ(m.underlayDel(1), (std::vector<uint32_t>{3, 4}));
-      EXPECT_EQ(m.restart(1u << 3, 1), std::vector<uint32_t>{4}) << "g3 forgotten";
-      EXPECT_EQ(m.keys(Table::interface), 1u << 3);
-   }
-}
-
 // Faults made behind the library's back after op 1: the checks must see each.
 TEST(ModelChecks, FaultsBehindTheLibrarysBackAreCaught) {
    using Fix = std::function<void(System&)>;
