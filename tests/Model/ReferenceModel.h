@@ -110,8 +110,6 @@ public:
    const BlockId& blockOf(uint32_t group) const { return blockOf_.at(group); }
    std::set<BlockId> blocks() const;
    bool underlayReady(const UnderlayRef& u) const;
-   // Keys only a commitment holds (toggle on).
-   KeyMask commitmentOnly() const { return keys(Table::interface) & ~keys(Table::nextHop); }
 
    // Time and causes. Ops are numbered from 0; `opBegin` starts one.
    void opBegin(uint32_t op);

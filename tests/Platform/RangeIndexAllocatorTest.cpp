@@ -88,7 +88,7 @@ TEST(RangeIndexAllocatorDeathTest, GivingBackAFreeRangeStops) {
    EXPECT_DEATH(a.rangeDel(2, 4), "is already partly free");
 }
 
-// Random takes and gives agree with a plain bitmap of used indices.
+// Random takes, claims and gives agree with a plain bitmap of used indices.
 TEST(RangeIndexAllocator, RandomUseMatchesABitmap) {
    Asic::RangeIndexAllocator a;
    a.indexCountIs(256);
@@ -96,7 +96,17 @@ TEST(RangeIndexAllocator, RandomUseMatchesABitmap) {
    std::vector<std::pair<uint32_t, uint32_t>> live;
    std::mt19937 rng(7);
    for (int step = 0; step < 4000; ++step) {
-      if (live.empty() || rng() % 2) {
+      const uint32_t op = rng() % 5;
+      if (op == 0) {
+         // A claim of any range, free or not, in the table or past its end.
+         const uint32_t first = rng() % 260, size = 1 + rng() % 8;
+         bool free = first + size <= 256;
+         for (uint32_t i = first; free && i < first + size; ++i) free = !used[i];
+         ASSERT_EQ(a.rangeClaim(first, size), free) << first << "+" << size;
+         if (!free) continue;
+         for (uint32_t i = first; i < first + size; ++i) used[i] = true;
+         live.emplace_back(first, size);
+      } else if (live.empty() || op % 2) {
          const uint32_t size = 1 + rng() % 16;
          const auto first = a.rangeNew(size);
          if (first == invalidIndex) {
