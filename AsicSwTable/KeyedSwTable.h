@@ -39,6 +39,27 @@
 #pragma GCC visibility push(default)
 namespace Asic {
 
+namespace TableEngine {
+template <class T>
+struct __attribute__((visibility("hidden"))) Handles;
+template <class T>
+struct __attribute__((visibility("hidden"))) Values;
+template <class T>
+struct __attribute__((visibility("hidden"))) WritePath;
+template <class T>
+struct __attribute__((visibility("hidden"))) Indices;
+template <class T>
+struct __attribute__((visibility("hidden"))) Programming;
+template <class T>
+struct __attribute__((visibility("hidden"))) Removal;
+template <class T>
+struct __attribute__((visibility("hidden"))) Resolution;
+template <class T>
+struct __attribute__((visibility("hidden"))) Recovery;
+template <class T>
+struct __attribute__((visibility("hidden"))) Lookups;
+}  // namespace TableEngine
+
 namespace Detail {
 
 template <class Types>
@@ -63,8 +84,10 @@ concept IndexKey = requires(const Key& k) {
 
 // An entry that names the entry it needs and takes that entry's index.
 template <class Entry>
-concept DependentEntry = requires { Entry::Fields::dependentCount(); } &&
-                         Entry::Fields::dependentCount() == 1;
+concept DependentEntry = requires {
+   Entry::Fields::dependentCount();
+}
+&&Entry::Fields::dependentCount() == 1;
 
 // The handle's type name, "Table::EntryHandle" for the table "Ns::Table".
 template <class Types>
@@ -142,6 +165,7 @@ public:
    using UnresolvedEntry = typename Types::UnresolvedEntry;
    using CrossAgentIndex = typename Types::CrossAgentIndex;
    using Util = SwTable::Util;
+   using Engine = SwTable::Accessor<T>;
    using UtilLoader = SwTableUtilLoader<T>;
    static constexpr bool knownIndex = KeyedTableTraits<Types>::knownIndex;
    static constexpr bool hasDependentField = KeyedTableTraits<Types>::hasDependentField;
@@ -217,6 +241,16 @@ protected:
 
 private:
    friend struct SwTable::Accessor<T>;
+   // The engine's parts, which the engine is composed of.
+   friend struct TableEngine::Handles<T>;
+   friend struct TableEngine::Values<T>;
+   friend struct TableEngine::WritePath<T>;
+   friend struct TableEngine::Indices<T>;
+   friend struct TableEngine::Programming<T>;
+   friend struct TableEngine::Removal<T>;
+   friend struct TableEngine::Resolution<T>;
+   friend struct TableEngine::Recovery<T>;
+   friend struct TableEngine::Lookups<T>;
    friend class KeyedDependentTable<T, Types>;
    Data data_;
 };
