@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "Asic/HwTable.h"
+#include "Asic/InFlightRequests.h"
 #include "AsicSwTable/HandleMap.h"
 #include "AsicSwTable/ResolvedEntryMap.h"
 #include "Brio/IsEq.h"
@@ -56,18 +57,13 @@ struct KeyedTableData {
    using UnresolvedEntryMap = std::conditional_t<std::is_void_v<Ue>, NoUnresolvedEntries,
                                                  KeyedMap<Key, Brio::Ptr<Ue>, unresolvedEntrySeed>>;
 
-   struct InFlight {
-      Key key;
-      bool isDelete;
-   };
-
    KeyedTableData() : resolvedEntry(entryHandle) {}
 
    EntryHandleMap entryHandle;
    ResolvedEntryMap resolvedEntry;  // in the handles of `entryHandle`, mostly
    [[no_unique_address]] UnresolvedEntryMap unresolvedEntry;
-   // Hardware operations whose responses are awaited, by request.
-   std::unordered_map<HwRequestId, InFlight> inFlight;
+   // Hardware operations whose responses are awaited, by the key they are for.
+   InFlightRequests<Key> inFlight;
 };
 
 }  // namespace Asic

@@ -4,11 +4,11 @@
 // programmed-state switch when responses are not awaited, move the handle's
 // states. The handle's reactors copy the resolved-entry state to the entry
 // state and finish the delete dance.
+#include "Asic/ProgrammedStateSwitch.h"
 #include "Asic/SwTableUtil.h"
 #include "Asic/WriteResponseFn.h"
 #include "AsicSwTable/EnginePart.h"
 #include "Flit/Flit.h"
-#include "Orb/Env.h"
 
 namespace Asic::TableEngine {
 
@@ -22,14 +22,12 @@ struct __attribute__((visibility("hidden"))) Programming : EngineNames, EnginePa
 
    static void requestIs(T& t, Handle* h, const Key& key, HwRequestId id, bool isDelete) {
       if (!id) return;
-      t.data_.inFlight.insert_or_assign(id, typename T::Data::InFlight{key, isDelete});
+      t.data_.inFlight.requestIs(id, key, isDelete);
       if (h) h->outstandingRequestIs(id);
    }
 
    static bool writeInFlight(const T& t, const Handle& h) {
-      if (!h.outstandingRequest()) return false;
-      auto it = t.data_.inFlight.find(h.outstandingRequest());
-      return it != t.data_.inFlight.end() && !it->second.isDelete;
+      return h.outstandingRequest() && t.data_.inFlight.writeInFlight(h.outstandingRequest());
    }
 
    static void handleEntry(T& t, const Key& key) {
@@ -116,7 +114,7 @@ struct __attribute__((visibility("hidden"))) Programming : EngineNames, EnginePa
       }
       if (index != invalidIndex) Engine::doReleaseHwIndex(t, key);
       if (!h) return;
-      if (id && !publishEntryHandleProgrammedState()) return;
+      if (!programmedAtIssue(id != 0)) return;
       // Nothing to wait for: no row, or responses are not awaited.
       forgetRequest(t, *h);
       h->resolvedEntryStateIs(State::success);
@@ -124,13 +122,13 @@ struct __attribute__((visibility("hidden"))) Programming : EngineNames, EnginePa
 
    static void forgetRequest(T& t, Handle& h) {
       if (HwRequestId id = h.outstandingRequest()) {
-         t.data_.inFlight.erase(id);
+         t.data_.inFlight.requestDel(id);
          h.outstandingRequestIs(0);
       }
    }
 
    static void doCompleteEntryHandleForTesting(T& t, const Key& key, Orb::Optional<Index> index) {
-      if (!publishEntryHandleProgrammedState()) return;
+      if (!programmedAtIssue()) return;
       HandlePtr h = Engine::entryHandle(t, key);
       ORB_ASSERT(h) << "no entry handle at key " << key;
       forgetRequest(t, *h);
@@ -141,11 +139,10 @@ struct __attribute__((visibility("hidden"))) Programming : EngineNames, EnginePa
 
    // The hardware confirmed (or refused) a request.
    static void doHandleWriteResponse(T& t, HwRequestId id, Index index, WriteStatus status) {
-      auto it = t.data_.inFlight.find(id);
-      if (it == t.data_.inFlight.end()) return;
-      const Key key = it->second.key;
-      const bool isDelete = it->second.isDelete;
-      t.data_.inFlight.erase(it);
+      auto request = t.data_.inFlight.requestDel(id);
+      if (!request) return;
+      const Key& key = request->waiter;
+      const bool isDelete = request->isDelete;
       HandlePtr h = Engine::entryHandle(t, key);
       // A newer request of the key supersedes this one.
       if (!h || h->outstandingRequest() != id) return;

@@ -128,7 +128,7 @@ struct __attribute__((visibility("hidden"))) Removal : EngineNames, EnginePart<T
          h->doAmendReferences();
       }
       Engine::resolvedEntryDelAll(t);
-      t.data_.inFlight.clear();
+      t.data_.inFlight.requestDelAll();
       if constexpr (!T::knownIndex) {
          if (const auto& alloc = t.indexAllocator()) {
             ORB_TRACE(trace(), traceState, "cleanup")

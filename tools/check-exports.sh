@@ -13,7 +13,7 @@ factories=$(sed -n 's/^extern "C" MERID_API .* \([A-Za-z0-9]*Factory\)(.*/\1/p' 
 for f in $factories; do
    grep -q " T $f\$" <<<"$syms" || { echo "missing export: $f"; exit 1; }
 done
-if grep -E 'Accessor<|tableOf<|KeyedTableData|HandleMap<|ResolvedEntryMap<' <<<"$syms"; then
+if grep -E 'Accessor<|TableEngine::|tableOf<|KeyedTableData|HandleMap<|ResolvedEntryMap<|InFlightRequests<' <<<"$syms"; then
    echo "engine internals are exported (above)"
    exit 1
 fi

@@ -5,10 +5,10 @@
 #include <unordered_set>
 
 #include "Asic/IndexAllocator.h"
+#include "Asic/ProgrammedStateSwitch.h"
 #include "Asic/SwTableUtil.h"
 #include "Asic/UnresolvedEntry.h"
 #include "Brio/VectorErrors.h"
-#include "Orb/Env.h"
 #include "Orb/GenericValueText.h"
 #include "Orb/Hash.h"
 #include "Orb/Strep.h"
@@ -389,11 +389,11 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
           util()->hwTableEntryIs(*hwTable(), h.base_ + i, &h.block_.entry_[i]);
       rowChanged(h.base_ + i);
       if (!id) continue;
-      inFlight_.emplace(id, &h);
+      inFlight_.requestIs(id, &h);
       ++h.outstanding_;
    }
    h.rowsWritten_ = true;
-   if (h.outstanding_ && !Asic::publishEntryHandleProgrammedState()) return;
+   if (!Asic::programmedAtIssue(h.outstanding_ != 0)) return;
    requestsForget(h);
    h.hwIndexIs(h.base_);
    h.statesIs(State::success);
@@ -401,10 +401,9 @@ void L3EcmpMember0Table::program(EntryHandle& h) {
 
 void L3EcmpMember0Table::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index,
                                                Asic::WriteStatus status) {
-   auto it = inFlight_.find(id);
-   if (it == inFlight_.end()) return;
-   EntryHandle& h = *it->second;
-   inFlight_.erase(it);
+   auto request = inFlight_.requestDel(id);
+   if (!request) return;
+   EntryHandle& h = *request->waiter;
    if (status != Asic::WriteStatus::ok) h.writeRefused_ = true;
    if (--h.outstanding_) return;
    const State s = h.writeRefused_ ? State::noHwIndex : State::success;
@@ -412,10 +411,10 @@ void L3EcmpMember0Table::doHandleWriteResponse(Asic::HwRequestId id, Asic::Index
    h.statesIs(s);
 }
 
-void L3EcmpMember0Table::requestsForget(const EntryHandle& h) {
+void L3EcmpMember0Table::requestsForget(EntryHandle& h) {
    if (!h.outstanding_) return;
-   std::erase_if(inFlight_, [&](const auto& r) { return r.second == &h; });
-   const_cast<EntryHandle&>(h).outstanding_ = 0;
+   inFlight_.waiterDel(&h);
+   h.outstanding_ = 0;
 }
 
 // Rows go before their range is freed, and the range before the entries the

@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "Asic/DescribedEntry.h"
+#include "Asic/InFlightRequests.h"
 #include "Asic/IndexValue.h"
 #include "Asic/RangeIndexAllocator.h"
 #include "Asic/SwTable.h"
@@ -168,14 +169,14 @@ private:
    bool recoveredRowHas(Asic::Index i) const;
    void recoveredRowDel(Asic::Index i);
    void rowsDel(EntryHandle& h);
-   void requestsForget(const EntryHandle& h);
+   void requestsForget(EntryHandle& h);
    void entryBlockRelease(EntryHandle& h);
 
    Asic::RangeIndexAllocator ranges_;
    // Installed blocks by the hash of their members; not counted.
    std::unordered_multimap<uint32_t, EntryHandle*> blocks_;
-   std::unordered_map<Asic::HwRequestId, EntryHandle*> inFlight_;
-   std::map<Asic::Index, EntryHandle*> byBase_;  // blocks that hold a range
+   Asic::InFlightRequests<EntryHandle*> inFlight_;  // a node per row write
+   std::map<Asic::Index, EntryHandle*> byBase_;     // blocks that hold a range
    // By index: found at the sync and not claimed since (a bitmap, as the
    // sync marks every row of a full chip).
    std::vector<bool> recoveredRow_;
