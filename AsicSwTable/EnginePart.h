@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Asic/SwTable.h"
+#include "AsicSwTable/EngineParts.h"
 #include "Orb/Assert.h"
 #include "Orb/Trace.h"
 

@@ -1,7 +1,8 @@
 #pragma once
 // The engine's handle store: the map from a key to its entry handle, kept
 // with the table's value map (a keyed table's values live mostly in its
-// handles), and the weak holds clients take on a key.
+// handles), and the weak holds clients take on a key. A table with no value
+// map of its own (`T::hasValueMap` false) keeps the handles alone.
 #include "AsicSwTable/EnginePart.h"
 
 namespace Asic::TableEngine {
@@ -32,7 +33,7 @@ struct __attribute__((visibility("hidden"))) Handles : EngineNames, EnginePart<T
    static HandlePtr entryHandleIs(T& t, const Key& key) {
       return elementIs(t, t.data_.entryHandle, key, SwTable::entryHandleAttr, [&] {
          HandlePtr h(new Handle(key, &t));
-         t.data_.resolvedEntry.adopt(*h);
+         if constexpr (T::hasValueMap) t.data_.resolvedEntry.adopt(*h);
          if (IndexPins* pins = t.indexPinsActive()) pins->handleIs(Engine::heldIndex(t, key), h);
          return h;
       });
@@ -45,7 +46,7 @@ struct __attribute__((visibility("hidden"))) Handles : EngineNames, EnginePart<T
       auto it = map.find(key);
       if (it == map.end()) return nullptr;
       it->second->doAmendReferences();
-      t.data_.resolvedEntry.release(*it->second);
+      if constexpr (T::hasValueMap) t.data_.resolvedEntry.release(*it->second);
       HandlePtr h = std::move(it->second);
       map.erase(it);
       t.publisher_.notify(SwTable::entryHandleAttr, Brio::KeyRef(key));

@@ -27,6 +27,7 @@
 #include "Asic/EntryBase.h"
 #include "Asic/RecoverGroup.h"
 #include "Asic/SwTable.h"
+#include "AsicSwTable/EngineParts.h"
 #include "AsicSwTable/KeyedEntryHandle.h"
 #include "AsicSwTable/KeyedTableData.h"
 #include "AsicSwTable/KeyedUnresolvedEntry.h"
@@ -38,27 +39,6 @@
 
 #pragma GCC visibility push(default)
 namespace Asic {
-
-namespace TableEngine {
-template <class T>
-struct __attribute__((visibility("hidden"))) Handles;
-template <class T>
-struct __attribute__((visibility("hidden"))) Values;
-template <class T>
-struct __attribute__((visibility("hidden"))) WritePath;
-template <class T>
-struct __attribute__((visibility("hidden"))) Indices;
-template <class T>
-struct __attribute__((visibility("hidden"))) Programming;
-template <class T>
-struct __attribute__((visibility("hidden"))) Removal;
-template <class T>
-struct __attribute__((visibility("hidden"))) Resolution;
-template <class T>
-struct __attribute__((visibility("hidden"))) Recovery;
-template <class T>
-struct __attribute__((visibility("hidden"))) Lookups;
-}  // namespace TableEngine
 
 namespace Detail {
 
@@ -169,6 +149,7 @@ public:
    using UtilLoader = SwTableUtilLoader<T>;
    static constexpr bool knownIndex = KeyedTableTraits<Types>::knownIndex;
    static constexpr bool hasDependentField = KeyedTableTraits<Types>::hasDependentField;
+   static constexpr bool hasValueMap = true;
 
    using EntryHandlePtrConst = Brio::Ptr<const SwTableBase::EntryHandle>;
    using Data = KeyedTableData<Key, Entry, EntryHandle, UnresolvedEntry>;

@@ -1,6 +1,7 @@
 #pragma once
 // The engine's lookups for other agents: a key's index and an index's key.
 #include "AsicSwTable/EnginePart.h"
+#include "Orb/Optional.h"
 
 namespace Asic::TableEngine {
 

@@ -30,35 +30,47 @@ struct __attribute__((visibility("hidden"))) Recovery : EngineNames, EnginePart<
    // The agent's replay after a restart is done: rows the sync found whose key
    // no entry has claimed since are deleted and their indices given back. An
    // index-keyed table's rows belong to the table that allocates its indices,
-   // which purges them.
+   // which purges them. Where the rows are found, what claims one and how one
+   // goes are the table's Engine's: `rowsFound`, `rowClaimed`, `staleRowDel`.
    static void purgeStaleEntries(T& t) {
       if constexpr (!T::knownIndex) {
-         Util* util = Engine::liveUtil(t);
-         const auto& alloc = t.indexAllocator();
-         if (!util || !alloc) return;
-         auto rows = Brio::makePtr<FirstFreeIndexAllocator>();
-         rows->indexCountIs(t.numEntries());
-         rows->initializedIs(true);
-         util->syncIndexAllocator(Orb::typeId<Key>(), *rows, *t.hwTable());
-         std::vector<std::pair<Index, Key>> stale;
+         const auto rows = Engine::rowsFound(t);
+         if (!rows) return;
+         std::vector<std::pair<Index, Orb::GenericValue>> stale;
          // A plain loop: a lambda handed to the allocator's template would be
          // instantiated, and exported, with the platform's visibility.
          for (Index i = 0; i < rows->indexCount(); ++i) {
-            const auto k = rows->keyForIndex(i);
-            if (!k) continue;
-            const Key& key = *k->template as<Key>();
-            if (!Engine::entryHandle(t, key) && !t.data_.resolvedEntry.count(key))
-               stale.emplace_back(i, key);
+            auto k = rows->keyForIndex(i);
+            const Key* key = k ? k->template as<Key>() : nullptr;
+            if (key && !Engine::rowClaimed(t, *key, i)) stale.emplace_back(i, std::move(*k));
          }
          ORB_TRACE(trace(), traceWrite, "purgeStaleEntries")
-             << " : rows nobody claimed: " << stale.size();
-         for (auto& [i, key] : stale) {
-            ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : stale key: " << key;
-            util->hwTableEntryDel(*t.hwTable(), i);
-            t.rowChanged(i);
-            if (alloc->indexForKey(key) == i) Engine::doReleaseHwIndex(t, key);
-         }
+             << " : " << Engine::staleRowsName << " nobody claimed: " << stale.size();
+         for (auto& [i, key] : stale) Engine::staleRowDel(t, i, *key.template as<Key>(), key);
       }
+   }
+
+   // What the sync found: the table's own rows, read again from the chip.
+   static constexpr std::string_view staleRowsName = "rows";
+   static Brio::Ptr<FirstFreeIndexAllocator> rowsFound(const T& t) {
+      Util* util = Engine::liveUtil(t);
+      if (!util || !t.indexAllocator()) return nullptr;
+      auto rows = Brio::makePtr<FirstFreeIndexAllocator>();
+      rows->indexCountIs(t.numEntries());
+      rows->initializedIs(true);
+      util->syncIndexAllocator(Orb::typeId<Key>(), *rows, *t.hwTable());
+      return rows;
+   }
+
+   static bool rowClaimed(const T& t, const Key& key, Index) {
+      return Engine::entryHandle(t, key) || t.data_.resolvedEntry.count(key);
+   }
+
+   static void staleRowDel(T& t, Index i, const Key& key, const Orb::GenericValue&) {
+      ORB_TRACE(trace(), traceState, "hwTableEntryDel") << " : stale key: " << key;
+      Engine::liveUtil(t)->hwTableEntryDel(*t.hwTable(), i);
+      t.rowChanged(i);
+      if (t.indexAllocator()->indexForKey(key) == i) Engine::doReleaseHwIndex(t, key);
    }
 
    static Orb::GenericValue hwRowKey(const T& t, Index index) {

@@ -2,6 +2,11 @@
 #include <sstream>
 #include <utility>
 
+#include "AsicSwTable/EntryHandleStore.h"
+#include "AsicSwTable/IndexHolding.h"
+#include "AsicSwTable/Lookups.h"
+#include "AsicSwTable/Recovery.h"
+#include "AsicSwTable/WritePath.h"
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "Orb/Assert.h"
 #include "Orb/Strep.h"
@@ -19,6 +24,38 @@ const Orb::TraceHandle& L3InterfaceTable::traceHandle() {
    static const Orb::TraceHandle handle{typeName};
    return handle;
 }
+
+// The parts of the table engine the merged table is made of. It has no rows
+// of its own: what recovery found of it are the indices the shared allocator
+// learnt from the member rows, and a stale index goes with the member rows at
+// it.
+struct L3InterfaceTable::Engine : Asic::TableEngine::Handles<L3InterfaceTable>,
+                                  Asic::TableEngine::WritePath<L3InterfaceTable>,
+                                  Asic::TableEngine::Indices<L3InterfaceTable>,
+                                  Asic::TableEngine::Recovery<L3InterfaceTable>,
+                                  Asic::TableEngine::Lookups<L3InterfaceTable> {
+   static constexpr std::string_view staleRowsName = "indices";
+   static const Brio::Ptr<Allocator>& rowsFound(const L3InterfaceTable& t) {
+      return t.indexAllocator_;
+   }
+   // A member entry still at the index is on its way out: the deallocator
+   // frees the index.
+   static bool rowClaimed(const L3InterfaceTable& t, const Key& key, Asic::Index i) {
+      return t.entryHandle(key) || t.mergedEntryHas(key) || t.unresolvedMergedEntryHas(key) ||
+             t.ingL3Iif_->entryHandle(IngL3Iif::Index(i)) ||
+             t.egrL3Oif1Table_->entryHandle(EgrL3Oif1Table::Index(i));
+   }
+   static void staleRowDel(L3InterfaceTable& t, Asic::Index i, const Key&,
+                           const Orb::GenericValue& key) {
+      for (Asic::SwTable* member : {static_cast<Asic::SwTable*>(t.ingL3Iif_.ptr()),
+                                    static_cast<Asic::SwTable*>(t.egrL3Oif1Table_.ptr())}) {
+         if (member->util() && member->hwTable())
+            member->util()->hwTableEntryDel(*member->hwTable(), i);
+         member->rowChanged(i);
+      }
+      t.indexAllocator_->releaseIndex(key);
+   }
+};
 
 // ---- values ---------------------------------------------------------------------
 
@@ -163,7 +200,7 @@ L3InterfaceTable::~L3InterfaceTable() {
    unresolvedMergedEntryDelAll();
    std::vector<MergedEntry> merged;
    merged.reserve(mergedEntrys_);
-   for (auto& [k, h] : entryHandle_) {
+   for (auto& [k, h] : data_.entryHandle) {
       if (!h->hasMergedEntry_) continue;
       merged.push_back(std::exchange(h->mergedEntry_, MergedEntry()));
       h->hasMergedEntry_ = false;
@@ -172,13 +209,13 @@ L3InterfaceTable::~L3InterfaceTable() {
    merged.clear();
    mappedEntryHandle_.clear();
    std::vector<Brio::Ptr<EntryHandle>> held;
-   held.reserve(entryHandle_.size());
-   for (auto& [k, h] : entryHandle_) held.push_back(h);
+   held.reserve(data_.entryHandle.size());
+   for (auto& [k, h] : data_.entryHandle) held.push_back(h);
    for (auto& h : held) {
       h->doAmendReferences();
       h->tableIs(nullptr);
    }
-   entryHandle_.clear();
+   data_.entryHandle.clear();
    if (indexAllocator_) {
       ORB_TRACE(traceHandle(), 6, "cleanup")
           << "Trying to delete shared allocator for table:" << typeName;
@@ -246,32 +283,7 @@ void L3InterfaceTable::doInit(Asic::UnitId unit, Brio::Ptr<Ledger::EntityManager
    indexDeallocatorSmIs(this);
 }
 
-void L3InterfaceTable::purgeStaleEntries() {
-   if (!indexAllocator_) return;
-   std::vector<std::pair<Asic::Index, Orb::GenericValue>> stale;
-   for (Asic::Index i = 0; i < indexAllocator_->indexCount(); ++i) {
-      const auto k = indexAllocator_->keyForIndex(i);
-      const Key* key = k ? k->as<Key>() : nullptr;
-      if (!key || entryHandle(*key) || mergedEntryHas(*key) || unresolvedMergedEntryHas(*key))
-         continue;
-      // A member entry still at the index is on its way out: the deallocator frees it.
-      if (ingL3Iif_->entryHandle(IngL3Iif::Index(i)) ||
-          egrL3Oif1Table_->entryHandle(EgrL3Oif1Table::Index(i)))
-         continue;
-      stale.emplace_back(i, *k);
-   }
-   ORB_TRACE(traceHandle(), 5, "purgeStaleEntries")
-       << " : indices nobody claimed: " << stale.size();
-   for (auto& [i, key] : stale) {
-      for (Asic::SwTable* member : {static_cast<Asic::SwTable*>(ingL3Iif_.ptr()),
-                                    static_cast<Asic::SwTable*>(egrL3Oif1Table_.ptr())}) {
-         if (member->util() && member->hwTable())
-            member->util()->hwTableEntryDel(*member->hwTable(), i);
-         member->rowChanged(i);
-      }
-      indexAllocator_->releaseIndex(key);
-   }
-}
+void L3InterfaceTable::purgeStaleEntries() { Engine::purgeStaleEntries(*this); }
 
 void L3InterfaceTable::doInitAllocator() {
    auto shalloc = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(
@@ -305,43 +317,23 @@ bool L3InterfaceTable::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef ke
 // ---- collections ------------------------------------------------------------------
 
 Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandle(const Key& key) const {
-   auto it = entryHandle_.find(key);
-   return it == entryHandle_.end() ? nullptr : it->second;
-}
-
-Brio::Ptr<L3InterfaceTable::EntryHandle> L3InterfaceTable::entryHandleIs(const Key& key) {
-   if (auto h = entryHandle(key)) return h;
-   Brio::Ptr<EntryHandle> h(new EntryHandle(key, this));
-   if (Asic::IndexPins* pins = indexPinsActive())
-      if (indexAllocator_) pins->handleIs(indexAllocator_->indexForKey(key), h);
-   entryHandle_.emplace(key, h);
-   publisher_.notify(Asic::SwTable::entryHandleAttr, Brio::KeyRef(key));
-   return h;
-}
-
-void L3InterfaceTable::entryHandleDel(const Key& key) {
-   auto it = entryHandle_.find(key);
-   if (it == entryHandle_.end()) return;
-   it->second->doAmendReferences();  // the map's pointer counts again before it goes
-   Brio::Ptr<EntryHandle> gone = std::move(it->second);
-   entryHandle_.erase(it);
-   publisher_.notify(Asic::SwTable::entryHandleAttr, Brio::KeyRef(key));
+   return Engine::entryHandle(*this, key);
 }
 
 L3InterfaceTable::MergedEntry L3InterfaceTable::mergedEntry(const Key& key) const {
-   auto it = entryHandle_.find(key);
-   if (it == entryHandle_.end() || !it->second->hasMergedEntry_) return MergedEntry();
+   auto it = data_.entryHandle.find(key);
+   if (it == data_.entryHandle.end() || !it->second->hasMergedEntry_) return MergedEntry();
    return it->second->mergedEntry_;
 }
 
 bool L3InterfaceTable::mergedEntryHas(const Key& key) const {
-   auto it = entryHandle_.find(key);
-   return it != entryHandle_.end() && it->second->hasMergedEntry_;
+   auto it = data_.entryHandle.find(key);
+   return it != data_.entryHandle.end() && it->second->hasMergedEntry_;
 }
 
 void L3InterfaceTable::mergedEntryIs(const Key& key, const MergedEntry& entry) {
-   auto it = entryHandle_.find(key);
-   ORB_ASSERT(it != entryHandle_.end()) << "no merged handle at key " << key;
+   auto it = data_.entryHandle.find(key);
+   ORB_ASSERT(it != data_.entryHandle.end()) << "no merged handle at key " << key;
    EntryHandle& eh = *it->second;
    if (eh.hasMergedEntry_ && eh.mergedEntry_ == entry) return;
    if (!eh.hasMergedEntry_) ++mergedEntrys_;
@@ -351,8 +343,8 @@ void L3InterfaceTable::mergedEntryIs(const Key& key, const MergedEntry& entry) {
 }
 
 void L3InterfaceTable::mergedEntryDel(const Key& key) {
-   auto it = entryHandle_.find(key);
-   if (it == entryHandle_.end() || !it->second->hasMergedEntry_) return;
+   auto it = data_.entryHandle.find(key);
+   if (it == data_.entryHandle.end() || !it->second->hasMergedEntry_) return;
    EntryHandle& eh = *it->second;
    // Member handles go after the table no longer names them.
    MergedEntry gone = std::exchange(eh.mergedEntry_, MergedEntry());
@@ -441,14 +433,8 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWriteAtIndex(Asic::Index
 
 L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, const Entry& entry,
                                                               Asic::AutoRemoveType mode) {
-   Brio::Ptr<EntryHandle> eh = entryHandleIs(key);
-   if (mode == Asic::needsExplicitRemove()) {
-      if (eh->entryType() == Type::referenceOnly) eh->doAmendReferences();
-      eh->entryTypeIs(Type::committed);
-   } else if (eh->entryType() == Type::none) {
-      eh->entryTypeIs(Type::referenceOnly);
-      eh->dropTableReference();
-   }
+   Brio::Ptr<EntryHandle> eh = Engine::entryHandleIs(*this, key);
+   Engine::entryTypeForWrite(*eh, mode);
    // A new key shares the handle's copy of it with the allocator.
    const Asic::Index index =
        indexAllocator_ ? indexAllocator_->newIndexForKey(eh->keyGeneric()) : Asic::invalidIndex;
@@ -514,17 +500,13 @@ void L3InterfaceTable::entryRemove(const Key& key) {
 void L3InterfaceTable::entryRemoveAll() {
    std::vector<Key> keys;
    for (auto& [k, h] : mappedEntryHandle_) keys.push_back(k);
-   for (auto& [k, h] : entryHandle_) keys.push_back(k);
+   for (auto& [k, h] : data_.entryHandle) keys.push_back(k);
    for (auto& k : keys) entryRemove(k);
 }
 
 L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWeakRef(const Key& key) {
    if (auto alias = mappedEntryHandle(key)) return alias;
-   if (auto h = entryHandle(key)) return h;
-   Brio::Ptr<EntryHandle> h = entryHandleIs(key);
-   h->entryTypeIs(Type::referenceOnly);
-   h->dropTableReference();
-   return h;
+   return Engine::entryHold(*this, key);
 }
 
 // ---- lookups for other agents --------------------------------------------------------
@@ -532,16 +514,11 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWeakRef(const Key& key) 
 Asic::Index L3InterfaceTable::hwIndexOnlyForCrossAgentCommunication(const Key& key) const {
    if (auto alias = mappedEntryHandle(key))
       return Asic::SwTableBase::getHwIndexForDependentField(*alias);
-   if (auto h = entryHandle(key)) return Asic::SwTableBase::getHwIndexForDependentField(*h);
-   return Asic::invalidIndex;
+   return Engine::hwIndexOnlyForCrossAgentCommunication(*this, key);
 }
 
 Orb::Optional<L3TunnelKey> L3InterfaceTable::swKeyFromHwIndex(Asic::Index index) const {
-   if (!indexAllocator_) return {};
-   auto k = indexAllocator_->keyForIndex(index);
-   if (!k) return {};
-   if (const Key* key = k->as<Key>()) return *key;
-   return {};
+   return Engine::swKeyFromHwIndex(*this, index);
 }
 
 // ---- the merged handle --------------------------------------------------------------
@@ -564,14 +541,14 @@ void L3InterfaceTable::cleanup(EntryHandle& eh) {
    const Key key = eh.key();
    // No counted pointer to `eh` may be made before the map's share counts
    // again: dropping it would end here once more.
-   auto it = entryHandle_.find(key);
-   if (it == entryHandle_.end() || it->second.ptr() != &eh) return;
+   auto it = data_.entryHandle.find(key);
+   if (it == data_.entryHandle.end() || it->second.ptr() != &eh) return;
    eh.doAmendReferences();
    unresolvedMergedEntryDel(key);
    mergedEntryDel(key);
    // Dropping the map's share reaches zero again inside this hook, which
    // finds the key gone; the handle is deleted only after the hook returns.
-   entryHandleDel(key);
+   Engine::entryHandleDel(*this, key);
    eh.tableIs(nullptr);
 }
 

@@ -21,6 +21,7 @@
 #include "Asic/DescribedEntry.h"
 #include "Asic/IndexAllocator.h"
 #include "Asic/SwMergedTable.h"
+#include "AsicSwTable/EngineParts.h"
 #include "AsicSwTable/KeyedTableData.h"
 #include "MeridL3Tunnel/EgrL3Oif1Table.h"
 #include "MeridL3Tunnel/Export.h"
@@ -35,6 +36,11 @@ public:
    using Key = L3TunnelKey;
    using HandlePtrConst = Brio::Ptr<const Asic::SwTableBase::EntryHandle>;
    using Allocator = MeridL3Common::L3InterfaceSharedAllocator;
+   using CrossAgentIndex = Asic::Index;
+   // For the engine's parts: the key is not an index, and values live in the
+   // member tables, not in a value map of this table's.
+   static constexpr bool knownIndex = false;
+   static constexpr bool hasValueMap = false;
 
    static constexpr Brio::AttrId ingL3IifAttr = 530;
    static constexpr Brio::AttrId egrL3Oif1TableAttr = 531;
@@ -103,6 +109,7 @@ public:
    class EntryHandle;
    class UnresolvedMergedEntry;
    class IndexDeallocatorSm;
+   struct __attribute__((visibility("hidden"))) Engine;
 
    L3InterfaceTable();
    ~L3InterfaceTable() override;
@@ -123,7 +130,7 @@ public:
    // Lookups.
    Brio::Ptr<EntryHandle> entryHandle(const Key& key) const;
    bool entryHandleHas(const Key& key) const { return bool(entryHandle(key)); }
-   uint32_t entryHandles() const { return uint32_t(entryHandle_.size()); }
+   uint32_t entryHandles() const { return uint32_t(data_.entryHandle.size()); }
    MergedEntry mergedEntry(const Key& key) const;
    bool mergedEntryHas(const Key& key) const;
    uint32_t mergedEntrys() const { return mergedEntrys_; }
@@ -142,7 +149,7 @@ public:
    EgrL3Oif1Table::Entry egrL3Oif1TableEntry(const Key& key) const;
    template <class F>
    void forEachEntryHandle(F&& f) const {
-      for (auto& [k, h] : entryHandle_) f(k, h);
+      for (auto& [k, h] : data_.entryHandle) f(k, h);
    }
 
    // Lookups for other agents.
@@ -191,13 +198,16 @@ public:
 private:
    friend class EntryHandle;
    friend class UnresolvedMergedEntry;
+   friend struct Asic::TableEngine::Handles<L3InterfaceTable>;
+   friend struct Asic::TableEngine::WritePath<L3InterfaceTable>;
+   friend struct Asic::TableEngine::Indices<L3InterfaceTable>;
+   friend struct Asic::TableEngine::Recovery<L3InterfaceTable>;
+   friend struct Asic::TableEngine::Lookups<L3InterfaceTable>;
    uint32_t pinnableIndices() const override {
       return indexAllocator_ ? indexAllocator_->indexCount() : 0;
    }
    void handleEntryState(EntryHandle& eh);
    void cleanup(EntryHandle& eh);
-   Brio::Ptr<EntryHandle> entryHandleIs(const Key& key);
-   void entryHandleDel(const Key& key);
 
    template <class V, uint32_t Seed>
    using Map = Asic::KeyedMap<Key, V, Seed>;
@@ -207,7 +217,9 @@ private:
    Brio::Ptr<EgrL3Oif1Table> egrL3Oif1Table_;
    Brio::Ptr<IndexDeallocatorSm> indexDeallocatorSm_;
    Brio::Ptr<Allocator> indexAllocator_;
-   HandleMap entryHandle_;
+   struct Data {
+      HandleMap entryHandle;
+   } data_;
    // Merged entries live in their handles: one exists only while its key has
    // a handle, and a collection of its own would cost a node per key.
    uint32_t mergedEntrys_ = 0;
