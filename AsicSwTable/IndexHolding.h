@@ -8,7 +8,7 @@ namespace Asic::TableEngine {
 template <class T>
 struct __attribute__((visibility("hidden"))) Indices : EngineNames, EnginePart<T> {
    using Part = EnginePart<T>;
-   using Part::trace;
+   using Part::trace, Part::typeName;
    using typename Part::Engine, typename Part::Key, typename Part::HandlePtr;
 
    template <class A>
@@ -20,6 +20,18 @@ struct __attribute__((visibility("hidden"))) Indices : EngineNames, EnginePart<T
       t.doReserveIndicesAtTableInit();
       ORB_TRACE(trace(), traceState, "initAllocator")
           << "Creating shared allocator of type:" << Orb::typeId<A>().name();
+   }
+
+   // The table lets go of its shared allocator, which goes with the last
+   // table sharing it.
+   static void indexAllocatorDel(T& t) {
+      if (const auto& alloc = t.indexAllocator()) {
+         ORB_TRACE(trace(), traceState, "cleanup")
+             << "Trying to delete shared allocator for table:" << typeName();
+         GenericIndexAllocatorStub::freeSharedAllocator(alloc->allocatorType(), Orb::typeId<T>(),
+                                                        &t);
+         t.indexAllocatorIs(nullptr);
+      }
    }
 
    // An index-keyed table holds no index of its own to give back.

@@ -129,15 +129,7 @@ struct __attribute__((visibility("hidden"))) Removal : EngineNames, EnginePart<T
       }
       Engine::resolvedEntryDelAll(t);
       t.data_.inFlight.requestDelAll();
-      if constexpr (!T::knownIndex) {
-         if (const auto& alloc = t.indexAllocator()) {
-            ORB_TRACE(trace(), traceState, "cleanup")
-                << "Trying to delete shared allocator for table:" << typeName();
-            GenericIndexAllocatorStub::freeSharedAllocator(alloc->allocatorType(), Orb::typeId<T>(),
-                                                           &t);
-            t.indexAllocatorIs(nullptr);
-         }
-      }
+      if constexpr (!T::knownIndex) Engine::indexAllocatorDel(t);
    }
 
    // Destruction: handles that clients still hold outlive the table unlinked.

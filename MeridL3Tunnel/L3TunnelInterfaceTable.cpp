@@ -216,12 +216,7 @@ L3InterfaceTable::~L3InterfaceTable() {
       h->tableIs(nullptr);
    }
    data_.entryHandle.clear();
-   if (indexAllocator_) {
-      ORB_TRACE(traceHandle(), 6, "cleanup")
-          << "Trying to delete shared allocator for table:" << typeName;
-      Asic::GenericIndexAllocatorStub::freeSharedAllocator(indexAllocator_->allocatorType(),
-                                                           Orb::typeId<L3InterfaceTable>(), this);
-   }
+   Engine::indexAllocatorDel(*this);
 }
 
 void L3InterfaceTable::ingL3IifIs() {
@@ -361,11 +356,9 @@ Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedM
 
 Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryIs(
     const Key& key) {
-   if (auto ume = unresolvedMergedEntry(key)) return ume;
-   Brio::Ptr<UnresolvedMergedEntry> ume(new UnresolvedMergedEntry(key, this));
-   unresolvedMergedEntry_.emplace(key, ume);
-   publisher_.notify(unresolvedMergedEntryAttr, Brio::KeyRef(key));
-   return ume;
+   return Engine::elementIs(*this, unresolvedMergedEntry_, key, unresolvedMergedEntryAttr, [&] {
+      return Brio::Ptr<UnresolvedMergedEntry>(new UnresolvedMergedEntry(key, this));
+   });
 }
 
 Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryDel(
