@@ -21,8 +21,8 @@ struct __attribute__((visibility("hidden"))) Resolution : EngineNames, EnginePar
    // functions below are then never instantiated.
    struct NoUnresolvedEntry : Brio::PtrInterface {};
 
-   using Ue =
-       std::conditional_t<T::hasDependentField, typename T::UnresolvedEntry, NoUnresolvedEntry>;
+   using Ue = std::conditional_t<std::is_void_v<typename T::UnresolvedEntry>, NoUnresolvedEntry,
+                                 typename T::UnresolvedEntry>;
 
    using UePtr = Brio::Ptr<Ue>;
 
@@ -36,19 +36,25 @@ struct __attribute__((visibility("hidden"))) Resolution : EngineNames, EnginePar
    }
 
    static UePtr unresolvedEntryIs(T& t, const Key& key) {
-      return Engine::elementIs(t, t.data_.unresolvedEntry, key, SwTable::unresolvedEntryAttr,
+      return Engine::elementIs(t, t.data_.unresolvedEntry, key, T::unresolvedEntryAttr,
                                [&] { return UePtr(new Ue(key, &t)); });
    }
 
-   static void unresolvedEntryDel(T& t, const Key& key) {
+   // The entry dies after the map no longer names it, and its watchers have
+   // stopped; the table's Engine has the last word on it (`unresolvedEntryGone`).
+   static UePtr unresolvedEntryDel(T& t, const Key& key) {
       auto& map = t.data_.unresolvedEntry;
       auto it = map.find(key);
-      if (it == map.end()) return;
-      UePtr gone = std::move(it->second);  // dies after the map no longer names it
+      if (it == map.end()) return nullptr;
+      UePtr gone = std::move(it->second);
       map.erase(it);
       gone->neededEntryHandleSmDelAll();
-      t.publisher_.notify(SwTable::unresolvedEntryAttr, Brio::KeyRef(key));
+      Engine::unresolvedEntryGone(*gone);
+      t.publisher_.notify(T::unresolvedEntryAttr, Brio::KeyRef(key));
+      return gone;
    }
+
+   static void unresolvedEntryGone(Ue&) {}
 
    static void unresolvedEntryDelAll(T& t) {
       for (auto& k : keysOf(t.data_.unresolvedEntry)) unresolvedEntryDel(t, k);

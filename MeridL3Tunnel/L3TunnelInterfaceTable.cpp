@@ -6,6 +6,7 @@
 #include "AsicSwTable/IndexHolding.h"
 #include "AsicSwTable/Lookups.h"
 #include "AsicSwTable/Recovery.h"
+#include "AsicSwTable/Resolution.h"
 #include "AsicSwTable/WritePath.h"
 #include "MeridL3Tunnel/L3TunnelInterfaceTable.h"
 #include "Orb/Assert.h"
@@ -33,7 +34,12 @@ struct L3InterfaceTable::Engine : Asic::TableEngine::Handles<L3InterfaceTable>,
                                   Asic::TableEngine::WritePath<L3InterfaceTable>,
                                   Asic::TableEngine::Indices<L3InterfaceTable>,
                                   Asic::TableEngine::Recovery<L3InterfaceTable>,
+                                  Asic::TableEngine::Resolution<L3InterfaceTable>,
                                   Asic::TableEngine::Lookups<L3InterfaceTable> {
+   // A merged write that waits no more forgets the table: a client that the
+   // write's states reach may remove the key while the write runs.
+   static void unresolvedEntryGone(UnresolvedMergedEntry& ume) { ume.tableIs(nullptr); }
+
    static constexpr std::string_view staleRowsName = "indices";
    static const Brio::Ptr<Allocator>& rowsFound(const L3InterfaceTable& t) {
       return t.indexAllocator_;
@@ -305,7 +311,7 @@ bool L3InterfaceTable::allocatorKeyHeld(uint32_t attrId, Orb::GenericValueRef ke
    const Key* k = key.as<Key>();
    if (!k) return false;
    if (attrId == mergedEntryAttr) return mergedEntryHas(*k);
-   if (attrId == unresolvedMergedEntryAttr) return unresolvedMergedEntry_.count(*k) != 0;
+   if (attrId == unresolvedMergedEntryAttr) return data_.unresolvedEntry.count(*k) != 0;
    return false;
 }
 
@@ -350,34 +356,20 @@ void L3InterfaceTable::mergedEntryDel(const Key& key) {
 
 Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntry(
     const Key& key) const {
-   auto it = unresolvedMergedEntry_.find(key);
-   return it == unresolvedMergedEntry_.end() ? nullptr : it->second;
+   return Engine::unresolvedEntry(*this, key);
 }
 
 Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryIs(
     const Key& key) {
-   return Engine::elementIs(*this, unresolvedMergedEntry_, key, unresolvedMergedEntryAttr, [&] {
-      return Brio::Ptr<UnresolvedMergedEntry>(new UnresolvedMergedEntry(key, this));
-   });
+   return Engine::unresolvedEntryIs(*this, key);
 }
 
 Brio::Ptr<L3InterfaceTable::UnresolvedMergedEntry> L3InterfaceTable::unresolvedMergedEntryDel(
     const Key& key) {
-   auto it = unresolvedMergedEntry_.find(key);
-   if (it == unresolvedMergedEntry_.end()) return nullptr;
-   Brio::Ptr<UnresolvedMergedEntry> gone = std::move(it->second);
-   unresolvedMergedEntry_.erase(it);
-   gone->neededEntryHandleSmDelAll();
-   gone->tableIs(nullptr);
-   publisher_.notify(unresolvedMergedEntryAttr, Brio::KeyRef(key));
-   return gone;
+   return Engine::unresolvedEntryDel(*this, key);
 }
 
-void L3InterfaceTable::unresolvedMergedEntryDelAll() {
-   std::vector<Key> keys;
-   for (auto& [k, ume] : unresolvedMergedEntry_) keys.push_back(k);
-   for (auto& k : keys) unresolvedMergedEntryDel(k);
-}
+void L3InterfaceTable::unresolvedMergedEntryDelAll() { Engine::unresolvedEntryDelAll(*this); }
 
 L3InterfaceTable::HandlePtrConst L3InterfaceTable::mappedEntryHandle(const Key& key) const {
    auto it = mappedEntryHandle_.find(key);
@@ -441,7 +433,7 @@ L3InterfaceTable::HandlePtrConst L3InterfaceTable::entryWrite(const Key& key, co
    auto egrHandle = egrL3Oif1Table_->entryHandle(egrIndex);
    // Member rows stand for this key's write only while the key holds it: rows
    // that outlived its merged entry are taken over by a new write.
-   const bool written = eh->hasMergedEntry_ || unresolvedMergedEntry_.count(key) != 0;
+   const bool written = eh->hasMergedEntry_ || data_.unresolvedEntry.count(key) != 0;
    const bool repeat =
        written && ingL3Iif_->resolvedEntryHas(ingIndex) && ingNode &&
        IngL3Iif::Entry::isEq(*ingNode, entry.ingL3IifEntry()) && egrHandle &&

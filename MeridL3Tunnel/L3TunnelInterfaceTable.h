@@ -41,12 +41,15 @@ public:
    // member tables, not in a value map of this table's.
    static constexpr bool knownIndex = false;
    static constexpr bool hasValueMap = false;
+   // The engine's name for the attribute of merged writes waiting for their
+   // members.
+   static constexpr Brio::AttrId unresolvedEntryAttr = 534;
 
    static constexpr Brio::AttrId ingL3IifAttr = 530;
    static constexpr Brio::AttrId egrL3Oif1TableAttr = 531;
    static constexpr Brio::AttrId indexDeallocatorSmAttr = 532;
    static constexpr Brio::AttrId mergedEntryAttr = 533;
-   static constexpr Brio::AttrId unresolvedMergedEntryAttr = 534;
+   static constexpr Brio::AttrId unresolvedMergedEntryAttr = unresolvedEntryAttr;
    static constexpr Brio::AttrId mappedEntryHandleAttr = 535;
 
    // The value a caller writes: one value per member table.
@@ -108,6 +111,7 @@ public:
 
    class EntryHandle;
    class UnresolvedMergedEntry;
+   using UnresolvedEntry = UnresolvedMergedEntry;  // the engine's name for it
    class IndexDeallocatorSm;
    struct __attribute__((visibility("hidden"))) Engine;
 
@@ -138,7 +142,7 @@ public:
    void mergedEntryDel(const Key& key);
    Brio::Ptr<UnresolvedMergedEntry> unresolvedMergedEntry(const Key& key) const;
    bool unresolvedMergedEntryHas(const Key& key) const { return bool(unresolvedMergedEntry(key)); }
-   uint32_t unresolvedMergedEntrys() const { return uint32_t(unresolvedMergedEntry_.size()); }
+   uint32_t unresolvedMergedEntrys() const { return uint32_t(data_.unresolvedEntry.size()); }
    Brio::Ptr<UnresolvedMergedEntry> unresolvedMergedEntryIs(const Key& key);
    Brio::Ptr<UnresolvedMergedEntry> unresolvedMergedEntryDel(const Key& key);
    void unresolvedMergedEntryDelAll();
@@ -202,6 +206,7 @@ private:
    friend struct Asic::TableEngine::WritePath<L3InterfaceTable>;
    friend struct Asic::TableEngine::Indices<L3InterfaceTable>;
    friend struct Asic::TableEngine::Recovery<L3InterfaceTable>;
+   friend struct Asic::TableEngine::Resolution<L3InterfaceTable>;
    friend struct Asic::TableEngine::Lookups<L3InterfaceTable>;
    uint32_t pinnableIndices() const override {
       return indexAllocator_ ? indexAllocator_->indexCount() : 0;
@@ -219,11 +224,11 @@ private:
    Brio::Ptr<Allocator> indexAllocator_;
    struct Data {
       HandleMap entryHandle;
+      Map<Brio::Ptr<UnresolvedMergedEntry>, Asic::unresolvedEntrySeed> unresolvedEntry;
    } data_;
    // Merged entries live in their handles: one exists only while its key has
    // a handle, and a collection of its own would cost a node per key.
    uint32_t mergedEntrys_ = 0;
-   Map<Brio::Ptr<UnresolvedMergedEntry>, Asic::unresolvedEntrySeed> unresolvedMergedEntry_;
    Map<HandlePtrConst, 0x6e2f0b91> mappedEntryHandle_;
 };
 
