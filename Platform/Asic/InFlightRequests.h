@@ -5,21 +5,27 @@
 // Callers name requests by id only and never see how they are kept, so that
 // the ids of a block's rows, which the hardware hands out consecutively, can
 // come to share one record.
+//
+// A tracker of writes only (`HasDeletes` false) keeps no flag: its record is
+// no larger than its waiter, as a table awaiting many row writes at once
+// makes many records.
 #include <cstdint>
 #include <optional>
+#include <type_traits>
 #include <unordered_map>
 
 #include "Asic/HwTable.h"
 
 namespace Asic {
 
-template <class Waiter>
+template <class Waiter, bool HasDeletes = true>
 class InFlightRequests {
 public:
    struct Request {
       Waiter waiter;
-      bool isDelete = false;
+      [[no_unique_address]] std::conditional_t<HasDeletes, bool, std::false_type> isDelete{};
    };
+   static_assert(HasDeletes || sizeof(Request) == sizeof(Waiter));
 
    uint32_t requests() const { return uint32_t(request_.size()); }
    // Whether `id` is awaited and writes a row: a delete never answers for a
@@ -32,7 +38,9 @@ public:
    // Id 0 is no request: the hardware answers nothing for it.
    void requestIs(HwRequestId id, Waiter waiter, bool isDelete = false) {
       if (!id) return;
-      request_.insert_or_assign(id, Request{std::move(waiter), isDelete});
+      Request r{std::move(waiter)};
+      if constexpr (HasDeletes) r.isDelete = isDelete;
+      request_.insert_or_assign(id, std::move(r));
    }
 
    // No longer awaited: answered or forgotten. What was awaited, if it was.

@@ -175,8 +175,8 @@ private:
    Asic::RangeIndexAllocator ranges_;
    // Installed blocks by the hash of their members; not counted.
    std::unordered_multimap<uint32_t, EntryHandle*> blocks_;
-   Asic::InFlightRequests<EntryHandle*> inFlight_;  // a node per row write
-   std::map<Asic::Index, EntryHandle*> byBase_;     // blocks that hold a range
+   Asic::InFlightRequests<EntryHandle*, false> inFlight_;  // row writes, a node each
+   std::map<Asic::Index, EntryHandle*> byBase_;            // blocks that hold a range
    // By index: found at the sync and not claimed since (a bitmap, as the
    // sync marks every row of a full chip).
    std::vector<bool> recoveredRow_;
