@@ -4,7 +4,15 @@
 // map, write path, index holding, programming, removal, resolution,
 // recovery, lookups); `T::Engine` is their composition, and a part reaches
 // another's functions through it, so that a table can compose only the parts
-// it uses.
+// it uses, and hide a part's function with its own where its shape differs
+// (the stale purge's `rowsFound`, `rowClaimed`, `staleRowDel`).
+//
+// A table gives the parts its `Key`, `Entry`, `EntryHandle`, `traceHandle()`,
+// `typeName`, the traits `knownIndex` (the key is the index) and
+// `hasValueMap` (values live in a resolved-entry map kept with the handles),
+// `UnresolvedEntry` and `unresolvedEntryAttr` for resolution, its
+// `publisher_`, and in `data_` the collections the parts it uses keep:
+// `entryHandle`, `resolvedEntry`, `unresolvedEntry`, `inFlight`.
 #include <cstdint>
 #include <string_view>
 #include <vector>
