@@ -5,26 +5,20 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/file.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "support/Installed.h"
@@ -58,7 +52,6 @@ Json via(const std::string& dst, uint32_t weight = 1, uint32_t adj = 1) {
            {"weight", weight},
            {"underlayAdjId", {{"adjId", adj}}}};
 }
-Json dropVia(uint32_t weight) { return {{"nhEntryType", "nextHopDrop"}, {"weight", weight}}; }
 // Vectors, not Json, so that a single element is not taken for the whole.
 Json program(const std::string& group, const std::vector<Json>& vias) {
    return {{"op", "program"}, {"group", group}, {"vias", vias}};
@@ -77,6 +70,28 @@ const Json& entryTo(const Json& snap, const std::string& table, const std::strin
    throw std::runtime_error(table + " has no entry for " + dst);
 }
 
+// The text lines of a human run that start with `prefix` after blanks.
+std::vector<std::string> linesStarting(const std::string& text, const std::string& prefix) {
+   std::vector<std::string> out;
+   std::istringstream in(text);
+   for (std::string line; std::getline(in, line);) {
+      const size_t at = line.find_first_not_of(' ');
+      if (at != std::string::npos && line.compare(at, prefix.size(), prefix) == 0)
+         out.push_back(line.substr(at));
+   }
+   return out;
+}
+
+// Refused: exit code `code`, nothing on standard output and one line on
+// standard error that starts with `start` (and is `start` when it ends
+// the line).
+void expectRefused(const Outcome& r, const std::string& start, int code = 2) {
+   EXPECT_EQ(r.code, code) << r.err;
+   EXPECT_TRUE(r.out.empty()) << r.out;
+   EXPECT_TRUE(r.err.starts_with(start)) << r.err;
+   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
+
 class L3TunnelTool : public ::testing::Test {
 protected:
    void SetUp() override { ASSERT_FALSE(scratch_.path.empty()); }
@@ -88,37 +103,11 @@ protected:
    }
 
    Outcome run(const std::vector<std::string>& args,
-               const std::vector<std::pair<std::string, std::string>>& env = {}) {
+               const std::vector<std::pair<std::string, std::string>>& env = {},
+               const std::function<void()>& inChild = {}) {
       std::vector<std::string> argv{binary};
       argv.insert(argv.end(), args.begin(), args.end());
-      return test::runProgram(dir_, argv, env);
-   }
-
-   // Runs the program with `setUp` called in the child just before it
-   // starts (to point standard output elsewhere, say), with SIGPIPE as a shell
-   // leaves it. Its usage of resources comes back in `usage`.
-   Outcome runWith(const std::vector<std::string>& args, const std::function<void()>& setUp,
-                   rusage* usage = nullptr) {
-      const fs::path out = dir_ / "stdout", err = dir_ / "stderr";
-      std::vector<std::string> argv{binary};
-      argv.insert(argv.end(), args.begin(), args.end());
-      const pid_t pid = fork();
-      if (pid == 0) {
-         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-         std::signal(SIGPIPE, SIG_DFL);
-         setUp();
-         std::vector<char*> cargs;
-         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
-         cargs.push_back(nullptr);
-         execv(cargs[0], cargs.data());
-         _exit(127);
-      }
-      int status = 0;
-      rusage ignored{};
-      wait4(pid, &status, 0, usage ? usage : &ignored);
-      return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), fileText(out),
-              fileText(err)};
+      return test::runProgram(dir_, argv, env, inChild);
    }
 
    // Runs the program on a terminal, TERM and NO_COLOR unset but for `env`;
@@ -190,88 +179,47 @@ TEST_F(L3TunnelTool, EachStepPrintsOneLinePerStepEndingInThePlainRunsState) {
    EXPECT_EQ(steps[2], runJson(s));
 }
 
-// The scenario's toggles hold, whatever toggle directory the caller has, and
-// the private one is gone when the run is over.
-TEST_F(L3TunnelTool, CallersToggleDirectoryIsIgnoredAndNothingIsLeftBehind) {
+// The examples run in the sweeps; the bad one is refused as documented, with
+// --json as one object a program can read.
+TEST_F(L3TunnelTool, TheBadExampleIsRefusedAsDocumented) {
+   const std::string bad = std::string(L3TUNNEL_EXAMPLES) + "/bad.json";
+   expectRefused(
+       run({"run", bad}),
+       "l3tunnel: " + bad + ": step 3: vias[1].ttl: -1 is not an unsigned 32-bit number\n");
+   const Outcome r = run({"run", bad, "--json"});
+   expectRefused(r, "{");
+   EXPECT_EQ(Json::parse(r.err), Json({{"error", "-1 is not an unsigned 32-bit number"},
+                                       {"file", bad},
+                                       {"step", 3},
+                                       {"field", "vias[1].ttl"}}));
+}
+
+// The demo reads the caller's toggle file and refuses a bad one in one line;
+// a run holds to its scenario's toggles and leaves no private copy behind.
+TEST_F(L3TunnelTool, TheCallersTogglesAreTheDemosNotARunsOnes) {
    fs::create_directories(dir_ / "toggles");
    fs::create_directories(dir_ / "tmp");
+   const std::string toggles = (dir_ / "toggles").string();
+   const std::vector<std::pair<std::string, std::string>> env{{"L3TUNNEL_TOGGLE_DIR", toggles},
+                                                              {"TMPDIR", (dir_ / "tmp").string()}};
    write("toggles/MeridL3.json", "{\"CommonIifOifIndex\": false}");
+   const Outcome off = test::runProgram(dir_, {demo}, env);
+   EXPECT_EQ(off.code, 0) << off.err;
+   EXPECT_TRUE(off.out.starts_with("CommonIifOifIndex is off")) << off.out;
    Json s = scenario({});
    s.erase("toggles");
-   const Outcome r = run(
-       {"run", write("s.json", s.dump()).string(), "--json"},
-       {{"L3TUNNEL_TOGGLE_DIR", (dir_ / "toggles").string()}, {"TMPDIR", (dir_ / "tmp").string()}});
+   const Outcome r = run({"run", write("s.json", s.dump()).string(), "--json"}, env);
    ASSERT_EQ(r.code, 0) << r.err;
    EXPECT_TRUE(jsonOf(r, false).at("tables").contains("L3InterfaceTable"));
    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
-}
 
-TEST_F(L3TunnelTool, ExamplesRunAndTheBadOneIsRefusedAsDocumented) {
-   int scenarios = 0;
-   for (const auto& f : fs::directory_iterator(L3TUNNEL_EXAMPLES)) {
-      // The scenarios; examples/consumer is a program of another project.
-      if (f.path().extension() != ".json") continue;
-      ++scenarios;
-      const Outcome r = run({"run", f.path().string(), "--json"});
-      if (f.path().filename() == "bad.json") {
-         EXPECT_EQ(r.code, 2);
-         EXPECT_EQ(run({"run", f.path().string()}).err,
-                   "l3tunnel: " + f.path().string() +
-                       ": step 3: vias[1].ttl: -1 is not an unsigned 32-bit number\n");
-         // With --json the same, as one object a program can read.
-         EXPECT_EQ(Json::parse(r.err), Json({{"error", "-1 is not an unsigned 32-bit number"},
-                                             {"file", f.path().string()},
-                                             {"step", 3},
-                                             {"field", "vias[1].ttl"}}));
-         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
-         continue;
-      }
-      EXPECT_EQ(r.code, 0) << f.path() << r.err;
-      EXPECT_NO_THROW(jsonOf(r, false)) << f.path();
-   }
-   EXPECT_GE(scenarios, 5);
+   write("toggles/MeridL3.json", "{\"CommonIifOifIndex\": maybe}");
+   expectRefused(
+       test::runProgram(dir_, {demo}, env),
+       "tunnel_demo: toggle file " + toggles + "/MeridL3.json: expected a number at position 22\n");
 }
 
 // ---- refusals ------------------------------------------------------------------
-
-// A damaged state file or one of another version is refused before anything
-// runs and is left as it was.
-TEST_F(L3TunnelTool, UnusableStateFilesAreRefusedAndKept) {
-   const std::string scenarioFile =
-       write("s.json", scenario({program("a", {via("10.9.0.1", 2)})}).dump()).string();
-   const fs::path state = dir_ / "state", file = state / "chip.state";
-   ASSERT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
-   const std::string good = fileText(file);
-   ASSERT_EQ(good.rfind("l3tunnel-chip-state 1\n", 0), 0u) << "the format's header changed";
-   std::string flipped = good;
-   flipped[good.size() / 2] ^= 0x01;
-   const std::vector<std::pair<const char*, std::string>> damaged{
-       {"garbage", "not a chip state\n"},
-       {"other version", "l3tunnel-chip-state 2" + good.substr(good.find('\n'))},
-       {"cut short", good.substr(0, good.size() / 2)},
-       {"one bit flipped", flipped},
-       {"empty", ""},
-   };
-   for (const auto& [what, text] : damaged) {
-      write("state/chip.state", text);
-      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string()});
-      EXPECT_EQ(r.code, 2) << what;
-      EXPECT_TRUE(r.out.empty()) << what;
-      EXPECT_EQ(r.err.rfind("l3tunnel: " + file.string() + ": ", 0), 0u) << what << ": " << r.err;
-      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << what << ": " << r.err;
-      EXPECT_EQ(fileText(file), text) << what;
-   }
-   // A sound file whose tables are not the size the scenario gives them.
-   write("state/chip.state", good);
-   Json smaller = scenario({});
-   smaller["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 8}}}};
-   const Outcome r =
-       run({"run", write("small.json", smaller.dump()).string(), "--state-dir", state.string()});
-   EXPECT_EQ(r.code, 2);
-   EXPECT_EQ(r.err, "l3tunnel: " + file.string() +
-                        ": L3EcmpMember0Table has 4096 rows there, the scenario gives it 8\n");
-   EXPECT_EQ(fileText(file), good);
-}
 
 struct BadInput {
    const char* name;
@@ -370,12 +318,8 @@ class BadInputTest : public L3TunnelTool, public ::testing::WithParamInterface<B
 TEST_P(BadInputTest, IsRefusedWithOneLineNamingTheField) {
    const std::string file = write("bad.json", GetParam().scenario).string();
    const fs::path state = dir_ / "state";
-   const Outcome r = run({"run", file, "--state-dir", state.string()});
-   EXPECT_EQ(r.code, 2);
-   EXPECT_TRUE(r.out.empty()) << r.out;
-   const std::string prefix = "l3tunnel: " + file + ": ";
-   EXPECT_EQ(r.err.rfind(prefix + GetParam().message, 0), 0u) << r.err;
-   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+   expectRefused(run({"run", file, "--state-dir", state.string()}),
+                 "l3tunnel: " + file + ": " + GetParam().message);
    EXPECT_FALSE(fs::exists(state));
 }
 
@@ -383,6 +327,16 @@ INSTANTIATE_TEST_SUITE_P(Scenario, BadInputTest, ::testing::ValuesIn(badInputs),
                          [](const auto& info) { return info.param.name; });
 
 TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
+   // A scenario is at most 64 MiB: a larger file is refused from its size, a
+   // device after one byte past the bound, neither read whole.
+   const std::string atBound = (dir_ / "at.json").string(),
+                     beyond = (dir_ / "beyond.json").string();
+   for (const auto& [path, size] :
+        {std::pair{atBound, 64u << 20}, std::pair{beyond, (64u << 20) + 1}}) {
+      std::ofstream(path).close();
+      fs::resize_file(path, size);  // zero bytes, and sparse
+   }
+   const std::string tooLarge = ": larger than 64 MiB, the largest scenario accepted\n";
    struct Case {
       std::vector<std::string> args;
       int code;
@@ -400,48 +354,173 @@ TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
        {{"run", file, "--colour"}, 2, "", "l3tunnel: unknown option '--colour'\nusage:"},
        {{"run", file, "--state-dir"}, 2, "", "l3tunnel: --state-dir needs a value\nusage:"},
        {{"run", file, file}, 2, "", "l3tunnel: run: unexpected argument"},
+       {{"run", file, "--tunnel", "10.0.0.1"},
+        2,
+        "",
+        "l3tunnel: --tunnel: '10.0.0.1' is not SRC,DST"},
        {{"run", (dir_ / "none.json").string()},
         2,
         "",
         "l3tunnel: " + (dir_ / "none.json").string()},
+       {{"run", beyond}, 2, "", "l3tunnel: " + beyond + tooLarge},
+       {{"run", "/dev/zero"}, 2, "", "l3tunnel: /dev/zero" + tooLarge},
+       {{"run", atBound}, 2, "", "l3tunnel: " + atBound + ": malformed JSON: "},
    };
    for (const auto& c : cases) {
       const Outcome r = run(c.args);
       const std::string what = ::testing::PrintToString(c.args);
       EXPECT_EQ(r.code, c.code) << what;
-      EXPECT_EQ(r.out.rfind(c.out, 0), 0u) << what << r.out;
-      EXPECT_EQ(r.err.rfind(c.err, 0), 0u) << what << r.err;
+      EXPECT_TRUE(r.out.starts_with(c.out)) << what << r.out;
+      EXPECT_TRUE(r.err.starts_with(c.err)) << what << r.err;
       if (c.code == 2) {
          EXPECT_TRUE(r.out.empty()) << what;
       }
-   }
-}
-
-// A scenario is at most 64 MiB: a larger file is refused from its size, a
-// device after one byte past the bound, neither read whole.
-TEST_F(L3TunnelTool, ScenariosBeyondTheSizeBoundAreRefusedUnparsed) {
-   constexpr uintmax_t bound = uintmax_t(64) << 20;
-   const fs::path atBound = dir_ / "at.json", beyond = dir_ / "beyond.json";
-   for (const auto& [path, size] : {std::pair{atBound, bound}, std::pair{beyond, bound + 1}}) {
-      std::ofstream(path).close();
-      fs::resize_file(path, size);  // zero bytes, and sparse
-   }
-   const std::string tooLarge = "larger than 64 MiB, the largest scenario accepted\n";
-   struct Case {
-      std::string file;
-      std::string message;  // what the line starts with after "l3tunnel: FILE: "
-   };
-   for (const Case& c : {Case{beyond.string(), tooLarge}, Case{"/dev/zero", tooLarge},
-                         Case{atBound.string(), "malformed JSON: "}}) {
-      const Outcome r = run({"run", c.file});
-      EXPECT_EQ(r.code, 2) << c.file;
-      EXPECT_TRUE(r.out.empty()) << c.file;
-      EXPECT_EQ(r.err.rfind("l3tunnel: " + c.file + ": " + c.message, 0), 0u) << r.err;
    }
    EXPECT_NE(run({"--help"}).out.find("A scenario is at most 64 MiB.\n"), std::string::npos);
 }
 
 // ---- the state directory -------------------------------------------------------
+
+// `saved` with `from` replaced by `to` in the first row of `table` whose text
+// or key holds it (a drop next hop's row aside), sealed again; `row` is set
+// to that row's index. A row is "row INDEX" and three strings, each
+// "LENGTH:TEXT"; saved rows hold no line ends of their own.
+std::string savedWith(const std::string& saved, const std::string& table, const std::string& from,
+                      const std::string& to, std::string& row) {
+   std::istringstream in(saved);
+   std::string line, body, current;
+   while (std::getline(in, line) && !line.starts_with("end ")) {
+      if (line.starts_with("table ")) current = line.substr(line.find(':') + 1);
+      if (row.empty() && line.starts_with("row ") && current == "MeridL3Tunnel::" + table &&
+          line.find("'drop': True") == std::string::npos && line.find(from) != std::string::npos) {
+         row = line.substr(4, line.find(' ', 4) - 4);
+         std::string edited = "row " + row;
+         bool replaced = false;
+         for (size_t at = 5 + row.size(); at < line.size();) {
+            const size_t colon = line.find(':', at), n = std::stoul(line.substr(at, colon - at));
+            std::string s = line.substr(colon + 1, n);
+            if (const size_t f = s.find(from); f != std::string::npos && !replaced) {
+               s.replace(f, from.size(), to);
+               replaced = true;
+            }
+            edited += " " + std::to_string(s.size()) + ":" + s;
+            at = colon + 1 + n + 1;
+         }
+         line = edited;
+      }
+      body += line + "\n";
+   }
+   EXPECT_FALSE(row.empty()) << table << " has no row holding " << from;
+   uint64_t h = 0xcbf29ce484222325ull;
+   for (unsigned char c : body) h = (h ^ c) * 0x100000001b3ull;
+   char sum[32];
+   std::snprintf(sum, sizeof sum, "%016llx", static_cast<unsigned long long>(h));
+   return body + "end " + sum + "\n";
+}
+
+// State that cannot be used is refused before any step, in one line naming
+// it, and left as it was: a damaged file or one of another version, one whose
+// rows name indices beyond the tables they name (its checksum good), one
+// sized apart from the scenario, one that cannot be opened (never taken for
+// no state and replaced), a directory that is no directory.
+TEST_F(L3TunnelTool, UnusableStateIsRefusedAndKept) {
+   const std::string scenarioFile =
+       write("s.json", scenario({program("a", {via("10.9.0.1", 2), via("10.9.0.2")})}).dump())
+           .string();
+   const fs::path state = dir_ / "state", file = state / "chip.state";
+   const std::vector<std::string> args{"run", scenarioFile, "--state-dir", state.string()};
+   ASSERT_EQ(run(args).code, 0);
+   const std::string good = fileText(file);
+   ASSERT_TRUE(good.starts_with("l3tunnel-chip-state 1\n")) << "the format's header changed";
+   std::string flipped = good;
+   flipped[good.size() / 2] ^= 0x01;
+   struct Case {
+      std::string what, text;
+      std::string message;  // what the line starts with after "l3tunnel: FILE: "
+   };
+   std::vector<Case> cases{
+       {"garbage", "not a chip state\n", ""},
+       {"other version", "l3tunnel-chip-state 2" + good.substr(good.find('\n')), ""},
+       {"cut short", good.substr(0, good.size() / 2), ""},
+       {"one bit flipped", flipped, ""},
+       {"empty", "", ""},
+   };
+   struct Naming {
+      const char* table;
+      std::string from, to;
+      std::string message;  // after "TABLE row N: "
+   };
+   const Naming naming[] = {
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1000000000,",
+        "'l3Oif1' names 1000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
+        "(4096 rows)"},
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 4000000000,",
+        "'l3Oif1' names 4000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
+        "(4096 rows)"},
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 99999999999,",
+        "'l3Oif1' holds 99999999999, not an index"},
+       // The refusal stays one line whatever the field holds.
+       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1\x1b[31m\nend ,",
+        "'l3Oif1' holds 1\\x1b[31m\\nend , not an index"},
+       {"L3EcmpMember0Table", "'nextHopIdx': 1,", "'nextHopIdx': 4096,",
+        "'nextHopIdx' names 4096, outside L3TunnelIngL3NextHopTable (4096 rows)"},
+       {"L3EcmpMember0Table", "'underlayIdx': 0,", "'underlayIdx': 4096,",
+        "'underlayIdx' names 4096, outside EcmpGroup1Table (4096 rows)"},
+       {"EgrL3Oif1Table", "'tunnelIdx': 1,", "'tunnelIdx': 70000,",
+        "'tunnelIdx' names 70000, outside L3EgrL3Ipv4TunnelTable (4096 rows)"},
+       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(0, 0, 5000)",
+        "its key RowKey(0, 0, 5000) names rows 0 to 4999, outside L3EcmpMember0Table (4096 rows)"},
+       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(1, 0, 3)",
+        "its key RowKey(1, 0, 3) is not of this row"},
+   };
+   for (const Naming& n : naming) {
+      std::string row;
+      const std::string text = savedWith(good, n.table, n.from, n.to, row);
+      cases.push_back({n.to, text, n.table + (" row " + row) + ": " + n.message + "\n"});
+   }
+   for (const Case& c : cases) {
+      SCOPED_TRACE(c.what);
+      write("state/chip.state", c.text);
+      expectRefused(run(args), "l3tunnel: " + file.string() + ": " + c.message);
+      EXPECT_EQ(fileText(file), c.text);
+   }
+
+   write("state/chip.state", good);
+   Json smaller = scenario({});
+   smaller["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 8}}}};
+   expectRefused(
+       run({"run", write("small.json", smaller.dump()).string(), "--state-dir", state.string()}),
+       "l3tunnel: " + file.string() +
+           ": L3EcmpMember0Table has 4096 rows there, the scenario gives it 8\n");
+   EXPECT_EQ(fileText(file), good);
+   EXPECT_EQ(run(args).code, 0) << "each case changed only what it names";
+
+   const std::vector<std::pair<std::string, std::function<void()>>> unopenable{
+       {"dangling link", [&] { fs::create_symlink(dir_ / "nowhere", file); }},
+       {"link loop", [&] { fs::create_symlink("chip.state", file); }},
+       {"unreadable",
+        [&] {
+           std::ofstream(file) << "l3tunnel-chip-state 1\n";
+           fs::permissions(file, fs::perms::none);
+        }},
+   };
+   for (const auto& [what, make] : unopenable) {
+      if (what == "unreadable" && geteuid() == 0) continue;  // root reads it all the same
+      SCOPED_TRACE(what);
+      fs::remove(file);
+      make();
+      const auto kind = fs::symlink_status(file).type();
+      expectRefused(run(args), "l3tunnel: " + file.string() + ": cannot open the state file");
+      EXPECT_EQ(fs::symlink_status(file).type(), kind) << "replaced";
+   }
+
+   const std::string notDir = write("afile", "x").string();
+   for (const auto& [dir, message] :
+        {std::pair{notDir, ": not a directory\n"},
+         std::pair{notDir + "/sub", "/sub: cannot make the state directory: Not a directory\n"}})
+      expectRefused(run({"run", scenarioFile, "--state-dir", dir}),
+                    "l3tunnel: " + notDir + message);
+}
 
 // A run holds its state directory from before the state is read until after
 // it is saved; a second run is refused at once and touches nothing.
@@ -462,68 +541,14 @@ TEST_F(L3TunnelTool, ASecondRunOnAHeldStateDirectoryIsRefused) {
    ASSERT_EQ(pwrite(lock, pid.data(), pid.size(), 0), ssize_t(pid.size()));
    const std::string other =
        write("other.json", scenario({program("b", {via("10.10.0.2")})}).dump()).string();
-   const Outcome r = run({"run", other, "--state-dir", state.string()});
-   EXPECT_EQ(r.code, 1);
-   EXPECT_TRUE(r.out.empty()) << r.out;
-   EXPECT_EQ(r.err, "l3tunnel: " + state.string() + ": another l3tunnel run (pid " + pid +
-                        ") holds this state directory\n");
+   expectRefused(run({"run", other, "--state-dir", state.string()}),
+                 "l3tunnel: " + state.string() + ": another l3tunnel run (pid " + pid +
+                     ") holds this state directory\n",
+                 1);
    EXPECT_EQ(fileText(state / "chip.state"), saved);
    close(lock);
    EXPECT_EQ(run({"run", other, "--state-dir", state.string()}).code, 0)
        << "the lock goes with its holder";
-}
-
-TEST_F(L3TunnelTool, StateDirectoriesThatCannotBeUsedAreRefusedBeforeAnyStep) {
-   const std::string file =
-       write("s.json", scenario({program("a", {via("10.11.0.1")})}).dump()).string();
-   const std::string notDir = write("afile", "x").string();
-   struct Case {
-      std::string dir;
-      std::string message;
-   };
-   for (const Case& c : {Case{notDir, notDir + ": not a directory"},
-                         Case{notDir + "/sub",
-                              notDir + "/sub: cannot make the state directory: Not a directory"}}) {
-      const Outcome r = run({"run", file, "--state-dir", c.dir});
-      EXPECT_EQ(r.code, 2) << c.dir;
-      EXPECT_TRUE(r.out.empty()) << c.dir;
-      EXPECT_EQ(r.err, "l3tunnel: " + c.message + "\n");
-   }
-}
-
-// Whatever is at DIR/chip.state is loaded: one that cannot be opened is
-// refused and left as it is, never taken for no state and replaced.
-TEST_F(L3TunnelTool, StateFilesThatCannotBeOpenedAreRefused) {
-   const std::string file =
-       write("s.json", scenario({program("a", {via("10.12.0.1")})}).dump()).string();
-   const fs::path state = dir_ / "state", path = state / "chip.state";
-   struct Case {
-      std::string name;
-      std::function<void()> make;
-   };
-   const std::vector<Case> cases{
-       {"dangling link", [&] { fs::create_symlink(dir_ / "nowhere", path); }},
-       {"link loop", [&] { fs::create_symlink("chip.state", path); }},
-       {"unreadable",
-        [&] {
-           std::ofstream(path) << "l3tunnel-chip-state 1\n";
-           fs::permissions(path, fs::perms::none);
-        }},
-   };
-   for (const auto& c : cases) {
-      if (c.name == "unreadable" && geteuid() == 0) continue;  // root reads it all the same
-      fs::remove_all(state);
-      fs::create_directories(state);
-      c.make();
-      const auto kind = fs::symlink_status(path).type();
-      const Outcome r = run({"run", file, "--state-dir", state.string()});
-      EXPECT_EQ(r.code, 2) << c.name;
-      EXPECT_TRUE(r.out.empty()) << c.name;
-      EXPECT_EQ(r.err.rfind("l3tunnel: " + path.string() + ": cannot open the state file", 0), 0u)
-          << c.name << ": " << r.err;
-      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-      EXPECT_EQ(fs::symlink_status(path).type(), kind) << c.name << " was replaced";
-   }
 }
 
 TEST_F(L3TunnelTool, SavesThatNeverFinishedAreClearedAway) {
@@ -574,7 +599,7 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
          fs::remove_all(state);
          std::vector<std::string> args{"run", file, "--state-dir", state.string()};
          args.insert(args.end(), mode.begin(), mode.end());
-         const Outcome r = runWith(args, sink.setUp);
+         const Outcome r = run(args, {}, sink.setUp);
          const std::string what = sink.name + ::testing::PrintToString(mode);
          EXPECT_EQ(r.code, 1) << what;
          const std::string message = std::string("standard output: ") + sink.reason;
@@ -584,7 +609,7 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
             EXPECT_EQ(r.err, "l3tunnel: " + message + "\n") << what;
          EXPECT_TRUE(fs::exists(state / "chip.state")) << what;
       }
-      const Outcome r = runWith({"--help"}, sink.setUp);
+      const Outcome r = run({"--help"}, {}, sink.setUp);
       EXPECT_EQ(r.code, 1) << sink.name;
       EXPECT_EQ(r.err, std::string("l3tunnel: standard output: ") + sink.reason + "\n");
    }
@@ -599,10 +624,12 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
 #define L3TUNNEL_TEST_ASAN 1
 #endif
 
-// Colour only on a terminal that takes it, and not when NO_COLOR asks.
+// Colour only on a terminal that takes it, and not when NO_COLOR asks; there
+// a full table's mark is red.
 TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
-   const std::string file =
-       write("s.json", scenario({program("g", {via("10.14.0.1")})}).dump()).string();
+   Json s = scenario({program("g", {via("10.14.0.1")})});
+   s["chip"]["tableSizes"]["L3EcmpMember0Table"] = 1;
+   const std::string file = write("s.json", s.dump()).string();
    struct Case {
       std::vector<std::pair<std::string, std::string>> env;
       std::vector<std::string> extra;
@@ -623,8 +650,9 @@ TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
       const std::string what = ::testing::PrintToString(c.env) + ::testing::PrintToString(c.extra);
       EXPECT_NE(shown.find("L3EcmpMember0Table"), std::string::npos) << what << shown;
       EXPECT_EQ(shown.find("\033[") != std::string::npos, c.colour) << what;
+      EXPECT_EQ(shown.find("\033[31mFULL\033[0m") != std::string::npos, c.colour) << what;
    }
-   const Outcome r = test::runProgram(dir_, {binary, "run", file}, {{"TERM", "xterm"}});
+   const Outcome r = run({"run", file}, {{"TERM", "xterm"}});
    EXPECT_EQ(r.out.find('\033'), std::string::npos) << "not a terminal";
 }
 
@@ -646,28 +674,6 @@ TEST_F(L3TunnelTool, ControlCharactersInNamesArePrintedEscaped) {
    EXPECT_TRUE(runJson(s, {"--each-step"})[0].at("groups").contains(name));
 }
 
-// The demo reads the caller's toggle file: a bad one is refused in one line.
-TEST_F(L3TunnelTool, DemoRefusesABadToggleFileInOneLine) {
-   fs::create_directories(dir_ / "toggles");
-   const std::string toggles = (dir_ / "toggles").string();
-   struct Case {
-      const char* text;
-      int code;
-      std::string out;  // what stdout starts with
-      std::string err;
-   };
-   for (const Case& c : {Case{"{\"CommonIifOifIndex\": false}", 0, "CommonIifOifIndex is off", ""},
-                         Case{"{\"CommonIifOifIndex\": maybe}", 2, "",
-                              "tunnel_demo: toggle file " + toggles +
-                                  "/MeridL3.json: expected a number at position 22\n"}}) {
-      write("toggles/MeridL3.json", c.text);
-      const Outcome r = test::runProgram(dir_, {demo}, {{"L3TUNNEL_TOGGLE_DIR", toggles}});
-      EXPECT_EQ(r.code, c.code) << c.text << r.err;
-      EXPECT_EQ(r.out.rfind(c.out, 0), 0u) << c.text << r.out;
-      EXPECT_EQ(r.err, c.err) << c.text;
-   }
-}
-
 // ---- large inputs (a ctest entry of their own, with a timeout) ----------------
 
 class LargeInput : public L3TunnelTool {};
@@ -679,157 +685,55 @@ TEST_F(LargeInput, HalfAMillionUnderlayGroupsAreCheckedInLinearTime) {
    std::string list;
    for (uint32_t i = 1; i <= groups; ++i)
       list += (i > 1 ? ",{\"adjId\":" : "{\"adjId\":") + std::to_string(i) + "}";
-   struct Case {
-      const char* name;
-      std::string extra;
-      int code;
-      std::string err;  // after "l3tunnel: FILE: "
-   };
-   for (const Case& c : {Case{"distinct", "", 0, ""},
-                         Case{"the last repeats the first", R"(,{"adjId":1,"type":1})", 2,
-                              "underlay[500000]: adjacency 1 of type 1 is listed twice\n"}}) {
-      const std::string file =
-          write("large.json", R"({"underlay":[)" + list + c.extra + R"(],"steps":[]})").string();
-      const Outcome r = run({"run", file});
-      EXPECT_EQ(r.code, c.code) << c.name << r.err;
-      if (c.code != 0) {
-         EXPECT_EQ(r.err, "l3tunnel: " + file + ": " + c.err) << c.name;
-      }
-   }
-}
-
-// ---- recovery: state files naming outside their tables, toggle flips ----------
-
-// One row of a saved state file: its index and its three strings.
-struct SavedRow {
-   std::string index, text, keyType, keyText;
-   static std::optional<SavedRow> of(const std::string& line) {
-      if (!line.starts_with("row ")) return std::nullopt;
-      SavedRow r;
-      size_t at = 4;
-      const size_t blank = line.find(' ', at);
-      r.index = line.substr(at, blank - at);
-      at = blank + 1;
-      for (std::string* s : {&r.text, &r.keyType, &r.keyText}) {
-         const size_t colon = line.find(':', at);
-         const size_t n = std::stoul(line.substr(at, colon - at));
-         *s = line.substr(colon + 1, n);
-         at = colon + 1 + n + 1;
-      }
-      return r;
-   }
-   std::string line() const {
-      auto str = [](const std::string& s) { return std::to_string(s.size()) + ":" + s; };
-      return "row " + index + " " + str(text) + " " + str(keyType) + " " + str(keyText);
-   }
-};
-
-// `saved` with `from` replaced by `to` in the first row of `table` whose text
-// or key holds it (a drop next hop's row aside), sealed again; `row` is set
-// to that row's index. Saved rows hold no line ends of their own.
-std::string savedWith(const std::string& saved, const std::string& table, const std::string& from,
-                      const std::string& to, std::string& row) {
-   std::istringstream in(saved);
-   std::string line, body, current;
-   bool done = false;
-   while (std::getline(in, line)) {
-      if (line.starts_with("end ")) break;
-      if (line.starts_with("table ")) current = line.substr(line.find(':') + 1);
-      auto r = SavedRow::of(line);
-      if (!done && r && current == "MeridL3Tunnel::" + table &&
-          r->text.find("'drop': True") == std::string::npos) {
-         for (std::string* s : {&r->text, &r->keyText}) {
-            const size_t at = s->find(from);
-            if (at == std::string::npos || done) continue;
-            s->replace(at, from.size(), to);
-            done = true;
-            row = r->index;
-            line = r->line();
-         }
-      }
-      body += line + "\n";
-   }
-   EXPECT_TRUE(done) << table << " has no row holding " << from;
-   uint64_t h = 0xcbf29ce484222325ull;
-   for (unsigned char c : body) h = (h ^ c) * 0x100000001b3ull;
-   char sum[32];
-   std::snprintf(sum, sizeof sum, "%016llx", static_cast<unsigned long long>(h));
-   return body + "end " + sum + "\n";
-}
-
-// A hand-edited state file whose checksum is good but whose rows name indices
-// beyond the tables they name is refused whole, before anything runs or is
-// allocated by such an index.
-TEST_F(L3TunnelTool, StateFilesNamingBeyondTheirTablesAreRefused) {
-   const std::string scenarioFile =
-       write("s.json", scenario({program("a", {via("10.9.0.1", 2), via("10.9.0.2")})}).dump())
+   const std::string file =
+       write("large.json", R"({"underlay":[)" + list + R"(],"steps":[]})").string();
+   EXPECT_EQ(run({"run", file}).code, 0);
+   const std::string repeated =
+       write("repeated.json", R"({"underlay":[)" + list + R"(,{"adjId":1,"type":1}],"steps":[]})")
            .string();
-   const fs::path state = dir_ / "state", file = state / "chip.state";
-   ASSERT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
-   const std::string good = fileText(file);
-   struct Case {
-      const char* table;
-      std::string from, to;
-      std::string message;  // after "TABLE row N: "
-   };
-   const Case cases[] = {
-       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1000000000,",
-        "'l3Oif1' names 1000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
-        "(4096 rows)"},
-       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 4000000000,",
-        "'l3Oif1' names 4000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
-        "(4096 rows)"},
-       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 99999999999,",
-        "'l3Oif1' holds 99999999999, not an index"},
-       // The refusal stays one line whatever the field holds.
-       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1\x1b[31m\nend ,",
-        "'l3Oif1' holds 1\\x1b[31m\\nend , not an index"},
-       {"L3EcmpMember0Table", "'nextHopIdx': 1,", "'nextHopIdx': 4096,",
-        "'nextHopIdx' names 4096, outside L3TunnelIngL3NextHopTable (4096 rows)"},
-       {"L3EcmpMember0Table", "'underlayIdx': 0,", "'underlayIdx': 4096,",
-        "'underlayIdx' names 4096, outside EcmpGroup1Table (4096 rows)"},
-       {"EgrL3Oif1Table", "'tunnelIdx': 1,", "'tunnelIdx': 70000,",
-        "'tunnelIdx' names 70000, outside L3EgrL3Ipv4TunnelTable (4096 rows)"},
-       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(0, 0, 5000)",
-        "its key RowKey(0, 0, 5000) names rows 0 to 4999, outside L3EcmpMember0Table (4096 rows)"},
-       {"L3EcmpMember0Table", "RowKey(0, 0, 3)", "RowKey(1, 0, 3)",
-        "its key RowKey(1, 0, 3) is not of this row"},
-   };
-   for (const Case& c : cases) {
-      std::string row;
-      const std::string text = savedWith(good, c.table, c.from, c.to, row);
-      write("state/chip.state", text);
-      const Outcome r = run({"run", scenarioFile, "--state-dir", state.string()});
-      EXPECT_EQ(r.code, 2) << c.to;
-      EXPECT_EQ(r.err, "l3tunnel: " + file.string() + ": " + c.table + " row " + row + ": " +
-                           c.message + "\n");
-      EXPECT_TRUE(r.out.empty()) << c.to;
-      EXPECT_EQ(fileText(file), text) << c.to;
-   }
-   // Each case changed only what it names: the file as saved still loads.
-   write("state/chip.state", good);
-   EXPECT_EQ(run({"run", scenarioFile, "--state-dir", state.string()}).code, 0);
+   expectRefused(
+       run({"run", repeated}),
+       "l3tunnel: " + repeated + ": underlay[500000]: adjacency 1 of type 1 is listed twice\n");
 }
 
-}  // namespace
+// 50,000 steps with --each-step --json: one line each, written as the step
+// ends, so the output costs the same memory however many steps there are.
+TEST_F(LargeInput, FiftyThousandStepsStreamInBoundedMemory) {
+#ifdef L3TUNNEL_TEST_ASAN
+   GTEST_SKIP() << "AddressSanitizer keeps freed memory back";
+#endif
+   // Written a step at a time: a child's peak counts from the size of this
+   // process when it forks, which must stay well below the program's.
+   const std::string file = (dir_ / "long.json").string();
+   std::ofstream out(file);
+   Json s = scenario({});
+   for (const char* t :
+        {"L3EcmpMember0Table", "L3TunnelIngL3NextHopTable", "IngL3Iif", "EgrL3Oif1Table",
+         "L3EgrL3Ipv4TunnelTable", "L3EgrL3Ipv6TunnelTable", "L3TunnelEgrL3Oif1Table"})
+      s["chip"]["tableSizes"][t] = 16;
+   s.erase("steps");
+   const std::string head = s.dump();
+   out << head.substr(0, head.size() - 1) << R"(,"steps":)";
+   for (int i = 0; i < 50000; ++i) {
+      const std::string group = "g" + std::to_string(i % 3);
+      out << (i ? "," : "[")
+          << (i % 6 < 3 ? program(group, {via("10.30." + std::to_string(i % 5) + ".1")})
+                        : release(group));
+   }
+   out << "]}";
+   out.close();
+   // Half a gigabyte of lines, thrown away as they come.
+   auto toNull = [] { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); };
+   // The scenario itself is held whole (it is checked before the first step);
+   // against the same run printing once, the steps' lines cost nothing lasting.
+   const Outcome once = run({"run", file, "--json"}, {}, toNull);
+   const Outcome each = run({"run", file, "--json", "--each-step"}, {}, toNull);
+   EXPECT_EQ(once.code, 0);
+   EXPECT_EQ(each.code, 0);
+   EXPECT_LT(each.peakKb - once.peakKb, 8 * 1024) << once.peakKb << " KB, then " << each.peakKb;
+}
 
 // ---- what an operator asks -----------------------------------------------------
-
-namespace {
-
-// The text lines of a human run that start with `prefix` after blanks.
-std::vector<std::string> linesStarting(const std::string& text, const std::string& prefix) {
-   std::vector<std::string> out;
-   std::istringstream in(text);
-   for (std::string line; std::getline(in, line);) {
-      const size_t at = line.find_first_not_of(' ');
-      if (at != std::string::npos && line.compare(at, prefix.size(), prefix) == 0)
-         out.push_back(line.substr(at));
-   }
-   return out;
-}
-
-}  // namespace
 
 // Why is this group not programmed? The group says, in both outputs, naming
 // the table and what is missing; indices an entry does not have are null.
@@ -932,9 +836,6 @@ TEST_P(ToggleTest, TheGroupsOfATunnelAndTheChainOfAMember) {
    EXPECT_EQ(linesStarting(text.out, "b ("), std::vector<std::string>{"b (slots 0, 1)"});
    EXPECT_NE(run({"run", file, "--tunnel", "10.0.0.1,10.99.0.9"}).out.find("no table holds it"),
              std::string::npos);
-   const Outcome bad = run({"run", file, "--tunnel", "10.0.0.1"});
-   EXPECT_EQ(bad.code, 2);
-   EXPECT_EQ(bad.err.rfind("l3tunnel: --tunnel: '10.0.0.1' is not SRC,DST", 0), 0u) << bad.err;
 }
 
 // Which table is full, and by how much? Usable rows leave a tunnel table's
@@ -982,10 +883,6 @@ TEST_F(L3TunnelTool, TablesSayHowFullTheyAre) {
              std::vector<std::string>{"L3EgrL3Ipv4TunnelTable: 3 of 3 usable rows used (100.0%), "
                                       "0 free of 4 rows, 2 refused  FULL; 5 entries"});
    EXPECT_EQ(linesStarting(text.out, "warning: ").size(), 1u);
-   // On a terminal the mark is red.
-   const std::string shown =
-       runOnTerminal({"run", write("s.json", s.dump()).string()}, {{"TERM", "xterm"}});
-   EXPECT_NE(shown.find("\033[31mFULL\033[0m"), std::string::npos);
 }
 
 // Did the restart change anything? A run from a state directory says how many
@@ -1006,25 +903,6 @@ TEST_P(ToggleTest, ARestartSaysWhatItFoundAndWhatItChanged) {
    EXPECT_EQ(second.at("run").at("changedRows"), 0) << "the replay lands every key on its row";
    EXPECT_EQ(second.at("run").at("hardwareWrites"), 0) << "and finds it holding what it writes";
    EXPECT_EQ(second.at("run").at("hardwareDeletes"), 0);
-
-   // Within a run too: many groups, a restart, the same steps again and the
-   // reconcile write and delete nothing after the restart.
-   std::vector<Json> groups;
-   for (uint32_t g = 0; g < 40; ++g)
-      groups.push_back(program("g" + std::to_string(g),
-                               {via("10.27.1." + std::to_string(g % 9 + 1), g % 3 + 1, g % 3 + 1),
-                                via("10.27.2." + std::to_string(g % 5 + 1)), dropVia(g % 2)}));
-   std::vector<Json> steps = groups;
-   steps.push_back({{"op", "restart"}});
-   steps.insert(steps.end(), groups.begin(), groups.end());
-   steps.push_back({{"op", "reconcile"}});
-   const Json each = runJson(scenario(steps, GetParam()), {"--each-step"});
-   ASSERT_EQ(each.size(), steps.size());
-   const Json& atRestart = each.at(groups.size()).at("run");
-   EXPECT_GT(atRestart.at("hardwareWrites"), 100);
-   for (const char* counter : {"hardwareWrites", "hardwareDeletes", "changedRows"})
-      EXPECT_EQ(each.back().at("run").at(counter), atRestart.at(counter)) << counter;
-   EXPECT_EQ(each.back().at("groups").size(), groups.size());
 
    const Outcome text = run({"run", file, "--state-dir", state});
    EXPECT_EQ(text.out.substr(0, text.out.find('\n')),
@@ -1084,62 +962,4 @@ TEST_F(L3TunnelTool, ChangesAreWhatEachStepDid) {
    EXPECT_EQ(linesStarting(text.out, "no changes").size(), 1u) << text.out;
 }
 
-// 50,000 steps with --each-step --json: one line each, written as the step
-// ends, so the output costs the same memory however many steps there are.
-TEST_F(LargeInput, FiftyThousandStepsStreamInBoundedMemory) {
-#ifdef L3TUNNEL_TEST_ASAN
-   GTEST_SKIP() << "AddressSanitizer keeps freed memory back";
-#endif
-   std::vector<Json> steps;
-   for (int i = 0; i < 50000; ++i) {
-      const std::string group = "g" + std::to_string(i % 3);
-      if (i % 6 < 3)
-         steps.push_back(program(group, {via("10.30." + std::to_string(i % 5) + ".1")}));
-      else
-         steps.push_back(release(group));
-   }
-   Json s = scenario(steps);
-   for (const char* t :
-        {"L3EcmpMember0Table", "L3TunnelIngL3NextHopTable", "IngL3Iif", "EgrL3Oif1Table",
-         "L3EgrL3Ipv4TunnelTable", "L3EgrL3Ipv6TunnelTable", "L3TunnelEgrL3Oif1Table"})
-      s["chip"]["tableSizes"][t] = 16;
-   const std::string file = write("long.json", s.dump()).string();
-   // Runs the program with its output read (and its lines counted) as it
-   // comes; its peak resident size in KB.
-   auto peakKb = [&](const std::vector<std::string>& options, uint64_t& lines) {
-      std::vector<std::string> argv{binary, "run", file};
-      argv.insert(argv.end(), options.begin(), options.end());
-      int p[2];
-      if (pipe(p) != 0) return int64_t(-1);
-      const pid_t pid = fork();
-      if (pid == 0) {
-         dup2(p[1], STDOUT_FILENO);
-         close(p[0]);
-         close(p[1]);
-         std::vector<char*> cargs;
-         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
-         cargs.push_back(nullptr);
-         execv(cargs[0], cargs.data());
-         _exit(127);
-      }
-      close(p[1]);
-      lines = 0;
-      char buffer[1 << 16];
-      for (ssize_t n; (n = read(p[0], buffer, sizeof buffer)) > 0;)
-         lines += uint64_t(std::count(buffer, buffer + n, '\n'));
-      close(p[0]);
-      int status = 0;
-      rusage usage{};
-      wait4(pid, &status, 0, &usage);
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-      return int64_t(usage.ru_maxrss);
-   };
-   uint64_t lines = 0;
-   // The scenario itself is held whole (it is checked before the first step);
-   // against the same run printing once, the steps' lines cost nothing lasting.
-   const int64_t once = peakKb({"--json"}, lines);
-   EXPECT_EQ(lines, 1u);
-   const int64_t each = peakKb({"--json", "--each-step"}, lines);
-   EXPECT_EQ(lines, 50000u);
-   EXPECT_LT(each - once, 8 * 1024) << once << " KB, then " << each << " KB";
-}
+}  // namespace

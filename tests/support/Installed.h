@@ -3,13 +3,17 @@
 // directory, running the program with its output caught, and the scenarios
 // the sweeps run. No gtest here.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -43,17 +47,23 @@ struct Outcome {
    int code = -1;  // the exit code, 128 + the signal for a killed program
    std::string out;
    std::string err;
+   int64_t peakKb = 0;  // its peak resident size
 };
 
-// Runs `argv` (the program first) with `env` added, its output caught in `dir`.
+// Runs `argv` (the program first) with `env` added and SIGPIPE as a shell
+// leaves it, its output caught in `dir`; `inChild` runs just before the
+// program starts (to point its output elsewhere, say).
 inline Outcome runProgram(const std::filesystem::path& dir, const std::vector<std::string>& argv,
-                          const std::vector<std::pair<std::string, std::string>>& env = {}) {
+                          const std::vector<std::pair<std::string, std::string>>& env = {},
+                          const std::function<void()>& inChild = {}) {
    const std::filesystem::path out = dir / "stdout", err = dir / "stderr";
    const pid_t pid = fork();
    if (pid == 0) {
       dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
       dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
       for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
+      std::signal(SIGPIPE, SIG_DFL);
+      if (inChild) inChild();
       std::vector<char*> args;
       for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
       args.push_back(nullptr);
@@ -61,9 +71,10 @@ inline Outcome runProgram(const std::filesystem::path& dir, const std::vector<st
       _exit(127);
    }
    int status = 0;
-   waitpid(pid, &status, 0);
+   rusage usage{};
+   wait4(pid, &status, 0, &usage);
    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), fileText(out),
-           fileText(err)};
+           fileText(err), int64_t(usage.ru_maxrss)};
 }
 
 // The example scenarios but the deliberately bad one, then every *.json in
