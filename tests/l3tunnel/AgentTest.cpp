@@ -2,7 +2,6 @@
 // network namespace while iproute2 changes it; `l3tunnel show --json` says
 // what it holds.
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -11,19 +10,17 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
+#include "support/Installed.h"
 #include "support/KernelNamespaceTest.h"
 
 namespace {
@@ -33,31 +30,13 @@ namespace fs = std::filesystem;
 
 const std::string program = L3TUNNEL_INSTALLED;
 
-// Runs a shell command; its exit status.
-int sh(const std::string& command) {
-   const int status = std::system(command.c_str());
-   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// Standard output of a command, and its exit status.
-std::pair<std::string, int> capture(const std::string& command) {
-   std::string out;
-   FILE* p = popen(command.c_str(), "r");
-   if (!p) return {out, -1};
-   char buf[65536];
-   size_t n;
-   while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-   const int status = pclose(p);
-   return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-}
-
 // iproute2 commands, one per line, in one `ip -batch`.
-void ipBatch(const std::string& dir, const std::vector<std::string>& lines) {
-   const std::string file = dir + "/batch";
+void ipBatch(const fs::path& dir, const std::vector<std::string>& lines) {
+   const fs::path file = dir / "batch";
    std::ofstream out(file);
    for (const auto& l : lines) out << l << "\n";
    out.close();
-   ASSERT_EQ(sh("ip -batch " + file), 0) << lines.front();
+   ASSERT_EQ(std::system(("ip -batch " + file.string()).c_str()), 0) << lines.front();
 }
 
 const std::vector<std::string> exampleSetUp = {
@@ -87,32 +66,32 @@ class Agent : public ::testing::Test {
 protected:
    void SetUp() override {
       if (!support::kernelNamespaceReady()) GTEST_SKIP();
-      char pattern[] = "/tmp/l3tunnel-agent-test-XXXXXX";
-      ASSERT_TRUE(mkdtemp(pattern));
-      dir_ = pattern;
-      state_ = dir_ + "/state";
+      ASSERT_FALSE(scratch_.path.empty());
    }
 
    void TearDown() override {
       if (pid_ > 0) stop(SIGKILL);
-      if (!dir_.empty()) fs::remove_all(dir_);
    }
 
-   void start(const std::vector<std::string>& extra = {}) {
+   // The agent on the state directory, its errors logged, not waited for.
+   void launch(const std::vector<std::string>& extra = {}) {
       std::vector<std::string> args = {program, "agent", "--state-dir", state_};
       args.insert(args.end(), extra.begin(), extra.end());
       pid_ = fork();
       ASSERT_GE(pid_, 0);
       if (pid_ == 0) {
-         const std::string log = dir_ + "/agent.log";
-         freopen(log.c_str(), "a", stderr);
+         freopen((dir_ / "agent.log").c_str(), "a", stderr);
          std::vector<char*> argv;
          for (auto& a : args) argv.push_back(a.data());
          argv.push_back(nullptr);
          execv(argv[0], argv.data());
          _exit(127);
       }
-      // Up once it answers and has finished its start-up sync.
+   }
+
+   // Up once it answers and has finished its start-up sync.
+   void start(const std::vector<std::string>& extra = {}) {
+      launch(extra);
       waitFor([](const Json& s) { return s["agent"]["phase"] == "following"; }, "start");
    }
 
@@ -125,11 +104,15 @@ protected:
       return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
    }
 
+   test::Outcome l3tunnel(const std::vector<std::string>& args) {
+      std::vector<std::string> argv{program};
+      argv.insert(argv.end(), args.begin(), args.end());
+      return test::runProgram(dir_, argv);
+   }
+
    Json show(const std::string& view = "all") {
-      auto [out, code] =
-          capture(program + " show --socket " + state_ + "/agent.sock --json " + view + " 2>&1");
-      if (code != 0) return Json();
-      return Json::parse(out, nullptr, false);
+      const test::Outcome r = l3tunnel({"show", "--socket", socket_, "--json", view});
+      return r.code == 0 ? Json::parse(r.out, nullptr, false) : Json();
    }
 
    // Polls `show` until `ready` holds; fails the test with the last answer.
@@ -142,12 +125,13 @@ protected:
       }
       Json brief = s.is_object() ? Json{{"agent", s["agent"]}, {"groups", s["groups"]}} : s;
       ADD_FAILURE() << "timed out waiting for " << what << "; last answer: " << brief.dump() << "\n"
-                    << capture("cat " + dir_ + "/agent.log").first;
+                    << test::fileText(dir_ / "agent.log");
       return s;
    }
 
-   std::string dir_;
-   std::string state_;
+   test::ScratchDir scratch_{"l3tunnel-agent-test"};
+   const fs::path& dir_ = scratch_.path;
+   const std::string state_ = (dir_ / "state").string(), socket_ = state_ + "/agent.sock";
    pid_t pid_ = -1;
 };
 
@@ -178,10 +162,10 @@ TEST_F(Agent, TheExampleGivesWeightedGroupsRoutesAndCounts) {
              s["groups"]["route:10.2.0.0/16"]["members"][0]["underlayIndex"]);
 
    struct stat st {};
-   ASSERT_EQ(stat((state_ + "/agent.sock").c_str(), &st), 0);
+   ASSERT_EQ(stat(socket_.c_str(), &st), 0);
    EXPECT_EQ(st.st_mode & 0777, 0600u);
    EXPECT_EQ(stop(), 0);
-   EXPECT_TRUE(fs::exists(state_ + "/chip.state"));
+   EXPECT_TRUE(fs::exists(fs::path(state_) / "chip.state"));
 }
 
 // Each change, made while the agent runs, and what the groups show after it.
@@ -203,6 +187,12 @@ TEST_P(AgentChange, IsMirrored) {
    const Json s = waitFor(GetParam().after, GetParam().name);
    EXPECT_GT(s["agent"]["changesApplied"], 0);
    EXPECT_EQ(s["agent"]["resyncs"], 0);
+}
+
+// A group shown but not programmed, for a reason that says `text`.
+bool notProgrammed(const Json& s, const std::string& group, const std::string& text) {
+   return has(s, group) && s["groups"][group]["state"] == "notProgrammed" &&
+          s["groups"][group]["reason"].get<std::string>().find(text) != std::string::npos;
 }
 
 bool memberReasons(const Json& s, const std::string& group, const std::string& text) {
@@ -264,20 +254,12 @@ INSTANTIATE_TEST_SUITE_P(
         Change{"non-tunnel group",
                {"nexthop add id 4 via 172.16.0.2 dev veth0", "nexthop add id 104 group 1/4"},
                [](const Json& s) {
-                  return has(s, "nhid:104") &&
-                         s["groups"]["nhid:104"]["state"] == "notProgrammed" &&
-                         s["groups"]["nhid:104"]["reason"].get<std::string>().find(
-                             "member nexthop 4 is not an IP-in-IP tunnel") != std::string::npos;
+                  return notProgrammed(s, "nhid:104", "member nexthop 4 is not an IP-in-IP tunnel");
                }},
         Change{"no source address",
                {"nexthop add id 6 encap ip dst 198.51.100.6 via 172.16.0.2 dev veth0",
                 "nexthop add id 106 group 6"},
-               [](const Json& s) {
-                  return has(s, "nhid:106") &&
-                         s["groups"]["nhid:106"]["state"] == "notProgrammed" &&
-                         s["groups"]["nhid:106"]["reason"].get<std::string>().find(
-                             "no source address") != std::string::npos;
-               }},
+               [](const Json& s) { return notProgrammed(s, "nhid:106", "no source address"); }},
         Change{"a route using one tunnel nexthop",
                {"route add 10.6.0.0/16 nhid 1"},
                [](const Json& s) {
@@ -317,20 +299,13 @@ TEST_F(Agent, ClientsAskingDuringTheStartUpSyncAreAnsweredSyncing) {
       lines.push_back("nexthop add id " + std::to_string(1000 + g) + " group " + members);
    }
    ipBatch(dir_, lines);
-   const std::string chip = dir_ + "/chip.json";
+   const fs::path chip = dir_ / "chip.json";
    std::ofstream(chip) << R"({"chip": {"tableSizes": {"L3EcmpMember0Table": 65536}}})";
-   pid_ = fork();
-   ASSERT_GE(pid_, 0);
-   if (pid_ == 0) {
-      freopen((dir_ + "/agent.log").c_str(), "a", stderr);
-      execl(program.c_str(), program.c_str(), "agent", "--state-dir", state_.c_str(), "--chip",
-            chip.c_str(), nullptr);
-      _exit(127);
-   }
+   launch({"--chip", chip.string()});
    std::vector<std::string> phases;
    for (int i = 0; i < 2000 && (phases.empty() || phases.back() != "following"); ++i) {
-      const auto [out, code] = capture(program + " show --state-dir " + state_ + " --json usage");
-      if (code == 0) phases.push_back(Json::parse(out)["agent"]["phase"]);
+      const test::Outcome r = l3tunnel({"show", "--state-dir", state_, "--json", "usage"});
+      if (r.code == 0) phases.push_back(Json::parse(r.out)["agent"]["phase"]);
    }
    ASSERT_GE(phases.size(), 2u);
    EXPECT_EQ(phases.front(), "syncing");
@@ -364,43 +339,32 @@ TEST_F(Agent, AGroupFollowsItsNeighbourBeingResolvedAndLost) {
 }
 
 TEST_F(Agent, RefusalsAtStartSayWhyInOneLine) {
-   std::ofstream(dir_ + "/steps.json") << R"({"steps": [{"op": "reconcile"}]})";
-   std::ofstream(dir_ + "/bad.json") << R"({"chip": {"tableSizes": {"Nope": 4}}})";
+   const std::string steps = (dir_ / "steps.json").string(), bad = (dir_ / "bad.json").string();
+   std::ofstream(steps) << R"({"steps": [{"op": "reconcile"}]})";
+   std::ofstream(bad) << R"({"chip": {"tableSizes": {"Nope": 4}}})";
    start();
    const struct {
-      std::string args;
+      std::vector<std::string> args;
       int code;
       std::string says;
    } cases[] = {
-       {"--default-ttl 0", 2, "--default-ttl: '0' is not a number from 1 to 255"},
-       {"--chip " + dir_ + "/steps.json", 2, "the agent takes chip and toggles from it"},
-       {"--chip " + dir_ + "/bad.json", 2, "Nope"},
-       {"--state-dir " + state_, 1, "holds this state directory"},
-       {"--socket " + state_ + "/agent.sock", 1, "another agent answers on this socket"},
-       {"extra", 2, "agent: unexpected argument 'extra'"},
+       {{"--default-ttl", "0"}, 2, "--default-ttl: '0' is not a number from 1 to 255"},
+       {{"--chip", steps}, 2, "the agent takes chip and toggles from it"},
+       {{"--chip", bad}, 2, "Nope"},
+       {{"--state-dir", state_}, 1, "holds this state directory"},
+       {{"--socket", socket_}, 1, "another agent answers on this socket"},
+       {{"extra"}, 2, "agent: unexpected argument 'extra'"},
    };
    for (const auto& c : cases) {
-      const auto [out, code] = capture(program + " agent " + c.args + " 2>&1");
-      EXPECT_EQ(code, c.code) << c.args << ": " << out;
-      EXPECT_NE(out.find(c.says), std::string::npos) << c.args << ": " << out;
-      EXPECT_EQ(out.find("l3tunnel agent: "), 0u) << out;
+      std::vector<std::string> args{"agent"};
+      args.insert(args.end(), c.args.begin(), c.args.end());
+      const test::Outcome r = l3tunnel(args);
+      EXPECT_EQ(r.code, c.code) << r.err;
+      EXPECT_TRUE(r.out.empty()) << r.out;
+      EXPECT_TRUE(r.err.starts_with("l3tunnel agent: ")) << r.err;
+      EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
    }
    EXPECT_EQ(show()["agent"]["phase"], "following");
-}
-
-// Indices of every member of every group, for comparing two runs.
-std::map<std::string, std::vector<Json>> indices(const Json& s) {
-   std::map<std::string, std::vector<Json>> out;
-   for (const auto& [name, g] : s["groups"].items()) {
-      out[name].push_back(g["base"]);
-      for (const auto& m : g["members"]) {
-         out[name].push_back(m["nextHopIndex"]);
-         out[name].push_back(m["interfaceIndex"]);
-         out[name].push_back(m["tunnelIndex"]);
-         out[name].push_back(m["underlayIndex"]);
-      }
-   }
-   return out;
 }
 
 TEST_F(Agent, ARestartWithNoChangeWritesNothingAndKeepsEveryIndex) {
@@ -419,7 +383,7 @@ TEST_F(Agent, ARestartWithNoChangeWritesNothingAndKeepsEveryIndex) {
    EXPECT_EQ(after["agent"]["hardwareWrites"], 0);
    EXPECT_EQ(after["agent"]["hardwareDeletes"], 0);
    EXPECT_GT(after["run"]["recoveredRows"], 0);
-   EXPECT_EQ(indices(after), indices(before));
+   EXPECT_EQ(after["groups"], before["groups"]) << "every group as it was, at its indices";
    EXPECT_EQ(after["hardware"], before["hardware"]);
 }
 
@@ -513,14 +477,13 @@ TEST_F(Agent, LostNotificationsAreRecoveredByDumpingAgain) {
 
 TEST_F(Agent, BadRequestsGetAnErrorAnswerAndTheAgentGoesOn) {
    start();
-   const std::string path = state_ + "/agent.sock";
    for (const std::string& request : std::vector<std::string>{
             "nonsense\n", "json frobnicate\n", "json tunnel 1.2.3.4\n", "json groups extra\n",
             "text tunnel 1.2.3.4 ::1\n", std::string(5000, 'x'), ""}) {
       const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
       sockaddr_un a{};
       a.sun_family = AF_UNIX;
-      std::strcpy(a.sun_path, path.c_str());
+      std::strcpy(a.sun_path, socket_.c_str());
       ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
       if (!request.empty()) {
          ASSERT_GT(write(fd, request.data(), request.size()), 0);
@@ -535,12 +498,12 @@ TEST_F(Agent, BadRequestsGetAnErrorAnswerAndTheAgentGoesOn) {
    }
    EXPECT_EQ(show()["agent"]["phase"], "following");
    // The program refuses a bad view before asking, with the usage.
-   const auto [out, code] = capture(program + " show --socket " + path + " frobnicate 2>&1");
-   EXPECT_EQ(code, 2);
-   EXPECT_NE(out.find("unknown view 'frobnicate'"), std::string::npos) << out;
-   const auto [text, textCode] = capture(program + " show --socket " + path + " groups");
-   EXPECT_EQ(textCode, 0);
-   EXPECT_NE(text.find("agent following:"), std::string::npos) << text;
+   const test::Outcome bad = l3tunnel({"show", "--socket", socket_, "frobnicate"});
+   EXPECT_EQ(bad.code, 2);
+   EXPECT_NE(bad.err.find("unknown view 'frobnicate'"), std::string::npos) << bad.err;
+   const test::Outcome text = l3tunnel({"show", "--socket", socket_, "groups"});
+   EXPECT_EQ(text.code, 0);
+   EXPECT_NE(text.out.find("agent following:"), std::string::npos) << text.out;
 }
 
 }  // namespace

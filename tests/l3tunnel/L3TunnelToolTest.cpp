@@ -162,23 +162,6 @@ class ToggleTest : public L3TunnelTool, public ::testing::WithParamInterface<boo
 INSTANTIATE_TEST_SUITE_P(CommonIifOifIndex, ToggleTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "On" : "Off"; });
 
-TEST_F(L3TunnelTool, EachStepPrintsOneLinePerStepEndingInThePlainRunsState) {
-   const Json s =
-       scenario({program("a", {via("10.8.0.1")}), program("b", {via("10.8.0.2")}), release("a")});
-   Json steps = runJson(s, {"--each-step"});
-   ASSERT_EQ(steps.size(), 3u);
-   const std::vector<std::pair<std::string, std::string>> ops = {
-       {"program", "a"}, {"program", "b"}, {"release", "a"}};
-   for (size_t i = 0; i < steps.size(); ++i) {
-      EXPECT_EQ(steps[i].at("formatVersion"), 1);
-      EXPECT_EQ(steps[i].at("step"), i + 1);
-      EXPECT_EQ(steps[i].at("op"), ops[i].first);
-      EXPECT_EQ(steps[i].at("group"), ops[i].second);
-   }
-   for (const char* key : {"step", "op", "group"}) steps[2].erase(key);
-   EXPECT_EQ(steps[2], runJson(s));
-}
-
 // The examples run in the sweeps; the bad one is refused as documented, with
 // --json as one object a program can read.
 TEST_F(L3TunnelTool, TheBadExampleIsRefusedAsDocumented) {
@@ -657,7 +640,8 @@ TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
 }
 
 // Names reach the terminal escaped, so that a scenario cannot steer it; the
-// JSON output has them as they are (escaped as JSON).
+// JSON output has them as they are (escaped as JSON), with --each-step a line
+// per step, the last the plain run's state.
 TEST_F(L3TunnelTool, ControlCharactersInNamesArePrintedEscaped) {
    const std::string name =
        "a\x1b[2Jb\nc\\d\x7f\xc2\x9b"
@@ -671,7 +655,17 @@ TEST_F(L3TunnelTool, ControlCharactersInNamesArePrintedEscaped) {
          "group " + shown + ": 1 member", "== step 2 of 2: release " + shown + "\n"})
       EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
    EXPECT_EQ(r.out.find('\x1b'), std::string::npos);
-   EXPECT_TRUE(runJson(s, {"--each-step"})[0].at("groups").contains(name));
+   Json steps = runJson(s, {"--each-step"});
+   ASSERT_EQ(steps.size(), 2u);
+   for (size_t i = 0; i < steps.size(); ++i) {
+      EXPECT_EQ(steps[i].at("formatVersion"), 1);
+      EXPECT_EQ(steps[i].at("step"), i + 1);
+      EXPECT_EQ(steps[i].at("op"), i ? "release" : "program");
+      EXPECT_EQ(steps[i].at("group"), name);
+   }
+   EXPECT_TRUE(steps[0].at("groups").contains(name));
+   for (const char* key : {"step", "op", "group"}) steps[1].erase(key);
+   EXPECT_EQ(steps[1], runJson(s));
 }
 
 // ---- large inputs (a ctest entry of their own, with a timeout) ----------------
