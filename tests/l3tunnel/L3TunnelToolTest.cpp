@@ -96,10 +96,13 @@ class L3TunnelTool : public ::testing::Test {
 protected:
    void SetUp() override { ASSERT_FALSE(scratch_.path.empty()); }
 
-   fs::path write(const std::string& name, const std::string& text) {
+   std::string write(const std::string& name, const std::string& text) {
       const fs::path p = dir_ / name;
       std::ofstream(p) << text;
-      return p;
+      return p.string();
+   }
+   std::string scenarioFile(const Json& s, const std::string& name = "s.json") {
+      return write(name, s.dump());
    }
 
    Outcome run(const std::vector<std::string>& args,
@@ -141,7 +144,7 @@ protected:
 
    // Runs the scenario with --json and the extra arguments; expects success.
    Json runJson(const Json& s, std::vector<std::string> extra = {}) {
-      std::vector<std::string> args{"run", write("scenario.json", s.dump()).string(), "--json"};
+      std::vector<std::string> args{"run", scenarioFile(s, "scenario.json"), "--json"};
       args.insert(args.end(), extra.begin(), extra.end());
       const Outcome r = run(args);
       EXPECT_EQ(r.code, 0) << r.err;
@@ -191,7 +194,7 @@ TEST_F(L3TunnelTool, TheCallersTogglesAreTheDemosNotARunsOnes) {
    EXPECT_TRUE(off.out.starts_with("CommonIifOifIndex is off")) << off.out;
    Json s = scenario({});
    s.erase("toggles");
-   const Outcome r = run({"run", write("s.json", s.dump()).string(), "--json"}, env);
+   const Outcome r = run({"run", scenarioFile(s), "--json"}, env);
    ASSERT_EQ(r.code, 0) << r.err;
    EXPECT_TRUE(jsonOf(r, false).at("tables").contains("L3InterfaceTable"));
    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
@@ -294,7 +297,7 @@ class BadInputTest : public L3TunnelTool, public ::testing::WithParamInterface<B
 
 // Refused before anything runs: one line, exit code 2, no output, no state.
 TEST_P(BadInputTest, IsRefusedWithOneLineNamingTheField) {
-   const std::string file = write("bad.json", GetParam().scenario).string();
+   const std::string file = write("bad.json", GetParam().scenario);
    const fs::path state = dir_ / "state";
    expectRefused(run({"run", file, "--state-dir", state.string()}),
                  "l3tunnel: " + file + ": " + GetParam().message);
@@ -321,7 +324,7 @@ TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
       std::string out;  // what stdout starts with
       std::string err;  // what stderr starts with
    };
-   const std::string file = write("s.json", "{}").string();
+   const std::string file = write("s.json", "{}");
    const std::vector<Case> cases{
        {{"--help"}, 0, "usage: l3tunnel run", ""},
        {{"run", file, "--help"}, 0, "usage: l3tunnel run", ""},
@@ -402,11 +405,10 @@ std::string savedWith(const std::string& saved, const std::string& table, const 
 // sized apart from the scenario, one that cannot be opened (never taken for
 // no state and replaced), a directory that is no directory.
 TEST_F(L3TunnelTool, UnusableStateIsRefusedAndKept) {
-   const std::string scenarioFile =
-       write("s.json", scenario({program("a", {via("10.9.0.1", 2), via("10.9.0.2")})}).dump())
-           .string();
+   const std::string input =
+       scenarioFile(scenario({program("a", {via("10.9.0.1", 2), via("10.9.0.2")})}));
    const fs::path state = dir_ / "state", file = state / "chip.state";
-   const std::vector<std::string> args{"run", scenarioFile, "--state-dir", state.string()};
+   const std::vector<std::string> args{"run", input, "--state-dir", state.string()};
    ASSERT_EQ(run(args).code, 0);
    const std::string good = fileText(file);
    ASSERT_TRUE(good.starts_with("l3tunnel-chip-state 1\n")) << "the format's header changed";
@@ -466,10 +468,9 @@ TEST_F(L3TunnelTool, UnusableStateIsRefusedAndKept) {
    write("state/chip.state", good);
    Json smaller = scenario({});
    smaller["chip"] = {{"tableSizes", {{"L3EcmpMember0Table", 8}}}};
-   expectRefused(
-       run({"run", write("small.json", smaller.dump()).string(), "--state-dir", state.string()}),
-       "l3tunnel: " + file.string() +
-           ": L3EcmpMember0Table has 4096 rows there, the scenario gives it 8\n");
+   expectRefused(run({"run", scenarioFile(smaller, "small.json"), "--state-dir", state.string()}),
+                 "l3tunnel: " + file.string() +
+                     ": L3EcmpMember0Table has 4096 rows there, the scenario gives it 8\n");
    EXPECT_EQ(fileText(file), good);
    EXPECT_EQ(run(args).code, 0) << "each case changed only what it names";
 
@@ -492,19 +493,17 @@ TEST_F(L3TunnelTool, UnusableStateIsRefusedAndKept) {
       EXPECT_EQ(fs::symlink_status(file).type(), kind) << "replaced";
    }
 
-   const std::string notDir = write("afile", "x").string();
+   const std::string notDir = write("afile", "x");
    for (const auto& [dir, message] :
         {std::pair{notDir, ": not a directory\n"},
          std::pair{notDir + "/sub", "/sub: cannot make the state directory: Not a directory\n"}})
-      expectRefused(run({"run", scenarioFile, "--state-dir", dir}),
-                    "l3tunnel: " + notDir + message);
+      expectRefused(run({"run", input, "--state-dir", dir}), "l3tunnel: " + notDir + message);
 }
 
 // A run holds its state directory from before the state is read until after
 // it is saved; a second run is refused at once and touches nothing.
 TEST_F(L3TunnelTool, ASecondRunOnAHeldStateDirectoryIsRefused) {
-   const std::string file =
-       write("s.json", scenario({program("a", {via("10.10.0.1")})}).dump()).string();
+   const std::string file = scenarioFile(scenario({program("a", {via("10.10.0.1")})}));
    const fs::path state = dir_ / "state";
    ASSERT_EQ(run({"run", file, "--state-dir", state.string()}).code, 0);
    const std::string saved = fileText(state / "chip.state");
@@ -518,7 +517,7 @@ TEST_F(L3TunnelTool, ASecondRunOnAHeldStateDirectoryIsRefused) {
    ASSERT_EQ(ftruncate(lock, 0), 0);
    ASSERT_EQ(pwrite(lock, pid.data(), pid.size(), 0), ssize_t(pid.size()));
    const std::string other =
-       write("other.json", scenario({program("b", {via("10.10.0.2")})}).dump()).string();
+       scenarioFile(scenario({program("b", {via("10.10.0.2")})}), "other.json");
    expectRefused(run({"run", other, "--state-dir", state.string()}),
                  "l3tunnel: " + state.string() + ": another l3tunnel run (pid " + pid +
                      ") holds this state directory\n",
@@ -534,8 +533,7 @@ TEST_F(L3TunnelTool, SavesThatNeverFinishedAreClearedAway) {
    fs::create_directories(state);
    for (const char* name : {"chip.state.tmp.4242", "chip.state.tmp.x", "notes"})
       std::ofstream(state / name) << "x";
-   const Outcome r =
-       run({"run", write("s.json", scenario({}).dump()).string(), "--state-dir", state.string()});
+   const Outcome r = run({"run", scenarioFile(scenario({})), "--state-dir", state.string()});
    ASSERT_EQ(r.code, 0) << r.err;
    std::set<std::string> left;
    for (const auto& e : fs::directory_iterator(state)) left.insert(e.path().filename().string());
@@ -548,9 +546,7 @@ TEST_F(L3TunnelTool, SavesThatNeverFinishedAreClearedAway) {
 // run still goes to its end and saves its state.
 TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
    const std::string file =
-       write("s.json",
-             scenario({program("a", {via("10.13.0.1")}), program("b", {via("10.13.0.2")})}).dump())
-           .string();
+       scenarioFile(scenario({program("a", {via("10.13.0.1")}), program("b", {via("10.13.0.2")})}));
    struct Sink {
       const char* name;
       void (*setUp)();
@@ -607,7 +603,7 @@ TEST_F(L3TunnelTool, OutputThatCannotBeWrittenIsReportedAfterTheStateIsSaved) {
 TEST_F(L3TunnelTool, ColourOnlyOnATerminalThatTakesIt) {
    Json s = scenario({program("g", {via("10.14.0.1")})});
    s["chip"]["tableSizes"]["L3EcmpMember0Table"] = 1;
-   const std::string file = write("s.json", s.dump()).string();
+   const std::string file = scenarioFile(s);
    struct Case {
       std::vector<std::pair<std::string, std::string>> env;
       std::vector<std::string> extra;
@@ -643,7 +639,7 @@ TEST_F(L3TunnelTool, ControlCharactersInNamesArePrintedEscaped) {
        "e";
    const std::string shown = "a\\x1b[2Jb\\nc\\\\d\\x7f\\u009be";
    const Json s = scenario({program(name, {via("10.15.0.1")}), release(name)});
-   const Outcome r = run({"run", write("s.json", s.dump()).string(), "--each-step"});
+   const Outcome r = run({"run", scenarioFile(s), "--each-step"});
    ASSERT_EQ(r.code, 0) << r.err;
    for (const std::string& line :
         {"== step 1 of 2: program " + shown + " (1 via, 1 member)\n",
@@ -674,12 +670,10 @@ TEST_F(LargeInput, HalfAMillionUnderlayGroupsAreCheckedInLinearTime) {
    std::string list;
    for (uint32_t i = 1; i <= groups; ++i)
       list += (i > 1 ? ",{\"adjId\":" : "{\"adjId\":") + std::to_string(i) + "}";
-   const std::string file =
-       write("large.json", R"({"underlay":[)" + list + R"(],"steps":[]})").string();
+   const std::string file = write("large.json", R"({"underlay":[)" + list + R"(],"steps":[]})");
    EXPECT_EQ(run({"run", file}).code, 0);
    const std::string repeated =
-       write("repeated.json", R"({"underlay":[)" + list + R"(,{"adjId":1,"type":1}],"steps":[]})")
-           .string();
+       write("repeated.json", R"({"underlay":[)" + list + R"(,{"adjId":1,"type":1}],"steps":[]})");
    expectRefused(
        run({"run", repeated}),
        "l3tunnel: " + repeated + ": underlay[500000]: adjacency 1 of type 1 is listed twice\n");
@@ -778,7 +772,7 @@ TEST_F(L3TunnelTool, AGroupThatIsNotProgrammedSaysWhy) {
                 << c.name << " " << link << " " << m;
          }
       }
-      const Outcome text = run({"run", write("scenario.json", s.dump()).string()});
+      const Outcome text = run({"run", scenarioFile(s, "scenario.json")});
       EXPECT_EQ(linesStarting(text.out, "reason: "),
                 std::vector<std::string>{"reason: " + c.reason})
           << c.name << "\n"
@@ -819,7 +813,7 @@ TEST_P(ToggleTest, TheGroupsOfATunnelAndTheChainOfAMember) {
    EXPECT_EQ(one.at("tunnel").at("groups"),
              Json::parse(R"([{"name": "a", "slots": [1]}, {"name": "b", "slots": [0, 1]}])"));
 
-   const std::string file = write("s.json", s.dump()).string();
+   const std::string file = scenarioFile(s);
    const Outcome text = run({"run", file, "--tunnel", "10.0.0.1,10.24.0.2"});
    EXPECT_EQ(linesStarting(text.out, "used by"), std::vector<std::string>{"used by 2 groups:"});
    EXPECT_EQ(linesStarting(text.out, "b ("), std::vector<std::string>{"b (slots 0, 1)"});
@@ -867,7 +861,7 @@ TEST_F(L3TunnelTool, TablesSayHowFullTheyAre) {
              Json({"L3EgrL3Ipv4TunnelTable has 4 rows and L3EgrL3Ipv6TunnelTable 4096, but they "
                    "share one index space of 4096 indices: entries given an index past 3 are "
                    "refused by L3EgrL3Ipv4TunnelTable"}));
-   const Outcome text = run({"run", write("s.json", s.dump()).string()});
+   const Outcome text = run({"run", scenarioFile(s)});
    EXPECT_EQ(linesStarting(text.out, "L3EgrL3Ipv4TunnelTable:"),
              std::vector<std::string>{"L3EgrL3Ipv4TunnelTable: 3 of 3 usable rows used (100.0%), "
                                       "0 free of 4 rows, 2 refused  FULL; 5 entries"});
@@ -878,7 +872,7 @@ TEST_F(L3TunnelTool, TablesSayHowFullTheyAre) {
 // rows it found there, and what it wrote, deleted and changed.
 TEST_P(ToggleTest, ARestartSaysWhatItFoundAndWhatItChanged) {
    const Json s = scenario({program("a", {via("10.27.0.1", 2), via("10.27.0.2")})}, GetParam());
-   const std::string file = write("s.json", s.dump()).string();
+   const std::string file = scenarioFile(s);
    const std::string state = (dir_ / "state").string();
    const Json first = runJson(s, {"--state-dir", state});
    uint32_t rows = 0;
@@ -941,8 +935,7 @@ TEST_F(L3TunnelTool, ChangesAreWhatEachStepDid) {
    EXPECT_EQ(steps[3].at("changes").at("groups"),
              Json::parse(R"([{"change": "removed", "name": "a"}])"));
 
-   const Outcome text =
-       run({"run", write("s.json", s.dump()).string(), "--each-step", "--changes"});
+   const Outcome text = run({"run", scenarioFile(s), "--each-step", "--changes"});
    EXPECT_EQ(linesStarting(text.out, "- group").size(), 1u) << text.out;
    EXPECT_EQ(linesStarting(text.out, "no changes").size(), 1u) << text.out;
 }
