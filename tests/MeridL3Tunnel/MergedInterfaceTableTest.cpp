@@ -193,6 +193,30 @@ TEST_F(MergedInterface, IndexWaitsForTheLastMemberWhicheverItIs) {
    }
 }
 
+// The agent goes and comes back over the chip's rows: the same writes land
+// on the indices they had, and a new key never takes a survivor's.
+TEST_F(MergedInterface, KeepTheirIndexAcrossARestart) {
+   for (uint32_t n = 1; n <= 4; ++n) intf->entryCommit(tunnelKey(n), interfaceEntry(tunnel(n)));
+   runLoop();
+   intf->entryRemove(tunnelKey(1));
+   runLoop();
+   std::map<uint32_t, Asic::Index> index;
+   for (uint32_t n = 2; n <= 4; ++n) index[n] = intf->entryHandle(tunnelKey(n))->hwIndex();
+   const auto before = chipRows();
+   const uint32_t changesBefore = chipChanges();
+
+   restart();
+   EXPECT_EQ(chipRows(), before);
+   for (uint32_t n : {4u, 2u, 3u}) intf->entryCommit(tunnelKey(n), interfaceEntry(tunnel(n)));
+   runLoop();
+   for (uint32_t n = 2; n <= 4; ++n)
+      EXPECT_EQ(intf->entryHandle(tunnelKey(n))->hwIndex(), index[n]) << n;
+   EXPECT_EQ(chipRows(), before);
+   EXPECT_EQ(chipChanges(), changesBefore);
+   auto fresh = intf->entryCommit(tunnelKey(9), interfaceEntry(tunnel(2)));
+   for (uint32_t n = 2; n <= 4; ++n) EXPECT_NE(fresh->hwIndex(), index[n]);
+}
+
 TEST_F(MergedInterface, AliasSharesTheHandleAndItsIndex) {
    auto t = tunnel(1);
    auto a = intf->entryCommit(tunnelKey(1), interfaceEntry(t));

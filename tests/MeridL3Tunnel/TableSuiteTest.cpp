@@ -163,6 +163,33 @@ TYPED_TEST(TableSuite, RefusedWriteIsNoHwIndexAndTheSameValueAgainRetries) {
    EXPECT_EQ(*this->rows().row(h->hwIndex()), t.resolvedEntry(this->key(1))->rowText());
 }
 
+// A table keyed by its rows never programs the invalid index: the key is
+// refused, its removal deletes nothing, and no index is kept for it.
+TYPED_TEST(TableSuite, InvalidIndexIsNeverProgrammed) {
+   if constexpr (!TypeParam::knownIndex) {
+      GTEST_SKIP() << "hands out its own indices";
+   } else {
+      this->make();
+      auto& t = this->table();
+      const typename TypeParam::Key k(Asic::invalidIndex);
+      const auto e = this->entry(1);
+      const auto before = this->rows().stats();
+      Orb::TraceCapture trace(std::string(this->name) + "/9");
+      auto bad = t.entryCommit(k, e);
+      EXPECT_EQ(bad->entryState(), State::noHwIndex);
+      EXPECT_EQ(bad->hwIndex(), Asic::invalidIndex);
+      t.entryRemove(k);
+      bad.reset();
+      this->settle();
+      EXPECT_EQ(this->rows().stats().writes, before.writes);
+      EXPECT_EQ(this->rows().stats().deletes, before.deletes);
+      EXPECT_FALSE(t.entryHandle(k));
+      const std::string skip =
+          std::string(this->name) + ": handleEntry : No entry in HwTable for this key. Skip delete";
+      EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), skip), 1);
+   }
+}
+
 // A removed entry stays while it is referenced. Its last reference clears the
 // row at once; the handle waits for the delete's answer, then goes with the
 // value, and the index is free for the next key.

@@ -43,6 +43,9 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
                     util(L3TunnelEgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
                     util(L3EgrL3Ipv6TunnelTable::typeName)}));
    }
+   // Mounting a class again adds nothing.
+   programmer->doMountHwTableMountInfo(mounts);
+   EXPECT_EQ(mounts.mounts().size(), owners.size());
    EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), underlay.ptr());
    for (auto* t :
         {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
@@ -55,7 +58,6 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
 TEST_F(ProgrammerSetUp, ReservedDropNextHopIsInstalledUnderTheZeroKey) {
    start();
    const L3TunnelKey key = L3TunnelOverlayEcmpProgrammer::getTunnelDropKey();
-   EXPECT_EQ(key, L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
    EXPECT_EQ(key.srcIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
    EXPECT_EQ(key.dstIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
    HandlePtr drop = nh->entryWeakRef(key);
@@ -127,6 +129,7 @@ TEST_F(ProgrammerSetUp, FactoriesAreFoundByNameInTheSharedLibrary) {
    programmer = makeProgrammer(fcsd, localEm, ledger);
    programmer->initTables(chipInfo);
    auto list = makeVias();
+   EXPECT_TRUE(list->notification());
    list->viaPush(via("10.0.0.1", "10.0.0.2", 3));
    HandlePtr h = programmer->populateOverlayEcmpBlock(list);
    runLoop();

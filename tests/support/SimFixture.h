@@ -90,20 +90,12 @@ public:
    // Every test ends with its tables agreeing with each other and the chip,
    // once what the chip still holds back is delivered.
    void TearDown() override {
-      if (endCheckWaived_.empty()) {
-         settle();
-         expectConsistent("at the end: ");
-      } else {
-         RecordProperty("endCheckWaived", endCheckWaived_);
-      }
+      settle();
+      expectConsistent("at the end: ");
       tablesDrop();
       Brio::EventLoop::instance().clear();
       chip->uninstall();
    }
-
-   // For a test that ends where the tables and the chip need not agree:
-   // why, which the test's record keeps, instead of the check at the end.
-   void endCheckWaivedIs(std::string why) { endCheckWaived_ = std::move(why); }
 
    // Lets every table go, as an agent that goes away does; the chip keeps its
    // rows. A named table goes before the tables naming it, so that no entry
@@ -261,9 +253,6 @@ public:
    Brio::Ptr<EgrL3Oif1Table> egr;
    Brio::Ptr<MeridL3Tunnel::L3EcmpMember0Table> members;
    Asic::UnitId unit = 0;  // the unit the tables are initialised on
-
-private:
-   std::string endCheckWaived_;
 };
 
 }  // namespace test
