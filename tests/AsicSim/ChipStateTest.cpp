@@ -73,22 +73,6 @@ protected:
    Brio::Ptr<AsicSim::Chip> chip;
 };
 
-TEST_F(ChipState, SavedRowsAndKeysReadBackWhole) {
-   chip->stateSave(path);
-   auto other = Brio::makePtr<AsicSim::Chip>();
-   other->stateLoad(path);
-   EXPECT_EQ(dump(*other), dump(*chip));
-   EXPECT_EQ(other->table("MeridL3Tunnel::L3EgrL3Ipv4TunnelTable", 511)->rowKey(1),
-             chip->table("MeridL3Tunnel::L3EgrL3Ipv4TunnelTable", 511)->rowKey(1));
-   EXPECT_EQ(other->table("MeridL3Tunnel::L3EcmpMember0Table", 511)->stats().writes, 0u);
-   // Saving again replaces the file and leaves no temporary one behind.
-   chip->table("MeridL3Tunnel::L3EcmpMember0Table", 511)->rowTextIs(2, "new");
-   chip->stateSave(path);
-   other->stateLoad(path);
-   EXPECT_EQ(dump(*other), dump(*chip));
-   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1);
-}
-
 // Each table within the bound, but not all of them together: refused before
 // anything is allocated (a short file once made the loader take gigabytes).
 TEST_F(ChipState, RowBoundCoversAllTablesTogether) {
@@ -210,7 +194,8 @@ TEST_F(ChipState, SavingThroughALinkReplacesItsTarget) {
       ASSERT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(target)));
       auto other = Brio::makePtr<AsicSim::Chip>();
       other->stateLoad(target.string());
-      EXPECT_EQ(dump(*other), dump(*chip));
+      EXPECT_EQ(dump(*other), dump(*chip)) << "rows and their keys read back whole";
+      EXPECT_EQ(other->table("MeridL3Tunnel::L3EcmpMember0Table", 511)->stats().writes, 0u);
    }
    // No temporary file left in either directory.
    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(elsewhere), {}), 1);

@@ -244,19 +244,5 @@ TEST_F(MergedInterfaceDeathTest, AliasMisuseAborts) {
                 "assertion \"eh\" failed: Expected to see an entryhandle at existingKey");
 }
 
-using EntityDeathTest = MergedInterface;
-
-TEST_F(EntityDeathTest, EntitiesAndCollectionsHaveNoValueForm) {
-   std::string out;
-   EXPECT_DEATH(v4->constructFromPbMessage(""),
-                "assertion \"0\" failed: Only value types support constructFromPbMessage");
-   EXPECT_DEATH(intf->witePbMessage(out),
-                "assertion \"0\" failed: Only value types support witePbMessage");
-   EXPECT_DEATH(tunnel(1)->witePbMessage(out), "Only value types support witePbMessage");
-   Orb::CharRange text("");
-   EXPECT_DEATH(L3InterfaceTable::MergedEntry{text},
-                "No String constructor for MergedEntry - has collection");
-}
-
 }  // namespace
 }  // namespace test

@@ -57,25 +57,6 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
    expectConsistent();
 }
 
-TEST_F(OverlayBlock, DropViaMembersShareTheReservedDropNextHop) {
-   start();
-   const uint32_t nextHopRows = hw(L3TunnelIngL3NextHopTable::typeName)->usedRows();
-   HandlePtr h = program({dropVia(4)});
-   ASSERT_EQ(block(h).size(), 4u);
-   const HandlePtr drop = nh->entryWeakRef(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
-   for (uint32_t s = 0; s < 4; ++s) {
-      EXPECT_EQ(member(h, s).nextHopHandle(), drop);
-      EXPECT_EQ(member(h, s).underlayHandle(), SwTableWorkaround::dontCareHandle(0));
-      EXPECT_FALSE(member(h, s).resolved());
-      EXPECT_EQ(member(h, s).nextHopIdx(), drop->hwIndex());
-   }
-   EXPECT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), nextHopRows);
-   EXPECT_EQ(v4->entrys(), 0u);
-   EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
-   EXPECT_EQ(h->entryState(), State::success);
-   expectConsistent();
-}
-
 // A via only looks the reserved drop entry up: one the chip refused is traced
 // and its handle used. The block commits it again, once, before its vias.
 TEST_F(OverlayBlock, RefusedDropEntryIsTracedAtTheViaAndRecommittedByTheBlock) {

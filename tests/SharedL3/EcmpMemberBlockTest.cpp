@@ -1,8 +1,7 @@
-// The ECMP member table on its own: blocks wait for what they name, find a
-// contiguous range or report noHwIndex, hear their write responses, and keep
-// what they name until their rows go; after a restart, rows that are no
-// whole block wait for the purge. Released blocks and blocks taken back
-// whole are the model runs' and the restart sweeps'.
+// The ECMP member table on its own: blocks hear their write responses and
+// keep what they name until their rows go; after a restart, rows that are no
+// whole block wait for the purge. Blocks waiting, finding no range, released
+// or taken back whole are the model runs' and the restart sweeps'.
 // Underlay group handles stand in for next hops, since their states can be
 // steered.
 #include <gtest/gtest.h>
@@ -67,46 +66,6 @@ protected:
 
    Brio::Ptr<EcmpGroup1Table> named;
 };
-
-TEST_F(EcmpMemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
-   named->entryIs(adj(1), State::inProgress);
-   named->entryIs(adj(2), State::success);
-   HandlePtr h = members->entryBlockRef(blockOf(3, {1, 2}));
-   EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(base(h), Asic::invalidIndex);  // the range comes with resolution
-   EXPECT_EQ(rows(), 0u);
-   named->entryStateIs(adj(1), State::success);
-   EXPECT_EQ(h->entryState(), State::inProgress);
-   runLoop();
-   EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(h->hwIndex(), 0u);
-   EXPECT_EQ(rows(), 3u);
-   const auto& m = block(h).entryBlock().entry(L3EcmpMember0Table::Index(1));
-   EXPECT_EQ(m.nextHopIdx(), named->entryWeakRef(adj(2))->hwIndex());
-   EXPECT_EQ(m.underlayIdx(), Asic::invalidIndex);
-   expectConsistent();
-}
-
-TEST_F(EcmpMemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
-   named->entryIs(adj(1));
-   named->entryIs(adj(2));
-   HandlePtr a = members->entryBlockRef(blockOf(3, {1}));
-   HandlePtr b = members->entryBlockRef(blockOf(2, {2}));
-   HandlePtr c = members->entryBlockRef(blockOf(3, {2}));
-   a = nullptr;  // 0..2 free, 3..4 and 5..7 taken
-   runLoop();
-   HandlePtr big = members->entryBlockRef(blockOf(4, {1, 2}));
-   EXPECT_EQ(big->entryState(), State::noHwIndex);
-   EXPECT_EQ(base(big), Asic::invalidIndex);
-   EXPECT_EQ(members->indexAllocator().largestFree(), 3u);
-   b = nullptr;  // 0..4 free
-   runLoop();
-   HandlePtr again = members->entryBlockRef(blockOf(4, {1, 2}));
-   EXPECT_EQ(again, big);
-   runLoop();
-   EXPECT_EQ(big->entryState(), State::success);
-   expectConsistent();
-}
 
 TEST_F(EcmpMemberBlock, RefusedRowWriteIsNoHwIndex) {
    named->entryIs(adj(1));
