@@ -19,11 +19,6 @@ protected:
    HandlePtr tunnel(uint32_t n, uint8_t ttl = 64) {
       return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n), ttl));
    }
-   static int count(const std::vector<std::string>& lines, const std::string& piece) {
-      int n = 0;
-      for (auto& l : lines) n += l.find(piece) != std::string::npos;
-      return n;
-   }
 };
 
 TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
@@ -39,7 +34,7 @@ TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
    settle();
    EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
    EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
-   EXPECT_EQ(count(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
+   EXPECT_EQ(linesWith(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
    EXPECT_EQ(o->entryState(), State::success);
    const std::string text = oif->resolvedEntry(tunnelKey(1))->stringValue();
    EXPECT_NE(text.find("'tunnelIdx': " + std::to_string(t->hwIndex()) + ","), std::string::npos)
@@ -93,10 +88,10 @@ TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
    auto o = oif->entryCommit(tunnelKey(1), oifEntry(t));
    auto first = oif->unresolvedEntry(tunnelKey(1));
    EXPECT_EQ(oif->entryCommit(tunnelKey(1), oifEntry(t)), o);
-   EXPECT_EQ(count(trace.lines(), " : Found existing unresolved entry at key : "), 1);
+   EXPECT_EQ(linesWith(trace.lines(), " : Found existing unresolved entry at key : "), 1);
    EXPECT_EQ(oif->unresolvedEntry(tunnelKey(1)), first);
    oif->entryCommit(tunnelKey(1), oifEntry(t, 5));
-   EXPECT_EQ(count(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
+   EXPECT_EQ(linesWith(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
    EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
    EXPECT_EQ(oif->unresolvedEntrys(), 1u);
    settle();

@@ -149,13 +149,8 @@ TEST_F(MergedInterface, IndexIsFreedOnlyAfterBothMemberRowsGo) {
    EXPECT_FALSE(ingRow(index));
    EXPECT_FALSE(egrRow(index));
    EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
-   int stillUsed = 0, freed = 0;
-   for (auto& l : trace.lines()) {
-      stillUsed += l.find(": index still used in") != std::string::npos;
-      freed += l.find(": freeing index : " + std::to_string(index)) != std::string::npos;
-   }
-   EXPECT_GE(stillUsed, 1);
-   EXPECT_EQ(freed, 1);
+   EXPECT_GE(linesWith(trace.lines(), ": index still used in"), 1);
+   EXPECT_EQ(linesWith(trace.lines(), ": freeing index : " + std::to_string(index)), 1);
    expectConsistent();
 }
 
@@ -177,17 +172,12 @@ TEST_F(MergedInterface, IndexWaitsForTheLastMemberWhicheverItIs) {
       runLoop();
       const std::string stillUsed =
           keepEgress ? ": index still used in egrL3Oif1Table" : ": index still used in ingL3Iif";
-      auto saw = [&](const std::string& piece) {
-         for (auto& l : trace.lines())
-            if (l.find(piece) != std::string::npos) return true;
-         return false;
-      };
-      EXPECT_TRUE(saw(stillUsed));
+      EXPECT_GE(linesWith(trace.lines(), stillUsed), 1);
       EXPECT_TRUE(intf->indexAllocator()->keyForIndex(index)) << "one member still programmed";
       EXPECT_TRUE(keepEgress ? egrRow(index) : ingRow(index));
       kept.reset();
       runLoop();
-      EXPECT_TRUE(saw(": freeing index : " + std::to_string(index)));
+      EXPECT_GE(linesWith(trace.lines(), ": freeing index : " + std::to_string(index)), 1);
       EXPECT_FALSE(intf->indexAllocator()->keyForIndex(index));
       expectConsistent();
    }

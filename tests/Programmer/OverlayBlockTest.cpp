@@ -18,10 +18,7 @@ protected:
       trace.reset();
       ProgrammerFixture::TearDown();
    }
-   size_t traced(std::string_view text) const {
-      return size_t(std::count_if(trace->lines().begin(), trace->lines().end(),
-                                  [&](auto& l) { return l.find(text) != std::string::npos; }));
-   }
+   size_t traced(std::string_view text) const { return size_t(linesWith(trace->lines(), text)); }
    static const L3EcmpMember0Table::Entry& member(const HandlePtr& h, uint32_t slot) {
       return block(h).entryBlock().entry(L3EcmpMember0Table::Index(slot));
    }

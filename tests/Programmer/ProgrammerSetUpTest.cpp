@@ -80,11 +80,7 @@ TEST_F(ProgrammerSetUp, MissingUnderlayGroupTableLeavesItNullAndEveryUnderlayUnr
    HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
    EXPECT_EQ(block(h).size(), 2u);
    EXPECT_FALSE(block(h).entryBlock().entry(L3EcmpMember0Table::Index(0)).underlayHandle());
-   EXPECT_EQ(std::count_if(trace.lines().begin(), trace.lines().end(),
-                           [](auto& l) {
-                              return l.find("Underlay is not yet resolved") != std::string::npos;
-                           }),
-             2);
+   EXPECT_EQ(linesWith(trace.lines(), "Underlay is not yet resolved"), 2);
 }
 
 TEST_F(ProgrammerSetUpDeathTest, BrokenPlatformStopsInitTables) {

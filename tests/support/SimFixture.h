@@ -6,6 +6,7 @@
 // everything; the tables can be dropped and recovered over the chip's rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <random>
@@ -41,6 +42,12 @@ using Oif = L3TunnelEgrL3Oif1Table;
 using Nh = L3TunnelIngL3NextHopTable;
 
 inline Wire::IpGenAddr addr(const char* text) { return Wire::IpGenAddr(text); }
+
+// How many of `lines` (a trace) hold `piece`.
+inline int linesWith(const Lines& lines, std::string_view piece) {
+   return int(std::count_if(lines.begin(), lines.end(),
+                            [&](const std::string& l) { return l.find(piece) != l.npos; }));
+}
 
 // Tunnel key number `n`: IPv4 for the IPv4 table's tests, IPv6 for the IPv6 one's.
 inline L3TunnelKey tunnelKey(uint32_t n, bool v6 = false) {
