@@ -11,6 +11,7 @@
 #include "Orb/BitUInt.h"
 #include "SharedL3/DontCareHandle.h"
 #include "Wire/IpGenAddr.h"
+#include "support/Refusal.h"
 
 namespace {
 
@@ -63,12 +64,7 @@ public:
 };
 
 std::string errorOf(const std::string& text) {
-   try {
-      Orb::strepToValue<Probe>(text);
-   } catch (const std::range_error& e) {
-      return e.what();
-   }
-   return "accepted";
+   return test::refusal<std::range_error>([&] { Orb::strepToValue<Probe>(text); });
 }
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
