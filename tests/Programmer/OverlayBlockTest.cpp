@@ -1,5 +1,5 @@
-// From via lists to member blocks: weights and order, drop vias, underlay
-// look-ups, shared chains, the tunnel row's fields, and full tables.
+// From via lists to member blocks: weights and order, one key shared by a
+// chain's handles, drop vias, underlay look-ups and full tables.
 #include <algorithm>
 
 #include "SharedL3/DontCareHandle.h"
@@ -51,6 +51,22 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
                     "underlayAdjId=3"),
              3u);
    EXPECT_EQ(h->entryState(), State::success);
+   // The tunnel, interface and next-hop handles of one chain share one copy
+   // of its key.
+   const L3TunnelKey key{addr("10.0.0.1"), addr("10.0.0.2")};
+   auto tunnel = v4->entryHandle(key);
+   auto next = nh->entryHandle(key);
+   ASSERT_TRUE(tunnel && next);
+   EXPECT_EQ(&tunnel->key(), &next->key());
+   if (expectedToggle()) {
+      auto merged = intf->entryHandle(key);
+      ASSERT_TRUE(merged);
+      EXPECT_EQ(&merged->key(), &tunnel->key());
+   } else {
+      auto interface = oif->entryHandle(key);
+      ASSERT_TRUE(interface);
+      EXPECT_EQ(&interface->key(), &tunnel->key());
+   }
    expectConsistent();
 }
 

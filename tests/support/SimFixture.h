@@ -229,12 +229,13 @@ public:
    }
 
    Brio::Ptr<AsicSim::HwTable> hw(std::string_view name) const { return chip->table(name, unit); }
-   // Every table's rows, and the writes and deletes that changed one.
+   // Every table's rows with their row keys, and the writes and deletes that
+   // changed one.
    std::map<std::string, std::vector<std::string>> chipRows() const {
       std::map<std::string, std::vector<std::string>> all;
       for (auto& name : chip->tableNames())
          for (Asic::Index i = 0; i < hw(name)->numEntries(); ++i)
-            all[name].push_back(hw(name)->rowText(i));
+            all[name].push_back(hw(name)->rowText(i) + " | " + hw(name)->rowKey(i).text());
       return all;
    }
    uint32_t chipChanges() const {
