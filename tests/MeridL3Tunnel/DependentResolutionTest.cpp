@@ -21,28 +21,6 @@ protected:
    }
 };
 
-TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
-   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
-   chip->holdResponsesIs(true);
-   auto t = tunnel(1);
-   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
-   auto ue = oif->unresolvedEntry(tunnelKey(1));
-   ASSERT_TRUE(ue);
-   EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
-   EXPECT_EQ(o->entryState(), State::unresolved);
-   EXPECT_FALSE(oif->resolvedEntry(tunnelKey(1)));
-   settle();
-   EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
-   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
-   EXPECT_EQ(linesWith(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
-   EXPECT_EQ(o->entryState(), State::success);
-   const std::string text = oif->resolvedEntry(tunnelKey(1))->stringValue();
-   EXPECT_NE(text.find("'tunnelIdx': " + std::to_string(t->hwIndex()) + ","), std::string::npos)
-       << text;
-   EXPECT_EQ(hw(Oif::typeName)->rowText(o->hwIndex()), oif->resolvedEntry(tunnelKey(1))->rowText());
-   expectConsistent();
-}
-
 // The callable is the resolved value's: a next hop whose interface failed has
 // none resolved, so its writer hears nothing of the failure.
 TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswer) {

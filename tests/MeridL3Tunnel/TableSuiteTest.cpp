@@ -109,6 +109,51 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
    }
 }
 
+// An entry naming one whose write is in flight waits for it with one
+// watcher and resolves once, with the named entry's index. A new value naming another entry in
+// flight stands before the programmed one until that entry is programmed too.
+TYPED_TEST(TableSuite, WaitsForWhatItNamesAndResolvesOnce) {
+   if constexpr (!TypeParam::hasDependentField) {
+      GTEST_SKIP() << "names no entry";
+   } else {
+      this->make();
+      auto& t = this->table();
+      const auto k = this->key(1);
+      this->chip->holdResponsesIs(true);
+      const auto e = this->entry(1);
+      Orb::TraceCapture trace(std::string(this->name) + "/9");
+      auto h = t.entryRef(k, e);
+      auto ue = t.unresolvedEntry(k);
+      ASSERT_TRUE(ue);
+      EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
+      EXPECT_EQ(h->entryState(), State::unresolved);
+      EXPECT_FALSE(t.resolvedEntryHas(k));
+      // A table keyed by its rows shows the waiting value, the others only a
+      // resolved one.
+      using Entry = typename TypeParam::Entry;
+      EXPECT_EQ(t.entryHas(k), TypeParam::knownIndex);
+      EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? e : Entry()));
+      this->settle();
+      EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
+      EXPECT_FALSE(t.unresolvedEntry(k));
+      EXPECT_EQ(linesWith(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
+      EXPECT_EQ(h->entryState(), State::success);
+      this->expectConsistent("resolved: ");
+
+      this->chip->holdResponsesIs(true);
+      const auto programmed = *t.resolvedEntry(k);
+      const auto other = this->entry(2);
+      t.entryCommit(k, other);
+      EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? other : programmed));
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), programmed));
+      this->settle();
+      EXPECT_FALSE(t.unresolvedEntry(k));
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), other));
+      EXPECT_FALSE(t.entryHas(this->key(9)));
+      EXPECT_FALSE(bool(t.entry(this->key(9))));
+   }
+}
+
 // Two rows: as many keys as the table hands indices out for are written, the
 // next finds no index and its writer hears so. A table that allocates its
 // indices gives a freed one to the key that found none, when it is written
