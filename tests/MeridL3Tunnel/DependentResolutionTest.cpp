@@ -59,39 +59,6 @@ TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswe
    }
 }
 
-TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
-   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
-   chip->holdResponsesIs(true);
-   auto t = tunnel(1);
-   auto o = oif->entryCommit(tunnelKey(1), oifEntry(t));
-   auto first = oif->unresolvedEntry(tunnelKey(1));
-   EXPECT_EQ(oif->entryCommit(tunnelKey(1), oifEntry(t)), o);
-   EXPECT_EQ(linesWith(trace.lines(), " : Found existing unresolved entry at key : "), 1);
-   EXPECT_EQ(oif->unresolvedEntry(tunnelKey(1)), first);
-   oif->entryCommit(tunnelKey(1), oifEntry(t, 5));
-   EXPECT_EQ(linesWith(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
-   EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
-   EXPECT_EQ(oif->unresolvedEntrys(), 1u);
-   settle();
-   runLoop();
-   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->ttlThreshold(), 5u);
-
-   // A new value over a programmed one: the old one waits on the pending queue
-   // until the hardware answers for the new one.
-   auto t2 = tunnel(2);
-   runLoop();
-   chip->holdResponsesIs(true);
-   const auto old = *oif->resolvedEntry(tunnelKey(1));
-   oif->entryCommit(tunnelKey(1), oifEntry(t2, 5));
-   auto handle = oif->entryHandle(tunnelKey(1));
-   ASSERT_EQ(handle->pendingEntrys(), 1u);
-   EXPECT_TRUE(Oif::Entry::isEq(handle->pendingEntryFront(), old));
-   settle();
-   EXPECT_EQ(handle->pendingEntrys(), 0u);
-   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), t2->hwIndex());
-   expectConsistent();
-}
-
 TEST_F(DependentResolution, DependentFieldIsSixteenBits) {
    // One allocator serves both tunnel tables; the last to initialise sizes it.
    chip->tableSizeIs(V4::typeName, 70000);

@@ -110,12 +110,15 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
 }
 
 // An entry naming one whose write is in flight waits for it with one
-// watcher and resolves once, with the named entry's index. A new value naming another entry in
-// flight stands before the programmed one until that entry is programmed too.
+// watcher and resolves once, with the named entry's index; the same value
+// again keeps the waiting one. A new value naming another entry in flight
+// stands behind the programmed one, and one more replaces it; a new value
+// over a programmed one leaves the old pending until the chip answers.
 TYPED_TEST(TableSuite, WaitsForWhatItNamesAndResolvesOnce) {
    if constexpr (!TypeParam::hasDependentField) {
       GTEST_SKIP() << "names no entry";
    } else {
+      using Entry = typename TypeParam::Entry;
       this->make();
       auto& t = this->table();
       const auto k = this->key(1);
@@ -130,9 +133,11 @@ TYPED_TEST(TableSuite, WaitsForWhatItNamesAndResolvesOnce) {
       EXPECT_FALSE(t.resolvedEntryHas(k));
       // A table keyed by its rows shows the waiting value, the others only a
       // resolved one.
-      using Entry = typename TypeParam::Entry;
       EXPECT_EQ(t.entryHas(k), TypeParam::knownIndex);
       EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? e : Entry()));
+      EXPECT_EQ(t.entryCommit(k, e), h);
+      EXPECT_EQ(t.unresolvedEntry(k), ue);
+      EXPECT_EQ(linesWith(trace.lines(), " : Found existing unresolved entry at key : "), 1);
       this->settle();
       EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
       EXPECT_FALSE(t.unresolvedEntry(k));
@@ -142,13 +147,24 @@ TYPED_TEST(TableSuite, WaitsForWhatItNamesAndResolvesOnce) {
 
       this->chip->holdResponsesIs(true);
       const auto programmed = *t.resolvedEntry(k);
-      const auto other = this->entry(2);
+      const auto other = this->entry(2), third = this->entry(3);
       t.entryCommit(k, other);
       EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? other : programmed));
       EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), programmed));
+      t.entryCommit(k, third);
+      EXPECT_EQ(linesWith(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
+      EXPECT_EQ(t.unresolvedEntrys(), 1u);
       this->settle();
       EXPECT_FALSE(t.unresolvedEntry(k));
-      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), other));
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), third));
+
+      this->chip->holdResponsesIs(true);
+      t.entryCommit(k, e);
+      ASSERT_EQ(t.entryHandle(k)->pendingEntrys(), 1u);
+      EXPECT_TRUE(Entry::isEq(t.entryHandle(k)->pendingEntryFront(), third));
+      this->settle();
+      EXPECT_EQ(t.entryHandle(k)->pendingEntrys(), 0u);
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), e));
       EXPECT_FALSE(t.entryHas(this->key(9)));
       EXPECT_FALSE(bool(t.entry(this->key(9))));
    }
