@@ -1,9 +1,8 @@
-// Entries that name another table's entry: they wait for it, take its
-// hardware index, fail with it, and go in the safe order.
+// Entries that name another table's entry, beyond the table suite's waiting
+// and rewriting: whose callable hears a chain's answer, the width of the
+// index they take, and what they refuse.
 #include <gtest/gtest.h>
 
-#include "Orb/Trace.h"
-#include "support/InvariantChecker.h"
 #include "support/Refusal.h"
 #include "support/SimFixture.h"
 
@@ -16,8 +15,8 @@ protected:
       SimFixture::SetUp();
       makeChainTables();
    }
-   HandlePtr tunnel(uint32_t n, uint8_t ttl = 64) {
-      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n), ttl));
+   HandlePtr tunnel(uint32_t n) {
+      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
    }
 };
 
