@@ -25,24 +25,19 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
    }
    std::vector<std::string> owners;
    for (auto& m : mounts.mounts()) owners.push_back(m.owner);
-   auto util = [](std::string_view t) { return std::string(t) + "::Util"; };
-   if (expectedToggle()) {
-      EXPECT_TRUE(programmer->l3InterfaceTable());
-      EXPECT_FALSE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners,
-                (std::vector{util(L3EcmpMember0Table::typeName),
-                             util(L3TunnelIngL3NextHopTable::typeName), util(IngL3Iif::typeName),
-                             util(EgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
-                             util(L3EgrL3Ipv6TunnelTable::typeName)}));
-   } else {
-      EXPECT_FALSE(programmer->l3InterfaceTable());
-      EXPECT_TRUE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners,
-                (std::vector{
-                    util(L3EcmpMember0Table::typeName), util(L3TunnelIngL3NextHopTable::typeName),
-                    util(L3TunnelEgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
-                    util(L3EgrL3Ipv6TunnelTable::typeName)}));
-   }
+   EXPECT_EQ(bool(programmer->l3InterfaceTable()), expectedToggle());
+   EXPECT_EQ(bool(programmer->l3TunnelEgrL3Oif1Table()), !expectedToggle());
+   std::vector<std::string_view> mounted{L3EcmpMember0Table::typeName,
+                                         L3TunnelIngL3NextHopTable::typeName};
+   if (expectedToggle())
+      mounted.insert(mounted.end(), {IngL3Iif::typeName, EgrL3Oif1Table::typeName});
+   else
+      mounted.push_back(L3TunnelEgrL3Oif1Table::typeName);
+   mounted.insert(mounted.end(),
+                  {L3EgrL3Ipv4TunnelTable::typeName, L3EgrL3Ipv6TunnelTable::typeName});
+   ASSERT_EQ(owners.size(), mounted.size());
+   for (size_t i = 0; i < owners.size(); ++i)
+      EXPECT_EQ(owners[i], std::string(mounted[i]) + "::Util");
    // Mounting a class again adds nothing.
    programmer->doMountHwTableMountInfo(mounts);
    EXPECT_EQ(mounts.mounts().size(), owners.size());
