@@ -1,9 +1,8 @@
-// Entries that name another table's entry: they wait for it, take its
-// hardware index, fail with it, and go in the safe order.
+// Entries that name another table's entry, beyond the table suite's waiting
+// and rewriting: whose callable hears a chain's answer, the width of the
+// index they take, and what they refuse.
 #include <gtest/gtest.h>
 
-#include "Orb/Trace.h"
-#include "support/InvariantChecker.h"
 #include "support/Refusal.h"
 #include "support/SimFixture.h"
 
@@ -16,37 +15,10 @@ protected:
       SimFixture::SetUp();
       makeChainTables();
    }
-   HandlePtr tunnel(uint32_t n, uint8_t ttl = 64) {
-      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n), ttl));
-   }
-   static int count(const std::vector<std::string>& lines, const std::string& piece) {
-      int n = 0;
-      for (auto& l : lines) n += l.find(piece) != std::string::npos;
-      return n;
+   HandlePtr tunnel(uint32_t n) {
+      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
    }
 };
-
-TEST_F(DependentResolution, WaitsWithOneWatcherAndResolvesOnce) {
-   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
-   chip->holdResponsesIs(true);
-   auto t = tunnel(1);
-   auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
-   auto ue = oif->unresolvedEntry(tunnelKey(1));
-   ASSERT_TRUE(ue);
-   EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
-   EXPECT_EQ(o->entryState(), State::unresolved);
-   EXPECT_FALSE(oif->resolvedEntry(tunnelKey(1)));
-   settle();
-   EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
-   EXPECT_FALSE(oif->unresolvedEntry(tunnelKey(1)));
-   EXPECT_EQ(count(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
-   EXPECT_EQ(o->entryState(), State::success);
-   const std::string text = oif->resolvedEntry(tunnelKey(1))->stringValue();
-   EXPECT_NE(text.find("'tunnelIdx': " + std::to_string(t->hwIndex()) + ","), std::string::npos)
-       << text;
-   EXPECT_EQ(hw(Oif::typeName)->rowText(o->hwIndex()), oif->resolvedEntry(tunnelKey(1))->rowText());
-   expectConsistent();
-}
 
 // The callable is the resolved value's: a next hop whose interface failed has
 // none resolved, so its writer hears nothing of the failure.
@@ -84,39 +56,6 @@ TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswe
       EXPECT_EQ(heard, c.heard);
       EXPECT_EQ(h->entryState(), c.reported);
    }
-}
-
-TEST_F(DependentResolution, RewritesWhileUnresolvedAndOverAResolvedValue) {
-   Orb::TraceCapture trace("MeridL3Tunnel::*/9");
-   chip->holdResponsesIs(true);
-   auto t = tunnel(1);
-   auto o = oif->entryCommit(tunnelKey(1), oifEntry(t));
-   auto first = oif->unresolvedEntry(tunnelKey(1));
-   EXPECT_EQ(oif->entryCommit(tunnelKey(1), oifEntry(t)), o);
-   EXPECT_EQ(count(trace.lines(), " : Found existing unresolved entry at key : "), 1);
-   EXPECT_EQ(oif->unresolvedEntry(tunnelKey(1)), first);
-   oif->entryCommit(tunnelKey(1), oifEntry(t, 5));
-   EXPECT_EQ(count(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
-   EXPECT_NE(oif->unresolvedEntry(tunnelKey(1)), first);
-   EXPECT_EQ(oif->unresolvedEntrys(), 1u);
-   settle();
-   runLoop();
-   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->ttlThreshold(), 5u);
-
-   // A new value over a programmed one: the old one waits on the pending queue
-   // until the hardware answers for the new one.
-   auto t2 = tunnel(2);
-   runLoop();
-   chip->holdResponsesIs(true);
-   const auto old = *oif->resolvedEntry(tunnelKey(1));
-   oif->entryCommit(tunnelKey(1), oifEntry(t2, 5));
-   auto handle = oif->entryHandle(tunnelKey(1));
-   ASSERT_EQ(handle->pendingEntrys(), 1u);
-   EXPECT_TRUE(Oif::Entry::isEq(handle->pendingEntryFront(), old));
-   settle();
-   EXPECT_EQ(handle->pendingEntrys(), 0u);
-   EXPECT_EQ(oif->resolvedEntry(tunnelKey(1))->tunnelIdx(), t2->hwIndex());
-   expectConsistent();
 }
 
 TEST_F(DependentResolution, DependentFieldIsSixteenBits) {

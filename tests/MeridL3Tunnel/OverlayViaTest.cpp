@@ -1,7 +1,6 @@
 // The overlay via list and what is particular to its entries (the value
 // suite has the rest): reading an adjacency, zero sources, reflection,
 // bounds and memory accounting.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -24,15 +23,6 @@ using Wire::IpGenAddr;
 Entry sample() {
    return Entry(Plx::nextHopArpResolved, IpGenAddr("10.0.0.1"), IpGenAddr("2001:db8::2"), 64, 2,
                 L3AdjIdKey(7, L3AdjIdKeyType::adjIdTypeEcmp));
-}
-
-std::string outOfRange(const std::function<void()>& f) {
-   try {
-      f();
-   } catch (const std::out_of_range& e) {
-      return e.what();
-   }
-   return "(no out_of_range)";
 }
 
 TEST(OverlayViaEntry, ParsesOnlyAnEmptyAdjacencyPart) {
@@ -82,30 +72,18 @@ protected:
 };
 
 TEST_F(OverlayViaList, PositionMustBeBelowTheSizeAndPopNeedsAnElement) {
-   EXPECT_EQ(outOfRange([&] { listOf(0)->viaPop(); }), "pop from an empty vector");
+   EXPECT_EQ(test::refusal<std::out_of_range>([&] { listOf(0)->viaPop(); }),
+             "pop from an empty vector");
    for (uint32_t n : {0u, 1u, 4u}) {
       SCOPED_TRACE(n);
       auto l = listOf(n);
       const std::string expected = "vector index out of range: position " + std::to_string(n) +
                                    ", size " + std::to_string(n);
-      EXPECT_EQ(outOfRange([&] { l->viaIs(n, numbered(99)); }), expected);
-      EXPECT_EQ(outOfRange([&] { l->via(n); }), expected);
+      EXPECT_EQ(test::refusal<std::out_of_range>([&] { l->viaIs(n, numbered(99)); }), expected);
+      EXPECT_EQ(test::refusal<std::out_of_range>([&] { l->via(n); }), expected);
       if (n > 0) {
          EXPECT_EQ(l->via(n - 1).weight(), n - 1);  // the last position is in range
       }
-   }
-}
-
-TEST_F(OverlayViaList, FactoryMakesAnEmptyNotifyingListReachableByName) {
-   using Factory = Brio::Ptr<L3TunnelOverlayVia> (*)();
-   auto byName = reinterpret_cast<Factory>(dlsym(RTLD_DEFAULT, "l3TunnelOverlayViaFactory"));
-   ASSERT_NE(byName, nullptr);
-   const std::vector<L3TunnelOverlayVia::Ptr> lists{byName(),
-                                                    MeridL3Tunnel::L3TunnelOverlayViaIs()};
-   for (const auto& l : lists) {
-      EXPECT_EQ(l->references(), 1u);
-      EXPECT_EQ(l->vias(), 0u);
-      EXPECT_TRUE(l->notification());
    }
 }
 

@@ -8,6 +8,15 @@
 namespace test {
 namespace {
 
+// A key type of another table sharing the allocator.
+struct OtherKey {
+   static constexpr std::string_view typeName = "test::OtherKey";
+   uint32_t v;
+   uint32_t hash(uint32_t seed) const { return v ^ seed; }
+   bool operator==(const OtherKey&) const = default;
+   friend std::ostream& operator<<(std::ostream& os, const OtherKey& k) { return os << k.v; }
+};
+
 class SharedIndexSpace : public SimFixture {
 protected:
    void SetUp() override {
@@ -41,11 +50,13 @@ TEST_F(SharedIndexSpace, IndicesAlternateBetweenTheTables) {
    }
 }
 
+// One key in both tables shares one index until both let go: once
+// programmed, one after the other; or both while their writes are in flight,
+// whichever write is answered first.
 TEST_F(SharedIndexSpace, OneKeyInBothTablesSharesItsIndexUntilBothLetGo) {
-   auto k = tunnelKey(1);
-   auto a = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
-   auto b = v6->entryRef(
-       k, L3EgrL3Ipv6TunnelTable::Entry(false, true, k.srcIpAddr(), 1, k.dstIpAddr(), U5(2)));
+   const auto k = tunnelKey(1);
+   const V6::Entry six(false, true, k.srcIpAddr(), 1, k.dstIpAddr(), U5(2));
+   auto a = write4(1), b = v6->entryRef(k, six);
    runLoop();
    EXPECT_EQ(a->hwIndex(), b->hwIndex());
    a.reset();
@@ -54,29 +65,38 @@ TEST_F(SharedIndexSpace, OneKeyInBothTablesSharesItsIndexUntilBothLetGo) {
    b.reset();
    runLoop();
    EXPECT_EQ(v6->indexAllocator()->indexForKey(k), Asic::invalidIndex);
-   expectConsistent();
-}
-
-// Let go while both writes are in flight: the index stays held until the
-// last of the two rows is deleted, whichever write is answered first.
-TEST_F(SharedIndexSpace, OneKeyLetGoInBothTablesWhileItsWritesAreInFlight) {
-   const auto k = tunnelKey(1);
    for (uint32_t first : {0u, 1u}) {
       SCOPED_TRACE(first == 0 ? "IPv4 answered first" : "IPv6 answered first");
       chip->holdResponsesIs(true);
-      auto a = v4->entryRef(k, tunnelEntry<L3EgrL3Ipv4TunnelTable>(k));
-      auto b = v6->entryRef(
-          k, L3EgrL3Ipv6TunnelTable::Entry(false, true, k.srcIpAddr(), 1, k.dstIpAddr(), U5(2)));
+      a = write4(1);
+      b = v6->entryRef(k, six);
       a.reset();
       b.reset();
       chip->releaseResponse(first);
       runLoop();
       settle();
-      EXPECT_EQ(hw(L3EgrL3Ipv4TunnelTable::typeName)->usedRows(), 0u);
-      EXPECT_EQ(hw(L3EgrL3Ipv6TunnelTable::typeName)->usedRows(), 0u);
+      EXPECT_EQ(hw(V4::typeName)->usedRows(), 0u);
+      EXPECT_EQ(hw(V6::typeName)->usedRows(), 0u);
       EXPECT_EQ(v4->indexAllocator()->used(), 0u);
       expectConsistent();
    }
+}
+
+// An index the shared allocator gave to a key of another type names no key
+// of this table.
+TEST_F(SharedIndexSpace, IndexHeldByAKeyOfAnotherTypeNamesNoKey) {
+   const Asic::Index other = v4->indexAllocator()->newIndexForKey(OtherKey{5});
+   ASSERT_NE(other, Asic::invalidIndex);
+   EXPECT_FALSE(v4->swKeyFromHwIndex(other));
+   v4->indexAllocator()->releaseIndex(v4->indexAllocator()->getKey(OtherKey{5}));
+}
+
+using SharedIndexSpaceDeathTest = SharedIndexSpace;
+
+TEST_F(SharedIndexSpaceDeathTest, SyncAfterWritesAborts) {
+   v4->entryCommit(tunnelKey(1), tunnelEntry<V4>(tunnelKey(1)));
+   runLoop();
+   EXPECT_DEATH(v4->syncEntries(), "assertion \"!swTable_->resolvedEntrys\\(\\)\" failed");
 }
 
 // Random writes, rewrites, commits, removals and dropped references over both

@@ -109,6 +109,67 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
    }
 }
 
+// An entry naming one whose write is in flight waits for it with one
+// watcher and resolves once, with the named entry's index; the same value
+// again keeps the waiting one. A new value naming another entry in flight
+// stands behind the programmed one, and one more replaces it; a new value
+// over a programmed one leaves the old pending until the chip answers.
+TYPED_TEST(TableSuite, WaitsForWhatItNamesAndResolvesOnce) {
+   if constexpr (!TypeParam::hasDependentField) {
+      GTEST_SKIP() << "names no entry";
+   } else {
+      using Entry = typename TypeParam::Entry;
+      this->make();
+      auto& t = this->table();
+      const auto k = this->key(1);
+      this->chip->holdResponsesIs(true);
+      const auto e = this->entry(1);
+      Orb::TraceCapture trace(std::string(this->name) + "/9");
+      auto h = t.entryRef(k, e);
+      auto ue = t.unresolvedEntry(k);
+      ASSERT_TRUE(ue);
+      EXPECT_EQ(ue->neededEntryHandleSms(), 1u);
+      EXPECT_EQ(h->entryState(), State::unresolved);
+      EXPECT_FALSE(t.resolvedEntryHas(k));
+      // A table keyed by its rows shows the waiting value, the others only a
+      // resolved one.
+      EXPECT_EQ(t.entryHas(k), TypeParam::knownIndex);
+      EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? e : Entry()));
+      EXPECT_EQ(t.entryCommit(k, e), h);
+      EXPECT_EQ(t.unresolvedEntry(k), ue);
+      EXPECT_EQ(linesWith(trace.lines(), " : Found existing unresolved entry at key : "), 1);
+      this->settle();
+      EXPECT_EQ(ue->neededEntryHandleSms(), 0u);
+      EXPECT_FALSE(t.unresolvedEntry(k));
+      EXPECT_EQ(linesWith(trace.lines(), " UnresolvedEntry resolved at key  : "), 1);
+      EXPECT_EQ(h->entryState(), State::success);
+      this->expectConsistent("resolved: ");
+
+      this->chip->holdResponsesIs(true);
+      const auto programmed = *t.resolvedEntry(k);
+      const auto other = this->entry(2), third = this->entry(3);
+      t.entryCommit(k, other);
+      EXPECT_TRUE(Entry::isEq(t.entry(k), TypeParam::knownIndex ? other : programmed));
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), programmed));
+      t.entryCommit(k, third);
+      EXPECT_EQ(linesWith(trace.lines(), " : Deleting existing unresolved entry at key : "), 1);
+      EXPECT_EQ(t.unresolvedEntrys(), 1u);
+      this->settle();
+      EXPECT_FALSE(t.unresolvedEntry(k));
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), third));
+
+      this->chip->holdResponsesIs(true);
+      t.entryCommit(k, e);
+      ASSERT_EQ(t.entryHandle(k)->pendingEntrys(), 1u);
+      EXPECT_TRUE(Entry::isEq(t.entryHandle(k)->pendingEntryFront(), third));
+      this->settle();
+      EXPECT_EQ(t.entryHandle(k)->pendingEntrys(), 0u);
+      EXPECT_TRUE(Entry::isEq(*t.resolvedEntry(k), e));
+      EXPECT_FALSE(t.entryHas(this->key(9)));
+      EXPECT_FALSE(bool(t.entry(this->key(9))));
+   }
+}
+
 // Two rows: as many keys as the table hands indices out for are written, the
 // next finds no index and its writer hears so. A table that allocates its
 // indices gives a freed one to the key that found none, when it is written
@@ -161,6 +222,33 @@ TYPED_TEST(TableSuite, RefusedWriteIsNoHwIndexAndTheSameValueAgainRetries) {
    EXPECT_EQ(h->entryState(), State::success);
    EXPECT_EQ(heard, (std::vector<State>{State::inProgress, State::success}));
    EXPECT_EQ(*this->rows().row(h->hwIndex()), t.resolvedEntry(this->key(1))->rowText());
+}
+
+// A table keyed by its rows never programs the invalid index: the key is
+// refused, its removal deletes nothing, and no index is kept for it.
+TYPED_TEST(TableSuite, InvalidIndexIsNeverProgrammed) {
+   if constexpr (!TypeParam::knownIndex) {
+      GTEST_SKIP() << "hands out its own indices";
+   } else {
+      this->make();
+      auto& t = this->table();
+      const typename TypeParam::Key k(Asic::invalidIndex);
+      const auto e = this->entry(1);
+      const auto before = this->rows().stats();
+      Orb::TraceCapture trace(std::string(this->name) + "/9");
+      auto bad = t.entryCommit(k, e);
+      EXPECT_EQ(bad->entryState(), State::noHwIndex);
+      EXPECT_EQ(bad->hwIndex(), Asic::invalidIndex);
+      t.entryRemove(k);
+      bad.reset();
+      this->settle();
+      EXPECT_EQ(this->rows().stats().writes, before.writes);
+      EXPECT_EQ(this->rows().stats().deletes, before.deletes);
+      EXPECT_FALSE(t.entryHandle(k));
+      const std::string skip =
+          std::string(this->name) + ": handleEntry : No entry in HwTable for this key. Skip delete";
+      EXPECT_EQ(std::count(trace.lines().begin(), trace.lines().end(), skip), 1);
+   }
 }
 
 // A removed entry stays while it is referenced. Its last reference clears the

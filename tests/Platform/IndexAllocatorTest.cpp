@@ -1,5 +1,6 @@
 // The first-free index allocator: requests for a given index, release
-// checked with every table sharing it, and random use against a plain model.
+// checked with every table sharing it, and random use against a plain model,
+// with keys of good and of colliding hashes.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -22,18 +23,17 @@ uint32_t mix(uint32_t h) {
    return h;
 }
 
-struct TunnelKey {
-   static constexpr std::string_view typeName = "Test::TunnelKey";
-   uint32_t vrf;
-   uint32_t dst;
-   uint32_t hash(uint32_t seed) const { return mix(seed ^ (vrf << 16) ^ dst); }
-   bool operator==(const TunnelKey&) const = default;
-   friend std::ostream& operator<<(std::ostream& os, const TunnelKey& k) {
-      return os << "vrf " << k.vrf << " dst " << k.dst;
-   }
+// Hashed well, or into `Buckets` values only: long probe runs that wrap.
+template <uint32_t Buckets = 0>
+struct Key {
+   static constexpr std::string_view typeName = "Test::Key";
+   uint32_t id;
+   uint32_t hash(uint32_t seed) const { return Buckets ? id % Buckets : mix(seed ^ id); }
+   bool operator==(const Key&) const = default;
+   friend std::ostream& operator<<(std::ostream& os, const Key& k) { return os << k.id; }
 };
 
-TunnelKey tk(uint32_t i) { return TunnelKey{0, i}; }
+Key<> tk(uint32_t i) { return {i}; }
 
 Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator(uint32_t n) {
    auto a = Brio::makePtr<Asic::FirstFreeIndexAllocator>();
@@ -83,7 +83,7 @@ TEST(FirstFreeIndexAllocator, RequestIndexForKey) {
       EXPECT_EQ(a->indexForKey(tk(2)), 2u);
       EXPECT_EQ(a->used(), c.used);
       if (c.ok) {
-         EXPECT_EQ(a->keyForIndex(c.index)->as<TunnelKey>()->dst, c.key);
+         EXPECT_EQ(a->keyForIndex(c.index)->as<Key<>>()->id, c.key);
       }
       EXPECT_EQ(a->newIndexForKey(tk(50)), c.nextFree);
    }
@@ -119,81 +119,93 @@ TEST(FirstFreeIndexAllocator, ReleaseWaitsForOtherHolders) {
 
 // Against a plain model: lowest free index first, reserved indices skipped
 // (but left to a key holding them), keys moved, released and the size
-// changed under them; sizes cross one and two bitmap levels.
-TEST(FirstFreeIndexAllocator, MatchesReferenceModel) {
+// changed under them; sizes cross one and two bitmap levels, and keys whose
+// hashes collide (all, or a few values, or none) run the key table's probes
+// through removals.
+template <class K>
+void matchesModel(uint32_t size) {
    std::mt19937 rng(12345);
    auto pick = [&](uint32_t bound) { return uint32_t(rng() % bound); };
-   for (uint32_t size : {70u, 5000u}) {
-      SCOPED_TRACE(size);
-      auto a = allocator(size);
-      uint32_t n = size;
-      std::map<uint32_t, Index> held;  // key -> index
-      std::map<Index, uint32_t> owner;
-      std::set<Index> reserved;
-      auto isFree = [&](Index i) { return i < n && !reserved.count(i) && !owner.count(i); };
-      auto hold = [&](uint32_t key, Index i) {
-         if (held.count(key)) owner.erase(held[key]);
-         held[key] = i;
-         owner[i] = key;
-      };
-      for (int op = 0; op < 4000; ++op) {
-         uint32_t key = pick(size + size / 4);
-         bool holds = held.count(key) != 0;
-         switch (pick(10)) {
-            case 0: {
-               Index i = pick(size + 8);
-               bool ok = (holds && held[key] == i) || isFree(i);
-               ASSERT_EQ(a->requestIndexForKey(i, tk(key)), ok) << i;
-               if (ok) hold(key, i);
+   auto a = allocator(size);
+   uint32_t n = size;
+   std::map<uint32_t, Index> held;  // key -> index
+   std::map<Index, uint32_t> owner;
+   std::set<Index> reserved;
+   auto isFree = [&](Index i) { return i < n && !reserved.count(i) && !owner.count(i); };
+   auto hold = [&](uint32_t key, Index i) {
+      if (held.count(key)) owner.erase(held[key]);
+      held[key] = i;
+      owner[i] = key;
+   };
+   for (int op = 0; op < 4000; ++op) {
+      const uint32_t key = pick(size + size / 4);
+      const bool holds = held.count(key) != 0;
+      switch (pick(10)) {
+         case 0: {
+            Index i = pick(size + 8);
+            bool ok = (holds && held[key] == i) || isFree(i);
+            ASSERT_EQ(a->requestIndexForKey(i, K{key}), ok) << i;
+            if (ok) hold(key, i);
+            break;
+         }
+         case 1: {
+            if (pick(8) == 0) {
+               n = pick(size + 1);
+               a->indexCountIs(n);
                break;
             }
-            case 1: {
-               if (pick(8) == 0) {
-                  n = pick(size + 1);
-                  a->indexCountIs(n);
-                  break;
-               }
-               Index last = key + pick(4);
-               a->reserveIndices(key, last);
-               for (Index i = key; i <= last; ++i) {
-                  if (!owner.count(i)) reserved.insert(i);
-               }
-               break;
+            Index last = key + pick(4);
+            a->reserveIndices(key, last);
+            for (Index i = key; i <= last; ++i) {
+               if (!owner.count(i)) reserved.insert(i);
             }
-            case 2:
-            case 3:
-            case 4:
-               a->releaseIndex(a->getKey(tk(key)));
-               if (holds) owner.erase(held[key]);
-               held.erase(key);
-               break;
-            default: {
-               Index expected = holds ? held[key] : invalidIndex;
-               for (Index i = 0; !holds && i < n && expected == invalidIndex; ++i) {
-                  if (isFree(i)) expected = i;
-               }
-               ASSERT_EQ(a->newIndexForKey(tk(key)), expected);
-               if (expected != invalidIndex) hold(key, expected);
+            break;
+         }
+         case 2:
+         case 3:
+            a->releaseIndex(a->getKey(K{key}));
+            if (holds) owner.erase(held[key]);
+            held.erase(key);
+            break;
+         case 4:
+            ASSERT_EQ(a->indexForKey(K{key}), holds ? held[key] : invalidIndex) << key;
+            break;
+         default: {
+            Index expected = holds ? held[key] : invalidIndex;
+            for (Index i = 0; !holds && i < n && expected == invalidIndex; ++i) {
+               if (isFree(i)) expected = i;
             }
+            ASSERT_EQ(a->newIndexForKey(K{key}), expected);
+            if (expected != invalidIndex) hold(key, expected);
          }
       }
-      ASSERT_EQ(a->used(), held.size());
-      for (auto& [i, k] : owner) ASSERT_EQ(a->keyForIndex(i)->as<TunnelKey>()->dst, k);
-      for (Index i = 0; i < size + 8; ++i) ASSERT_EQ(a->reserved(i), reserved.count(i) != 0);
+      ASSERT_EQ(a->used(), held.size()) << "op " << op;
+   }
+   for (auto& [i, k] : owner) ASSERT_EQ(a->keyForIndex(i)->template as<K>()->id, k);
+   for (Index i = 0; i < size + 8; ++i) ASSERT_EQ(a->reserved(i), reserved.count(i) != 0);
+   uint32_t visited = 0;
+   a->forEachHeldIndex([&](Index, const Orb::GenericValue&) { ++visited; });
+   EXPECT_EQ(visited, held.size());
+}
+
+TEST(FirstFreeIndexAllocator, MatchesReferenceModel) {
+   for (uint32_t size : {70u, 5000u}) {
+      SCOPED_TRACE(size);
+      matchesModel<Key<>>(size);
+      matchesModel<Key<1>>(size);
+      matchesModel<Key<7>>(size);
+      matchesModel<Key<0xFFFFFFFF>>(size);
    }
 }
 
-struct CountedAllocator : Asic::FirstFreeIndexAllocator {
-   static constexpr std::string_view typeName = "Test::CountedAllocator";
-   static inline int live = 0;
-   CountedAllocator() { ++live; }
-   ~CountedAllocator() override { --live; }
-   Orb::TypeId allocatorType() const override { return Orb::typeId<CountedAllocator>(); }
+struct SharedAllocator : Asic::FirstFreeIndexAllocator {
+   static constexpr std::string_view typeName = "Test::SharedAllocator";
+   Orb::TypeId allocatorType() const override { return Orb::typeId<SharedAllocator>(); }
 };
 
 TEST(GenericIndexAllocatorStubDeathTest, NullTableAborts) {
-   EXPECT_DEATH(Asic::GenericIndexAllocatorStub::createSharedAllocator<CountedAllocator>(
-                    Orb::typeId<TunnelKey>(), nullptr),
+   EXPECT_DEATH(Asic::GenericIndexAllocatorStub::createSharedAllocator<SharedAllocator>(
+                    Orb::typeId<Key<>>(), nullptr),
                 "assertion \"table\" failed");
 }
 

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <set>
-#include <sstream>
-
 #include "Orb/Strep.h"
 #include "Wire/IpGenAddr.h"
 #include "support/Refusal.h"

@@ -1,14 +1,8 @@
-// The shared L3 value types (adjacency key, next-hop kind) and the tagged
-// memory tracker.
+// The shared L3 value types: the adjacency key and the next-hop kind.
 #include <gtest/gtest.h>
 
-#include <list>
-#include <map>
-#include <set>
 #include <sstream>
-#include <vector>
 
-#include "Brio/Allocator.h"
 #include "MeridL3Common/L3AdjIdKey.h"
 #include "Orb/Strep.h"
 #include "Plx/NextHopEntryType.h"
@@ -63,12 +57,5 @@ TEST(NextHopEntryType, ReadsOneWholeName) {
       EXPECT_EQ(b.position(), 0u) << bad;
    }
 }
-
-struct TagA {
-   static constexpr std::string_view typeName = "Test::TagA";
-};
-struct TagB {
-   static constexpr std::string_view typeName = "Test::TagB";
-};
 
 }  // namespace

@@ -54,13 +54,4 @@ TEST(Loader, ExactBeatsDefaultThenReplaceAndDelete) {
    EXPECT_EQ(loaded("Test::Q", "X"), "qx:X");
 }
 
-template <int N>
-struct TestLoader : Loader::Singleton {
-   static inline int32_t made = 0;
-   TestLoader() { ++made; }
-   std::string_view prefixPath() const override { return "Test::S"; }
-   std::string_view suffixPath() const override { return N == 1 ? "One" : "Two"; }
-   std::string_view name() const override { return N == 1 ? "Test::OneLoader" : "Test::TwoLoader"; }
-};
-
 }  // namespace

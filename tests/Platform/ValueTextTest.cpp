@@ -8,17 +8,11 @@
 #include "Orb/CharRange.h"
 #include "Orb/Hash.h"
 #include "Orb/Strep.h"
+#include "support/Refusal.h"
 
 namespace {
 
-std::string errorOf(auto&& f) {
-   try {
-      f();
-   } catch (const std::range_error& e) {
-      return e.what();
-   }
-   return "(no range_error)";
-}
+std::string errorOf(auto&& f) { return test::refusal<std::range_error>(f); }
 
 // A value inside a value, printed and parsed the way entry types do it.
 struct Inner {
@@ -115,8 +109,6 @@ TEST(Strep, numbersBoolsAndQuotedText) {
 }
 
 TEST(BitUInt, rangeIsCheckedOnEveryWayIn) {
-   EXPECT_EQ(U5::max, 31);
-   EXPECT_EQ(U2::max, 3);
    EXPECT_EQ(U5(31).value(), 31);
    EXPECT_EQ(errorOf([] { U5(32); }), "U5: value 32 out of range (max = 31)");
    EXPECT_EQ(errorOf([] { U2(4); }), "U2: value 4 out of range (max = 3)");

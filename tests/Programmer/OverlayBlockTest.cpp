@@ -1,5 +1,5 @@
-// From via lists to member blocks: weights and order, drop vias, underlay
-// look-ups, shared chains, the tunnel row's fields, and full tables.
+// From via lists to member blocks: weights and order, one key shared by a
+// chain's handles, drop vias, underlay look-ups and full tables.
 #include <algorithm>
 
 #include "SharedL3/DontCareHandle.h"
@@ -18,10 +18,7 @@ protected:
       trace.reset();
       ProgrammerFixture::TearDown();
    }
-   size_t traced(std::string_view text) const {
-      return size_t(std::count_if(trace->lines().begin(), trace->lines().end(),
-                                  [&](auto& l) { return l.find(text) != std::string::npos; }));
-   }
+   size_t traced(std::string_view text) const { return size_t(linesWith(trace->lines(), text)); }
    static const L3EcmpMember0Table::Entry& member(const HandlePtr& h, uint32_t slot) {
       return block(h).entryBlock().entry(L3EcmpMember0Table::Index(slot));
    }
@@ -54,25 +51,22 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
                     "underlayAdjId=3"),
              3u);
    EXPECT_EQ(h->entryState(), State::success);
-   expectConsistent();
-}
-
-TEST_F(OverlayBlock, DropViaMembersShareTheReservedDropNextHop) {
-   start();
-   const uint32_t nextHopRows = hw(L3TunnelIngL3NextHopTable::typeName)->usedRows();
-   HandlePtr h = program({dropVia(4)});
-   ASSERT_EQ(block(h).size(), 4u);
-   const HandlePtr drop = nh->entryWeakRef(L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
-   for (uint32_t s = 0; s < 4; ++s) {
-      EXPECT_EQ(member(h, s).nextHopHandle(), drop);
-      EXPECT_EQ(member(h, s).underlayHandle(), SwTableWorkaround::dontCareHandle(0));
-      EXPECT_FALSE(member(h, s).resolved());
-      EXPECT_EQ(member(h, s).nextHopIdx(), drop->hwIndex());
+   // The tunnel, interface and next-hop handles of one chain share one copy
+   // of its key.
+   const L3TunnelKey key{addr("10.0.0.1"), addr("10.0.0.2")};
+   auto tunnel = v4->entryHandle(key);
+   auto next = nh->entryHandle(key);
+   ASSERT_TRUE(tunnel && next);
+   EXPECT_EQ(&tunnel->key(), &next->key());
+   if (expectedToggle()) {
+      auto merged = intf->entryHandle(key);
+      ASSERT_TRUE(merged);
+      EXPECT_EQ(&merged->key(), &tunnel->key());
+   } else {
+      auto interface = oif->entryHandle(key);
+      ASSERT_TRUE(interface);
+      EXPECT_EQ(&interface->key(), &tunnel->key());
    }
-   EXPECT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), nextHopRows);
-   EXPECT_EQ(v4->entrys(), 0u);
-   EXPECT_EQ(traced("Underlay is not yet resolved"), 0u);
-   EXPECT_EQ(h->entryState(), State::success);
    expectConsistent();
 }
 

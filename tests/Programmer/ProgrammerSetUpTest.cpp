@@ -25,24 +25,22 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
    }
    std::vector<std::string> owners;
    for (auto& m : mounts.mounts()) owners.push_back(m.owner);
-   auto util = [](std::string_view t) { return std::string(t) + "::Util"; };
-   if (expectedToggle()) {
-      EXPECT_TRUE(programmer->l3InterfaceTable());
-      EXPECT_FALSE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners,
-                (std::vector{util(L3EcmpMember0Table::typeName),
-                             util(L3TunnelIngL3NextHopTable::typeName), util(IngL3Iif::typeName),
-                             util(EgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
-                             util(L3EgrL3Ipv6TunnelTable::typeName)}));
-   } else {
-      EXPECT_FALSE(programmer->l3InterfaceTable());
-      EXPECT_TRUE(programmer->l3TunnelEgrL3Oif1Table());
-      EXPECT_EQ(owners,
-                (std::vector{
-                    util(L3EcmpMember0Table::typeName), util(L3TunnelIngL3NextHopTable::typeName),
-                    util(L3TunnelEgrL3Oif1Table::typeName), util(L3EgrL3Ipv4TunnelTable::typeName),
-                    util(L3EgrL3Ipv6TunnelTable::typeName)}));
-   }
+   EXPECT_EQ(bool(programmer->l3InterfaceTable()), expectedToggle());
+   EXPECT_EQ(bool(programmer->l3TunnelEgrL3Oif1Table()), !expectedToggle());
+   std::vector<std::string_view> mounted{L3EcmpMember0Table::typeName,
+                                         L3TunnelIngL3NextHopTable::typeName};
+   if (expectedToggle())
+      mounted.insert(mounted.end(), {IngL3Iif::typeName, EgrL3Oif1Table::typeName});
+   else
+      mounted.push_back(L3TunnelEgrL3Oif1Table::typeName);
+   mounted.insert(mounted.end(),
+                  {L3EgrL3Ipv4TunnelTable::typeName, L3EgrL3Ipv6TunnelTable::typeName});
+   ASSERT_EQ(owners.size(), mounted.size());
+   for (size_t i = 0; i < owners.size(); ++i)
+      EXPECT_EQ(owners[i], std::string(mounted[i]) + "::Util");
+   // Mounting a class again adds nothing.
+   programmer->doMountHwTableMountInfo(mounts);
+   EXPECT_EQ(mounts.mounts().size(), owners.size());
    EXPECT_EQ(programmer->ecmpGroup1Table().ptr(), underlay.ptr());
    for (auto* t :
         {static_cast<Asic::SwTable*>(members.ptr()), static_cast<Asic::SwTable*>(nh.ptr()),
@@ -55,7 +53,6 @@ TEST_F(ProgrammerSetUp, ToggleChoosesTheInterfaceTableAndTheMountedClasses) {
 TEST_F(ProgrammerSetUp, ReservedDropNextHopIsInstalledUnderTheZeroKey) {
    start();
    const L3TunnelKey key = L3TunnelOverlayEcmpProgrammer::getTunnelDropKey();
-   EXPECT_EQ(key, L3TunnelOverlayEcmpProgrammer::getTunnelDropKey());
    EXPECT_EQ(key.srcIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
    EXPECT_EQ(key.dstIpAddr(), Wire::IpGenAddr::ipGenAddrZero(Wire::AddressFamily::ipv4));
    HandlePtr drop = nh->entryWeakRef(key);
@@ -78,11 +75,7 @@ TEST_F(ProgrammerSetUp, MissingUnderlayGroupTableLeavesItNullAndEveryUnderlayUnr
    HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
    EXPECT_EQ(block(h).size(), 2u);
    EXPECT_FALSE(block(h).entryBlock().entry(L3EcmpMember0Table::Index(0)).underlayHandle());
-   EXPECT_EQ(std::count_if(trace.lines().begin(), trace.lines().end(),
-                           [](auto& l) {
-                              return l.find("Underlay is not yet resolved") != std::string::npos;
-                           }),
-             2);
+   EXPECT_EQ(linesWith(trace.lines(), "Underlay is not yet resolved"), 2);
 }
 
 TEST_F(ProgrammerSetUpDeathTest, BrokenPlatformStopsInitTables) {
@@ -127,6 +120,7 @@ TEST_F(ProgrammerSetUp, FactoriesAreFoundByNameInTheSharedLibrary) {
    programmer = makeProgrammer(fcsd, localEm, ledger);
    programmer->initTables(chipInfo);
    auto list = makeVias();
+   EXPECT_TRUE(list->notification());
    list->viaPush(via("10.0.0.1", "10.0.0.2", 3));
    HandlePtr h = programmer->populateOverlayEcmpBlock(list);
    runLoop();

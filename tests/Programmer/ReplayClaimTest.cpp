@@ -97,16 +97,6 @@ protected:
       for (auto& [name, n] : perTable({})) m[name] = stats(name);
       return m;
    }
-   std::map<std::string, std::vector<std::pair<std::string, std::string>>> rows() const {
-      std::map<std::string, std::vector<std::pair<std::string, std::string>>> r;
-      for (auto& name : chip->tableNames()) {
-         auto t = hw(name);
-         for (Asic::Index i = 0; t && i < t->numEntries(); ++i)
-            r[name].emplace_back(t->rowText(i), t->rowKey(i).text());
-      }
-      return r;
-   }
-
    void programAll(const Groups& groups) {
       held.clear();
       for (auto& vias : groups) {
@@ -135,8 +125,6 @@ protected:
       }
    }
 
-   void recover() { tablesIs(true); }
-
    std::vector<HandlePtr> held;
 };
 
@@ -144,7 +132,7 @@ TEST_P(ReplayClaim, OnlyWhatChangedIsWritten) {
    const ReplayCase& c = GetParam();
    start();
    programAll(baseline());
-   const auto rowsBefore = rows();
+   const auto rowsBefore = chipRows();
    std::vector<Asic::Index> bases;
    for (auto& h : held) bases.push_back(block(h).baseIndex());
    const Asic::Index alteredRow =
@@ -165,7 +153,7 @@ TEST_P(ReplayClaim, OnlyWhatChangedIsWritten) {
    if (c.failureArmed) chip->writeFailureAtIs(1);
    chip->journalingIs(true);
 
-   recover();
+   tablesIs(true);
    Groups replay = baseline();
    c.edit(replay);
    programAll(replay);
@@ -203,7 +191,7 @@ TEST_P(ReplayClaim, OnlyWhatChangedIsWritten) {
       }
    }
    if (perTable(c.writes) == perTable({}) && perTable(c.deletes) == perTable({})) {
-      EXPECT_EQ(rows(), rowsBefore);
+      EXPECT_EQ(chipRows(), rowsBefore);
       for (size_t g = 0; g < held.size(); ++g) EXPECT_EQ(block(held[g]).baseIndex(), bases[g]);
    }
    for (auto& h : held) {

@@ -1,10 +1,12 @@
-// The ECMP member table on its own: blocks wait for what they name, find a
-// contiguous range or report noHwIndex, hear their write responses, and give
-// rows, range and named entries back when their last holder goes; after a
-// restart, blocks take back exactly the chip's rows that are whole blocks.
+// The ECMP member table on its own: blocks hear their write responses and
+// keep what they name until their rows go; after a restart, rows that are no
+// whole block wait for the purge. Blocks waiting, finding no range, released
+// or taken back whole are the model runs' and the restart sweeps'.
 // Underlay group handles stand in for next hops, since their states can be
 // steered.
 #include <gtest/gtest.h>
+
+#include <optional>
 
 #include "AsicSim/Chip.h"
 #include "Brio/EventLoop.h"
@@ -65,46 +67,6 @@ protected:
    Brio::Ptr<EcmpGroup1Table> named;
 };
 
-TEST_F(EcmpMemberBlock, WaitsForNamedEntriesAndTakesTheirIndices) {
-   named->entryIs(adj(1), State::inProgress);
-   named->entryIs(adj(2), State::success);
-   HandlePtr h = members->entryBlockRef(blockOf(3, {1, 2}));
-   EXPECT_EQ(h->entryState(), State::unresolved);
-   EXPECT_EQ(base(h), Asic::invalidIndex);  // the range comes with resolution
-   EXPECT_EQ(rows(), 0u);
-   named->entryStateIs(adj(1), State::success);
-   EXPECT_EQ(h->entryState(), State::inProgress);
-   runLoop();
-   EXPECT_EQ(h->entryState(), State::success);
-   EXPECT_EQ(h->hwIndex(), 0u);
-   EXPECT_EQ(rows(), 3u);
-   const auto& m = block(h).entryBlock().entry(L3EcmpMember0Table::Index(1));
-   EXPECT_EQ(m.nextHopIdx(), named->entryWeakRef(adj(2))->hwIndex());
-   EXPECT_EQ(m.underlayIdx(), Asic::invalidIndex);
-   expectConsistent();
-}
-
-TEST_F(EcmpMemberBlock, NoContiguousRangeIsNoHwIndexAndAnEqualBlockRetries) {
-   named->entryIs(adj(1));
-   named->entryIs(adj(2));
-   HandlePtr a = members->entryBlockRef(blockOf(3, {1}));
-   HandlePtr b = members->entryBlockRef(blockOf(2, {2}));
-   HandlePtr c = members->entryBlockRef(blockOf(3, {2}));
-   a = nullptr;  // 0..2 free, 3..4 and 5..7 taken
-   runLoop();
-   HandlePtr big = members->entryBlockRef(blockOf(4, {1, 2}));
-   EXPECT_EQ(big->entryState(), State::noHwIndex);
-   EXPECT_EQ(base(big), Asic::invalidIndex);
-   EXPECT_EQ(members->indexAllocator().largestFree(), 3u);
-   b = nullptr;  // 0..4 free
-   runLoop();
-   HandlePtr again = members->entryBlockRef(blockOf(4, {1, 2}));
-   EXPECT_EQ(again, big);
-   runLoop();
-   EXPECT_EQ(big->entryState(), State::success);
-   expectConsistent();
-}
-
 TEST_F(EcmpMemberBlock, RefusedRowWriteIsNoHwIndex) {
    named->entryIs(adj(1));
    chip->writeFailuresIs(L3EcmpMember0Table::typeName, 1);
@@ -116,28 +78,6 @@ TEST_F(EcmpMemberBlock, RefusedRowWriteIsNoHwIndex) {
    runLoop();
    EXPECT_EQ(rows(), 0u);
    EXPECT_EQ(members->indexAllocator().used(), 0u);
-}
-
-// Released with its writes still unanswered: the rows go at once and the late
-// answers change nothing.
-TEST_F(EcmpMemberBlock, ReleaseWhileWritesAreInFlight) {
-   named->entryIs(adj(1));
-   chip->holdResponsesIs(true);
-   HandlePtr h = members->entryBlockRef(blockOf(3, {1}));
-   EXPECT_EQ(h->entryState(), State::inProgress);
-   const HandlePtr group = named->entryWeakRef(adj(1));
-   const uint32_t refsWithBlock = group->references();
-   h = nullptr;
-   EXPECT_EQ(group->references(), refsWithBlock - 3);
-   EXPECT_EQ(rows(), 0u);
-   chip->holdResponsesIs(false);
-   chip->releaseAllResponses();
-   runLoop();
-   EXPECT_EQ(members->entryBlocks(), 0u);
-   HandlePtr next = members->entryBlockRef(blockOf(1, {1}));
-   runLoop();
-   EXPECT_EQ(next->entryState(), State::success);
-   expectConsistent();
 }
 
 // The underlay group goes while member rows still name its index: a new group
@@ -161,41 +101,6 @@ TEST_F(EcmpMemberBlock, DeletedUnderlayGroupKeepsItsIndexWhileRowsNameIt) {
    expectConsistent();
 }
 
-// A restart destroys the table, not the rows. The next table keeps new blocks
-// off them, gives a block with the same rows its old range back without
-// changing a row, and purges the rest.
-TEST_F(EcmpMemberBlock, RowsSurviveTheTableAndAreReclaimedOrPurged) {
-   named->entryIs(adj(1));
-   named->entryIs(adj(2));
-   HandlePtr kept = members->entryBlockRef(blockOf(2, {1}));
-   HandlePtr dropped = members->entryBlockRef(blockOf(3, {2}));
-   runLoop();
-   const Asic::Index keptBase = base(kept);
-   members.reset();
-   kept = dropped = nullptr;
-   EXPECT_EQ(rows(), 5u);
-   const auto changes = hw()->stats().changes;
-
-   members = makeTable();
-   members->syncEntries();
-   EXPECT_EQ(members->recoveredRows(), 5u);
-   HandlePtr fresh = members->entryBlockRef(blockOf(1, {1, 2}));  // new rows: elsewhere
-   HandlePtr replayed = members->entryBlockRef(blockOf(2, {1}));
-   runLoop();
-   EXPECT_EQ(base(replayed), keptBase);
-   EXPECT_EQ(base(fresh), 5u);
-   EXPECT_EQ(hw()->stats().changes, changes + 1);
-   EXPECT_EQ(members->recoveredRows(), 3u);
-   expectConsistent();
-
-   members->purgeStaleEntries();
-   runLoop();
-   EXPECT_EQ(members->recoveredRows(), 0u);
-   EXPECT_EQ(rows(), 3u);
-   EXPECT_EQ(members->indexAllocator().used(), 3u);
-   expectConsistent();
-}
-
 // After a restart the chip's rows need not line up with whole blocks.
 class EcmpMemberRecovery : public EcmpMemberBlock {
 protected:
@@ -206,73 +111,45 @@ protected:
    }
 };
 
-// Blocks of 2, 3 and 4 rows side by side form one run of rows on the chip;
-// each is still recovered on its own and takes exactly its rows back.
-TEST_F(EcmpMemberRecovery, BlocksSideBySideEachTakeTheirRowsBack) {
-   const uint32_t sizes[] = {2, 3, 4};
-   Asic::Index bases[3];
-   {
-      HandlePtr held[3];
-      for (uint32_t i = 0; i < 3; ++i) bases[i] = base(held[i] = place(blockOf(sizes[i], {i + 1})));
-      restart();
-   }
-   members->syncEntries();
-   ASSERT_EQ(members->recoveredRows(), 9u);
-   const auto changes = hw()->stats().changes;
-   HandlePtr replayed[3];
-   for (uint32_t i = 3; i-- > 0;) {
-      replayed[i] = place(blockOf(sizes[i], {i + 1}));
-      EXPECT_EQ(base(replayed[i]), bases[i]) << "block " << i;
-   }
-   EXPECT_EQ(members->recoveredRows(), 0u);
-   EXPECT_EQ(hw()->stats().changes, changes);
-}
-
-// A block missing one row on the chip is not whole: its rows stay out of
-// new blocks' way until the purge, and the replayed block is placed afresh.
-TEST_F(EcmpMemberRecovery, BlockMissingARowIsNotTakenBackAndIsPurged) {
-   {
-      HandlePtr held = place(blockOf(3, {1}));
-      restart();
-   }
-   hw()->rowIs(1, nullptr);
-   hw()->rowKeyIs(1, {});
-   members->syncEntries();
-   EXPECT_EQ(members->recoveredRows(), 2u);
-   HandlePtr replayed = place(blockOf(3, {1}));
-   EXPECT_EQ(base(replayed), 3u);  // first range clear of rows 0 and 2
-   EXPECT_EQ(members->recoveredRows(), 2u);
-   members->purgeStaleEntries();
-   runLoop();
-   EXPECT_EQ(members->recoveredRows(), 0u);
-   for (Asic::Index i : {0u, 2u}) EXPECT_FALSE(hw()->row(i)) << "row " << i;
-   EXPECT_EQ(hw()->usedRows(), 3u);
-}
-
-// A row key that is not its own row's, or that names a block reaching past
-// the table, names no block: such rows are not taken back as a block, only
-// kept out of the way until the purge.
-TEST_F(EcmpMemberRecovery, KeysNamingAnotherRowOrBeyondTheTableNameNoBlock) {
+// Rows that are no whole block of their own (one missing, a key of another
+// row, a key naming a block beyond the table) are not taken back as a block,
+// only kept out of new blocks' way until the purge.
+TEST_F(EcmpMemberRecovery, RowsThatAreNoWholeBlockAreKeptOnlyUntilThePurge) {
    using RowKey = L3EcmpMember0Table::RowKey;
-   const std::pair<Asic::Index, RowKey> corrupt[] = {
-       {1, RowKey(7, 0, 3)},           // a key of another row than its own
-       {0, RowKey(0, 0, 0x80000000)},  // a block far beyond the table
+   const struct {
+      const char* name;
+      Asic::Index row;
+      std::optional<RowKey> key;  // none: the row is cleared
+      uint32_t found;
+   } cases[] = {
+       {"a row missing", 1, std::nullopt, 2},
+       {"a key of another row", 1, RowKey(7, 0, 3), 3},
+       {"a block beyond the table", 0, RowKey(0, 0, 0x80000000), 3},
    };
-   for (const auto& [row, key] : corrupt) {
+   for (const auto& c : cases) {
+      SCOPED_TRACE(c.name);
       {
          HandlePtr held = place(blockOf(3, {1}));
          ASSERT_EQ(base(held), 0u);
          restart();
       }
-      hw()->rowKeyIs(row, Orb::GenericValue::of(key));
+      if (c.key) {
+         hw()->rowKeyIs(c.row, Orb::GenericValue::of(*c.key));
+      } else {
+         hw()->rowIs(c.row, nullptr);
+         hw()->rowKeyIs(c.row, {});
+      }
       members->syncEntries();
-      EXPECT_EQ(members->recoveredRows(), 3u) << key;
+      EXPECT_EQ(members->recoveredRows(), c.found);
       HandlePtr replayed = place(blockOf(3, {1}));
-      EXPECT_EQ(base(replayed), 3u) << key;
+      EXPECT_EQ(base(replayed), 3u);  // the first range clear of the found rows
       members->purgeStaleEntries();
+      runLoop();
+      EXPECT_EQ(members->recoveredRows(), 0u);
+      for (Asic::Index i = 0; i < 3; ++i) EXPECT_FALSE(hw()->row(i)) << "row " << i;
       replayed = nullptr;
       runLoop();
-      EXPECT_EQ(hw()->usedRows(), 0u) << key;
+      EXPECT_EQ(hw()->usedRows(), 0u);
       restart();
    }
 }
