@@ -9,23 +9,21 @@
 // is also played here, op by op on standard output. The interface-table
 // toggle is this process's (L3TUNNEL_TOGGLE_DIR). Exit code 0 when every run
 // held, 1 when one failed (its report on standard output), 2 on a usage error.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 
 #include "Model/ModelRun.h"
+#include "support/Installed.h"
 
 namespace {
 
@@ -38,107 +36,66 @@ bool dumpEach = false;  // --dump: the chip's rows after every op of a shown run
    std::exit(2);
 }
 
-uint64_t number(const std::string& text, const char* option) {
+uint64_t number(const std::string& text, const std::string& option) {
    uint64_t v = 0;
    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), v);
    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-      usage(std::string(option) + ": not a number: " + text);
+      usage(option + ": not a number: " + text);
    return v;
 }
 
 std::vector<uint32_t> indices(const std::string& list, uint32_t count) {
    std::vector<uint32_t> out;
    if (list == "none") return out;
-   for (size_t p = 0; p <= list.size();) {
-      const size_t comma = std::min(list.find(',', p), list.size());
-      const uint64_t i = number(list.substr(p, comma - p), "--only");
+   std::istringstream in(list);
+   for (std::string item; std::getline(in, item, ',');) {
+      const uint64_t i = number(item, "--only");
       if (i >= count) usage("--only: op " + std::to_string(i) + " is past the last op");
       out.push_back(uint32_t(i));
-      p = comma + 1;
    }
    return out;
 }
 
-void writeAll(int fd, const std::string& s) {
-   for (size_t done = 0; done < s.size();) {
-      const ssize_t n = ::write(fd, s.data() + done, s.size() - done);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return;
-      done += size_t(n);
-   }
-}
-
-// The last lines the child wrote to standard error: an assertion's text.
-std::string tail(const std::string& path) {
-   std::ifstream in(path);
-   std::string line, last;
-   while (std::getline(in, line))
-      if (!line.empty()) last = line;
-   return last;
-}
-
-// Runs the ops in a child process. The child reports each op before it runs
-// it and the result at the end; a child that dies failed at its last op.
+// Runs the ops in a child process, which exits where the program would
+// start. It reports each op before it runs it and the result at the end; a
+// child that dies failed at its last op.
 model::RunResult runIsolated(const model::RunConfig& config, const std::vector<model::Op>& ops) {
-   int fd[2];
-   if (::pipe(fd) != 0) throw std::runtime_error("pipe: " + std::string(std::strerror(errno)));
-   char errPath[] = "/tmp/model-soak-XXXXXX";
-   const int errFd = ::mkstemp(errPath);
+   const test::ScratchDir dir("model-soak");
    std::cout.flush();
-   const pid_t pid = ::fork();
-   if (pid == 0) {
-      ::close(fd[0]);
-      if (errFd >= 0) ::dup2(errFd, STDERR_FILENO);
+   const test::Outcome o = test::runProgram(dir.path, {"/bin/true"}, {}, [&] {
       model::RunOptions options;
-      options.progress = [&](uint32_t step) {
-         writeAll(fd[1], "step " + std::to_string(step) + "\n");
-      };
+      options.progress = [](uint32_t step) { std::cout << "step " << step << std::endl; };
       const model::RunResult r = model::runOps(config, ops, options);
-      std::string out = "result " + std::to_string(r.failed) + " " + std::to_string(r.step) + " " +
-                        std::to_string(r.fullChecks) + " " + std::to_string(r.excused) + " " +
-                        std::to_string(r.strictChecks) + " " + std::to_string(r.flapChecks) + "\n";
-      for (auto& v : r.violations) out += "v " + v + "\n";
-      writeAll(fd[1], out);
+      std::cout << "result " << r.failed << " " << r.step << " " << r.fullChecks << " " << r.excused
+                << " " << r.strictChecks << " " << r.flapChecks << "\n";
+      for (auto& v : r.violations) std::cout << "v " << v << "\n";
+      std::cout.flush();
       ::_exit(0);
-   }
-   ::close(fd[1]);
-   std::string text;
-   char buf[4096];
-   for (ssize_t n; (n = ::read(fd[0], buf, sizeof buf)) != 0;) {
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) break;
-      text.append(buf, size_t(n));
-   }
-   ::close(fd[0]);
-   int status = 0;
-   ::waitpid(pid, &status, 0);
+   });
    model::RunResult r;
-   std::istringstream in(text);
    bool finished = false;
+   std::istringstream in(o.out);
    for (std::string line; std::getline(in, line);) {
-      if (line.rfind("step ", 0) == 0) {
-         std::from_chars(line.data() + 5, line.data() + line.size(), r.step);
-      } else if (line.rfind("result ", 0) == 0) {
-         std::istringstream fields(line.substr(7));
-         int failed = 0;
-         fields >> failed >> r.step >> r.fullChecks >> r.excused >> r.strictChecks >> r.flapChecks;
-         r.failed = failed != 0;
-         finished = true;
-      } else if (line.rfind("v ", 0) == 0) {
+      std::istringstream fields(line.substr(line.find(' ') + 1));
+      if (line.rfind("step ", 0) == 0)
+         fields >> r.step;
+      else if (line.rfind("result ", 0) == 0)
+         finished = bool(fields >> r.failed >> r.step >> r.fullChecks >> r.excused >>
+                         r.strictChecks >> r.flapChecks);
+      else if (line.rfind("v ", 0) == 0)
          r.violations.push_back(line.substr(2));
-      }
    }
-   if (!finished) {
-      r.failed = true;
-      std::string why = WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
-                                            : "exited with " + std::to_string(WEXITSTATUS(status));
-      const std::string last = errFd >= 0 ? tail(errPath) : "";
-      r.violations = {"crash: " + why + (last.empty() ? "" : ": " + last)};
-   }
-   if (errFd >= 0) {
-      ::close(errFd);
-      ::unlink(errPath);
-   }
+   if (finished) return r;
+   // The last line the child wrote to standard error: an assertion's text.
+   std::string last;
+   std::istringstream err(o.err);
+   for (std::string line; std::getline(err, line);)
+      if (!line.empty()) last = line;
+   r.failed = true;
+   r.violations = {"crash: " +
+                   (o.code >= 128 ? "killed by signal " + std::to_string(o.code - 128)
+                                  : "exited with " + std::to_string(o.code)) +
+                   (last.empty() ? "" : ": " + last)};
    return r;
 }
 
@@ -180,51 +137,39 @@ bool runSeed(uint64_t seed, uint32_t opCount, const std::vector<uint32_t>* only,
 }  // namespace
 
 int main(int argc, char** argv) {
-   uint64_t seconds = 60, firstSeed = std::random_device{}(), seed = 0;
-   uint32_t opCount = 120;
-   bool oneSeed = false, keepGoing = false;
-   std::string only;
+   const std::set<std::string> flags{"--keep-going", "--dump", "--verbose"};
+   const std::set<std::string> valued{"--seconds", "--first-seed", "--ops", "--seed", "--only"};
+   std::map<std::string, std::string> given;  // a flag maps to ""
    for (int i = 1; i < argc; ++i) {
       const std::string a = argv[i];
-      auto value = [&]() -> std::string {
-         if (i + 1 >= argc) usage(a + " needs a value");
-         return argv[++i];
-      };
-      if (a == "--seconds")
-         seconds = number(value(), "--seconds");
-      else if (a == "--first-seed")
-         firstSeed = number(value(), "--first-seed");
-      else if (a == "--ops")
-         opCount = uint32_t(number(value(), "--ops"));
-      else if (a == "--seed")
-         oneSeed = true, seed = number(value(), "--seed");
-      else if (a == "--only")
-         only = value();
-      else if (a == "--keep-going")
-         keepGoing = true;
-      else if (a == "--verbose")
-         ;  // a single seed is always shown op by op
-      else if (a == "--dump")
-         dumpEach = true;
-      else
-         usage("unknown argument " + a);
+      if (!flags.count(a) && !valued.count(a)) usage("unknown argument " + a);
+      if (valued.count(a) && i + 1 >= argc) usage(a + " needs a value");
+      given[a] = valued.count(a) ? argv[++i] : "";
    }
-   const bool toggle = MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::commonIifOifIndex();
+   auto num = [&](const std::string& o, uint64_t fallback) {
+      return given.count(o) ? number(given[o], o) : fallback;
+   };
+   const uint32_t opCount = uint32_t(num("--ops", 120));
+   dumpEach = given.count("--dump");  // a single seed is always shown op by op: --verbose
    model::RunResult r;
-   if (oneSeed) {
+   if (given.count("--seed")) {
       std::vector<uint32_t> subset;
-      if (!only.empty()) subset = indices(only, opCount);
-      return runSeed(seed, opCount, only.empty() ? nullptr : &subset, true, r) ? 0 : 1;
+      if (given.count("--only")) subset = indices(given["--only"], opCount);
+      return runSeed(num("--seed", 0), opCount, given.count("--only") ? &subset : nullptr, true, r)
+                 ? 0
+                 : 1;
    }
-   if (!only.empty()) usage("--only goes with --seed");
+   if (given.count("--only")) usage("--only goes with --seed");
 
-   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+   const bool toggle = MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::commonIifOifIndex();
+   const uint64_t firstSeed = num("--first-seed", std::random_device{}());
+   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(num("--seconds", 60));
    uint64_t runs = 0, failed = 0, checks = 0, excused = 0, strict = 0, flap = 0;
    for (uint64_t s = firstSeed; std::chrono::steady_clock::now() < end; ++s) {
       ++runs;
       if (!runSeed(s, opCount, nullptr, false, r)) {
          ++failed;
-         if (keepGoing) continue;
+         if (given.count("--keep-going")) continue;
          break;
       }
       checks += r.fullChecks;
