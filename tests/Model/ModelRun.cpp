@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <charconv>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -13,12 +12,14 @@
 #include <optional>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "Brio/EventLoop.h"
 #include "Model/ReferenceModel.h"
 #include "Plx/NextHopEntryType.h"
 #include "SharedL3/DontCareHandle.h"
 #include "support/InvariantChecker.h"
+#include "support/RowText.h"
 
 namespace model {
 
@@ -76,26 +77,8 @@ std::string indexText(Asic::Index i) {
    return Asic::isValidIndex(i) ? std::to_string(i) : std::string("none");
 }
 
-// A field of a row's text form: "Value('T', ** {'name': value, ...})".
 std::string field(const std::string& row, std::string_view name) {
-   const std::string tag = "'" + std::string(name) + "': ";
-   size_t p = row.find(tag);
-   if (p == std::string::npos) return "<missing>";
-   p += tag.size();
-   if (p < row.size() && row[p] == '\'') {
-      const size_t end = row.find('\'', p + 1);
-      return row.substr(p + 1, end == std::string::npos ? end : end - p - 1);
-   }
-   const size_t end = row.find_first_of(",}", p);
-   return row.substr(p, end == std::string::npos ? end : end - p);
-}
-
-// An index as a row's text gives it; nothing for a field that is not one.
-std::optional<Asic::Index> indexOf(const std::string& text) {
-   Asic::Index i = 0;
-   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), i);
-   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-   return i;
+   return test::rowField(row, name).value_or("<missing>");
 }
 
 }  // namespace
@@ -276,30 +259,31 @@ public:
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
             if (const std::string* row = hw->row(i)) f(i, *row);
       };
-      const std::vector<HwTable> interfaces = hwTables(Table::interface);
-      rows(HwTable::nextHop, [&](Asic::Index i, const std::string& row) {
-         if (field(row, "drop") == "True") return;
-         for (HwTable t : interfaces)
-            if (!used(t, field(row, "l3Oif1")))
-               fail("dangling: next-hop row ", i, " names ", hwTableShortName(t), " row ",
-                    field(row, "l3Oif1"), ", which is clear");
-      });
-      for (HwTable t : {HwTable::tunnelOif, HwTable::egrOif}) {
-         rows(t, [&](Asic::Index i, const std::string& row) {
-            if (!used(HwTable::tunnelV4, field(row, "tunnelIdx")))
-               fail("dangling: ", hwTableShortName(t), " row ", i, " names tunnel row ",
-                    field(row, "tunnelIdx"), ", which is clear");
+      // Each link of a chain into a table in use: a dropping next hop names none.
+      const std::tuple<HwTable, const char*, HwTable> links[] = {
+          {HwTable::nextHop, "l3Oif1", HwTable::tunnelOif},
+          {HwTable::nextHop, "l3Oif1", HwTable::ingIif},
+          {HwTable::nextHop, "l3Oif1", HwTable::egrOif},
+          {HwTable::tunnelOif, "tunnelIdx", HwTable::tunnelV4},
+          {HwTable::egrOif, "tunnelIdx", HwTable::tunnelV4},
+          {HwTable::member, "nextHopIdx", HwTable::nextHop}};
+      const std::vector<HwTable> inUse = hwTablesInUse(m_.commonInterface());
+      for (auto [from, name, to] : links) {
+         if (std::find(inUse.begin(), inUse.end(), to) == inUse.end()) continue;
+         rows(from, [&](Asic::Index i, const std::string& row) {
+            if (field(row, "drop") != "True" && !used(to, test::rowIndexField(row, name)))
+               fail("dangling: ", hwTableShortName(from), " row ", i, " names ",
+                    hwTableShortName(to), " row ", field(row, name), ", which is clear");
          });
       }
+      // A member row names its underlay group by index.
       rows(HwTable::member, [&](Asic::Index i, const std::string& row) {
-         if (!used(HwTable::nextHop, field(row, "nextHopIdx")))
-            fail("dangling: member row ", i, " names next-hop row ", field(row, "nextHopIdx"),
-                 ", which is clear");
          const std::string u = field(row, "underlayIdx");
          if (field(row, "resolved") != "True" || u == std::to_string(Asic::invalidIndex)) return;
          // A found row pins its group: the group may go, its index stays taken.
          if (stale(HwTable::member, i)) {
-            if (auto index = indexOf(u); !index || !sys_.underlay().indexTaken(*index))
+            if (auto index = test::rowIndexField(row, "underlayIdx");
+                !index || !sys_.underlay().indexTaken(*index))
                fail("dangling: found member row ", i, " names underlay index ", u,
                     ", which is free");
          } else if (!underlayIndices.count(u)) {
@@ -663,12 +647,10 @@ private:
       return it != stale_.end() && it->second.count(i);
    }
 
-   bool used(HwTable t, const std::string& index) const {
+   bool used(HwTable t, std::optional<Asic::Index> i) const {
       auto hw = sys_.hw(t);
-      const auto i = indexOf(index);
       return hw && i && hw->row(*i);
    }
-
    const System& sys_;
    const ReferenceModel& m_;
    const Programmer& p_;
@@ -707,15 +689,7 @@ private:
 };
 
 std::vector<std::string> invariants(const System& sys) {
-   const Programmer& p = sys.programmer();
-   test::InvariantChecker checker(sys.chip());
-   checker.table(*p.l3EgrL3Ipv4TunnelTable());
-   checker.table(*p.l3EgrL3Ipv6TunnelTable());
-   if (p.l3TunnelEgrL3Oif1Table()) checker.table(*p.l3TunnelEgrL3Oif1Table());
-   checker.table(*p.l3TunnelIngL3NextHopTable());
-   if (p.l3InterfaceTable()) checker.mergedTable(*p.l3InterfaceTable());
-   checker.memberTable(*p.l3EcmpMember0Table());
-   auto v = checker.violations();
+   auto v = test::InvariantChecker(sys.chip()).programmer(sys.programmer()).violations();
    for (auto& line : v) line = "invariant: " + line;
    return v;
 }

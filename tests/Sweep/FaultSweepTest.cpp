@@ -37,7 +37,7 @@ Baseline baselineOf(const Scenario& scenario) {
    b.blocks = blockChains(agent.chip(), agent.commonIifOifIndex(), faults);
    b.chains = groupChains(agent, faults);
    EXPECT_EQ(faults, Lines{}) << "fault-free run: ";
-   EXPECT_EQ(invariantViolations(agent), Lines{}) << "fault-free run: ";
+   EXPECT_EQ(test::agentViolations(agent), Lines{}) << "fault-free run: ";
    EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << "fault-free run: ";
    return b;
 }
@@ -71,7 +71,7 @@ protected:
    // belongs to an entry that shows its failure, and a group differs from
    // the fault-free run only by showing a failure it can point at.
    void expectFaultedEnd(const Agent& agent, const Baseline& base, const std::string& where) {
-      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
       for (const auto& s : spacesOf(agent)) {
          for (uint32_t i : s.held) {
             if (s.rows.count(i)) continue;
@@ -100,7 +100,7 @@ protected:
    // group that found no range without the fault may hold one now, as a
    // block keeps the range it has.
    void expectConverged(const Agent& agent, const Baseline& base, const std::string& where) {
-      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
       EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << where;
       const auto states = groupStates(agent);
       bool roomFound = false;
@@ -173,7 +173,7 @@ TEST_P(FaultSweep, EveryWriteFailedInTurnIsReportedAndRepairedByApplyingAgain) {
          const std::string step = where + "step " + std::to_string(s + 1) + ": ";
          for (size_t f = before; f < chip.failedWrites().size(); ++f)
             expectReported(agent, chip.failedWrites()[f], step);
-         EXPECT_EQ(invariantViolations(agent), Lines{}) << step;
+         EXPECT_EQ(test::agentViolations(agent), Lines{}) << step;
       }
       // The first always comes; a later one may not, when an earlier one
       // left writes out.

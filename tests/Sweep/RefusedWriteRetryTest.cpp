@@ -91,7 +91,7 @@ TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
          runSteps(agent, scenario.steps, 0, 1);
          ASSERT_EQ(chip.failedWrites().size(), r.first.size() + r.second.size());
          EXPECT_TRUE(agent.groups().at("g")->isFailed()) << groupStates(agent).at("g");
-         EXPECT_EQ(invariantViolations(agent), Lines{});
+         EXPECT_EQ(test::agentViolations(agent), Lines{});
       }
 
       runSteps(agent, scenario.steps, 0, 1);
@@ -101,7 +101,7 @@ TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
       std::vector<std::string> faults;
       blockChains(chip, agent.commonIifOifIndex(), faults);
       EXPECT_EQ(faults, Lines{});
-      EXPECT_EQ(invariantViolations(agent), Lines{});
+      EXPECT_EQ(test::agentViolations(agent), Lines{});
       EXPECT_EQ(allocatorRowMismatches(agent), Lines{});
    }
 }

@@ -88,17 +88,17 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
       restartAndReplay(agent);
       EXPECT_EQ(changesOf(chip.journal()), ref.replayChanges)
           << where << "the restart changed rows:" << journalText(chip.journal());
-      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
       for (size_t s = k; s < n; ++s) {
          chip.journalDelAll();
          runSteps(agent, scenario.steps, s, s + 1);
          EXPECT_EQ(changesOf(chip.journal()), ref.changes[s - k])
              << where << "step " << s + 1 << " changed other rows than without the restart";
-         EXPECT_EQ(invariantViolations(agent), Lines{}) << where << "step " << s + 1 << ": ";
+         EXPECT_EQ(test::agentViolations(agent), Lines{}) << where << "step " << s + 1 << ": ";
       }
       EXPECT_TRUE(rowsOf(chip) == ref.rows) << where << rowsDiff(ref.rows, rowsOf(chip));
       EXPECT_EQ(groupStates(agent), ref.groups) << where;
-      EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
    }
 }
 
@@ -164,7 +164,7 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
              << where << canonicalDiff(fresh.canonical, canonicalRows(chip));
          EXPECT_EQ(allocatorRowMismatches(agent), Lines{}) << where;
          EXPECT_EQ(agent.programmer()->l3EcmpMember0Table()->recoveredRows(), 0u) << where;
-         EXPECT_EQ(invariantViolations(agent), Lines{}) << where;
+         EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
          EXPECT_EQ(groupStates(agent), fresh.groups) << where;
          if (HasFailure()) return;
       }

@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
-#include <regex>
 #include <sstream>
 #include <system_error>
 
 #include "SharedL3/L3EcmpMember0Table.h"
-#include "support/AgentInvariants.h"
 #include "support/Installed.h"
+#include "support/RowText.h"
 
 namespace sweep {
 
@@ -57,20 +55,6 @@ std::optional<typename Table::Entry> valueOf(const Table& t, const typename Tabl
    if (auto v = t.resolvedEntry(key)) return *v;
    if (auto ue = t.unresolvedEntry(key)) return ue->entry();
    return std::nullopt;
-}
-
-std::optional<uint32_t> field(const std::string& text, const std::string& name) {
-   std::smatch m;
-   if (!std::regex_search(text, m, std::regex("'" + name + "': (\\d+)"))) return std::nullopt;
-   const std::string digits = m[1];
-   uint32_t v = 0;
-   if (std::from_chars(digits.data(), digits.data() + digits.size(), v).ec != std::errc())
-      return std::nullopt;
-   return v;
-}
-
-std::string withoutField(const std::string& text, const std::string& name) {
-   return std::regex_replace(text, std::regex("'" + name + "': \\d+"), "'" + name + "': *");
 }
 
 }  // namespace
@@ -191,10 +175,6 @@ std::string journalText(const std::vector<AsicSim::Chip::RowChange>& journal) {
       os << "\n  " << unqualifiedName(c.table) << "[" << c.index
          << "]: " << c.before.value_or("(clear)") << " -> " << c.after.value_or("(clear)");
    return os.str();
-}
-
-std::vector<std::string> invariantViolations(const Agent& agent) {
-   return test::agentViolations(agent);
 }
 
 std::vector<Space> spacesOf(const Agent& agent) {
@@ -331,14 +311,14 @@ std::string memberChain(const AsicSim::Chip& chip, bool commonIifOifIndex, uint3
    };
    const std::string* member = members ? members->row(row) : nullptr;
    if (!member) return fault("member row " + std::to_string(row) + " is clear");
-   std::string out = withoutField(*member, "nextHopIdx");
-   const auto nhIndex = field(*member, "nextHopIdx");
+   std::string out = test::rowWithField(*member, "nextHopIdx", "*");
+   const auto nhIndex = test::rowIndexField(*member, "nextHopIdx");
    const std::string* nh = nextHops && nhIndex ? nextHops->row(*nhIndex) : nullptr;
    if (!nh) return out + fault("member " + std::to_string(row) + " names no next-hop row");
    const std::string key = nextHops->rowKey(*nhIndex).text();
-   out += " -> " + key + " " + withoutField(*nh, "l3Oif1");
+   out += " -> " + key + " " + test::rowWithField(*nh, "l3Oif1", "*");
    if (nh->find("'drop': True") != std::string::npos) return out;
-   const auto intfIndex = field(*nh, "l3Oif1");
+   const auto intfIndex = test::rowIndexField(*nh, "l3Oif1");
    const std::string* intf = intfs && intfIndex ? intfs->row(*intfIndex) : nullptr;
    if (!intf) return out + fault("next hop " + key + " names no interface row");
    if (commonIifOifIndex && !(ingress && ingress->row(*intfIndex)))
@@ -346,8 +326,8 @@ std::string memberChain(const AsicSim::Chip& chip, bool commonIifOifIndex, uint3
    if (intfs->rowKey(*intfIndex).text() != key)
       return out + fault("next hop " + key + " names the interface of " +
                          intfs->rowKey(*intfIndex).text());
-   out += " -> " + withoutField(*intf, "tunnelIdx");
-   const auto tunnelIndex = field(*intf, "tunnelIdx");
+   out += " -> " + test::rowWithField(*intf, "tunnelIdx", "*");
+   const auto tunnelIndex = test::rowIndexField(*intf, "tunnelIdx");
    const std::string* tunnel = tunnels && tunnelIndex ? tunnels->row(*tunnelIndex) : nullptr;
    if (!tunnel) return out + fault("interface " + key + " names no tunnel row");
    if (tunnels->rowKey(*tunnelIndex).text() != key)
@@ -403,7 +383,8 @@ Canonical canonicalRows(const AsicSim::Chip& chip) {
          if (const auto* k = hw->rowKey(i).as<L3EcmpMember0Table::RowKey>())
             key = "slot " + std::to_string(i - k->base) + " of " + std::to_string(k->size);
          std::string text = *r;
-         for (const char* f : {"nextHopIdx", "l3Oif1", "tunnelIdx"}) text = withoutField(text, f);
+         for (const char* f : {"nextHopIdx", "l3Oif1", "tunnelIdx"})
+            text = test::rowWithField(text, f, "*");
          out[std::string(t.name)].push_back(key + " | " + text);
       }
    }

@@ -11,6 +11,7 @@
 
 #include "Agent.h"
 #include "Scenario.h"
+#include "support/AgentInvariants.h"
 
 namespace sweep {
 
@@ -53,9 +54,6 @@ std::string rowsDiff(const Rows& want, const Rows& got);
 // Each group's block state by name.
 std::map<std::string, std::string> groupStates(const Agent& agent);
 std::string journalText(const std::vector<AsicSim::Chip::RowChange>& journal);
-
-// What the InvariantChecker finds over every table the programmer holds.
-std::vector<std::string> invariantViolations(const Agent& agent);
 
 // An index space: the indices its allocator holds and the indices a table
 // of it has a row at. The merged interface space appears once per member

@@ -8,15 +8,7 @@ namespace test {
 
 inline Lines agentViolations(const L3TunnelTool::Agent& agent) {
    const auto* p = agent.programmer();
-   if (!p) return {};
-   InvariantChecker checker(agent.chip());
-   if (p->l3EgrL3Ipv4TunnelTable()) checker.table(*p->l3EgrL3Ipv4TunnelTable());
-   if (p->l3EgrL3Ipv6TunnelTable()) checker.table(*p->l3EgrL3Ipv6TunnelTable());
-   if (p->l3TunnelEgrL3Oif1Table()) checker.table(*p->l3TunnelEgrL3Oif1Table());
-   if (p->l3TunnelIngL3NextHopTable()) checker.table(*p->l3TunnelIngL3NextHopTable());
-   if (p->l3InterfaceTable()) checker.mergedTable(*p->l3InterfaceTable());
-   if (p->l3EcmpMember0Table()) checker.memberTable(*p->l3EcmpMember0Table());
-   return checker.violations();
+   return p ? InvariantChecker(agent.chip()).programmer(*p).violations() : Lines{};
 }
 
 }  // namespace test

@@ -118,6 +118,18 @@ public:
       return *this;
    }
 
+   // Every table the overlay ECMP programmer holds.
+   template <class Programmer>
+   InvariantChecker& programmer(const Programmer& p) {
+      if (p.l3EgrL3Ipv4TunnelTable()) table(*p.l3EgrL3Ipv4TunnelTable());
+      if (p.l3EgrL3Ipv6TunnelTable()) table(*p.l3EgrL3Ipv6TunnelTable());
+      if (p.l3TunnelEgrL3Oif1Table()) table(*p.l3TunnelEgrL3Oif1Table());
+      if (p.l3TunnelIngL3NextHopTable()) table(*p.l3TunnelIngL3NextHopTable());
+      if (p.l3InterfaceTable()) mergedTable(*p.l3InterfaceTable());
+      if (p.l3EcmpMember0Table()) memberTable(*p.l3EcmpMember0Table());
+      return *this;
+   }
+
    std::vector<std::string> violations() {
       for (auto& [alloc, keys] : keysOf_) {
          if (!alloc) continue;
