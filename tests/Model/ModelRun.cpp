@@ -946,34 +946,27 @@ private:
    // Watches the state of every handle a client holds or can look up.
    void watch() {
       const Programmer& p = sys_.programmer();
-      auto add = [&](const Asic::SwTableBase::EntryHandle* h, const std::string& what) {
-         auto& w = watchers_[h];
-         if (w && w->notifier()) return;
-         w = std::make_unique<StateWatcher>(*h, what, transitions_);
+      auto add = [&](const Asic::SwTableBase::EntryHandle& h, const std::string& what) {
+         auto& w = watchers_[&h];
+         if (!w || !w->notifier()) w = std::make_unique<StateWatcher>(h, what, transitions_);
       };
-      auto named = [](const char* table, const auto& key) {
-         std::ostringstream os;
-         os << table << " " << key;
-         return os.str();
+      auto addAll = [&](const auto& table, const std::string& what) {
+         if (table)
+            for (auto& [k, h] : table->entryHandleIteratorConst()) add(*h, what + h->keyText());
       };
-      for (auto& [k, h] : p.l3EgrL3Ipv4TunnelTable()->entryHandleIteratorConst())
-         add(h.ptr(), named("tunnel", k));
-      for (auto& [k, h] : p.l3TunnelIngL3NextHopTable()->entryHandleIteratorConst())
-         add(h.ptr(), named("next hop", k));
-      if (auto& t = p.l3TunnelEgrL3Oif1Table())
-         for (auto& [k, h] : t->entryHandleIteratorConst()) add(h.ptr(), named("interface", k));
+      addAll(p.l3EgrL3Ipv4TunnelTable(), "tunnel ");
+      addAll(p.l3TunnelIngL3NextHopTable(), "next hop ");
+      addAll(p.l3TunnelEgrL3Oif1Table(), "interface ");
       if (auto& t = p.l3InterfaceTable()) {
          t->forEachEntryHandle(
-             [&](const auto& k, const auto& h) { add(h.ptr(), named("merged interface", k)); });
-         for (auto& [k, h] : t->ingL3Iif()->entryHandleIteratorConst())
-            add(h.ptr(), named("IngL3Iif", k));
-         for (auto& [k, h] : t->egrL3Oif1Table()->entryHandleIteratorConst())
-            add(h.ptr(), named("EgrL3Oif1Table", k));
+             [&](const auto&, const auto& h) { add(*h, "merged interface " + h->keyText()); });
+         addAll(t->ingL3Iif(), "IngL3Iif ");
+         addAll(t->egrL3Oif1Table(), "EgrL3Oif1Table ");
       }
       for (uint32_t g = 0; g < groupCount; ++g)
          if (HandlePtr h = sys_.group(g))
-            add(h.ptr(), static_cast<const Block&>(*h).size() ? named("block of g", g)
-                                                              : std::string("empty block"));
+            add(*h, static_cast<const Block&>(*h).size() ? "block of g" + std::to_string(g)
+                                                         : std::string("empty block"));
    }
 
    bool verdict(uint32_t i, std::vector<std::string> v) {

@@ -67,8 +67,7 @@ TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
    Canonical clean;
    {
       Agent agent(scenario);
-      startFresh(agent);
-      runSteps(agent, scenario.steps, 0, 1);
+      startFresh(agent, scenario.steps, 1);
       clean = canonicalRows(agent.chip());
    }
    for (const auto& r : refusals) {

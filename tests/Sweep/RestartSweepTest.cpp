@@ -12,19 +12,6 @@
 namespace sweep {
 namespace {
 
-using Journal = std::vector<AsicSim::Chip::RowChange>;
-
-// A step's row changes, in an order that does not depend on the order the
-// software happened to issue them in.
-std::vector<std::string> changesOf(const Journal& journal) {
-   std::vector<std::string> out;
-   for (const auto& c : journal)
-      out.push_back(c.table + "[" + std::to_string(c.index) + "] " + c.before.value_or("(clear)") +
-                    " -> " + c.after.value_or("(clear)"));
-   std::sort(out.begin(), out.end());
-   return out;
-}
-
 // The run without a restart, but with the configuration replayed after step
 // k as the restarted run replays it: each later step's row changes, and the
 // end. Replaying a group whose block is placed changes nothing; a group the
@@ -39,8 +26,7 @@ struct Reference {
 
 Reference referenceRun(const Scenario& scenario, size_t k) {
    Agent agent(scenario);
-   startFresh(agent);
-   runSteps(agent, scenario.steps, 0, k);
+   startFresh(agent, scenario.steps, k);
    Reference r;
    for (const auto& [name, h] : agent.groups())
       r.refusedBefore |= h->entryState() == Asic::SwTableBase::noHwIndex();
@@ -66,8 +52,7 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
    Rows straight;
    {
       Agent agent(scenario);
-      startFresh(agent);
-      runSteps(agent, scenario.steps, 0, n);
+      startFresh(agent, scenario.steps, n);
       straight = rowsOf(agent.chip());
    }
    for (size_t k = 1; k < n && !HasFailure(); ++k) {
@@ -81,13 +66,12 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
           << where << rowsDiff(straight, ref.rows);
 
       Agent agent(scenario);
-      startFresh(agent);
+      startFresh(agent, scenario.steps, k);
       AsicSim::Chip& chip = agent.chip();
-      runSteps(agent, scenario.steps, 0, k);
       chip.journalingIs(true);
       restartAndReplay(agent);
       EXPECT_EQ(changesOf(chip.journal()), ref.replayChanges)
-          << where << "the restart changed rows:" << journalText(chip.journal());
+          << where << "the restart changed rows";
       EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
       for (size_t s = k; s < n; ++s) {
          chip.journalDelAll();
@@ -112,8 +96,7 @@ struct Fresh {
 
 Fresh freshRun(const Scenario& scenario, const std::vector<Step>& programs) {
    Agent agent(scenario);
-   startFresh(agent);
-   runSteps(agent, programs, 0, programs.size());
+   startFresh(agent, programs, programs.size());
    std::vector<std::string> faults;
    Fresh f{rowCounts(rowsOf(agent.chip())), canonicalRows(agent.chip()),
            blockChains(agent.chip(), agent.commonIifOifIndex(), faults), groupStates(agent)};
@@ -131,8 +114,7 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
       std::map<std::string, Agent::Vias> live;
       {
          Agent agent(scenario);
-         startFresh(agent);
-         runSteps(agent, scenario.steps, 0, k);
+         startFresh(agent, scenario.steps, k);
          live = agent.groupVias();
       }
       for (const auto& [left, vias] : live) {
@@ -140,8 +122,7 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
                                    std::to_string(k) + ", " + left + " not replayed: ";
          ++cases;
          Agent agent(scenario);
-         startFresh(agent);
-         runSteps(agent, scenario.steps, 0, k);
+         startFresh(agent, scenario.steps, k);
          restartAndReplay(agent, left);
          agent.stepRun(reconcile);
          agent.settle();

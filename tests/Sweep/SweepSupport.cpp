@@ -92,9 +92,10 @@ std::string testName(const std::string& file, size_t index) {
    return name;
 }
 
-void startFresh(Agent& agent) {
+void startFresh(Agent& agent, const std::vector<Step>& steps, size_t count) {
    agent.start(false);
    agent.settle();
+   runSteps(agent, steps, 0, count);
 }
 
 void runSteps(Agent& agent, const std::vector<Step>& steps, size_t first, size_t end) {
@@ -169,12 +170,13 @@ std::map<std::string, std::string> groupStates(const Agent& agent) {
    return states;
 }
 
-std::string journalText(const std::vector<AsicSim::Chip::RowChange>& journal) {
-   std::ostringstream os;
+Lines changesOf(const std::vector<AsicSim::Chip::RowChange>& journal) {
+   Lines out;
    for (const auto& c : journal)
-      os << "\n  " << unqualifiedName(c.table) << "[" << c.index
-         << "]: " << c.before.value_or("(clear)") << " -> " << c.after.value_or("(clear)");
-   return os.str();
+      out.push_back(c.table + "[" + std::to_string(c.index) + "] " + c.before.value_or("(clear)") +
+                    " -> " + c.after.value_or("(clear)"));
+   std::sort(out.begin(), out.end());
+   return out;
 }
 
 std::vector<Space> spacesOf(const Agent& agent) {

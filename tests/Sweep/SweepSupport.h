@@ -36,8 +36,9 @@ std::string baseName(const std::string& file);
 // letters, digits and _.
 std::string testName(const std::string& file, size_t index);
 
-// An agent started afresh, whose steps each run until the loop is idle.
-void startFresh(Agent& agent);
+// An agent started afresh, whose steps each run until the loop is idle; it
+// runs the first `count` of `steps`.
+void startFresh(Agent& agent, const std::vector<Step>& steps = {}, size_t count = 0);
 void runSteps(Agent& agent, const std::vector<Step>& steps, size_t first, size_t end);
 // Restart, then program every group that held a block before it, with its
 // vias, leaving out `skipped`.
@@ -53,7 +54,9 @@ std::map<std::string, uint32_t> rowCounts(const Rows& rows);
 std::string rowsDiff(const Rows& want, const Rows& got);
 // Each group's block state by name.
 std::map<std::string, std::string> groupStates(const Agent& agent);
-std::string journalText(const std::vector<AsicSim::Chip::RowChange>& journal);
+// One line per row change, sorted: the order the software issued them in
+// does not count.
+Lines changesOf(const std::vector<AsicSim::Chip::RowChange>& journal);
 
 // An index space: the indices its allocator holds and the indices a table
 // of it has a row at. The merged interface space appears once per member
