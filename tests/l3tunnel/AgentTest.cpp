@@ -285,34 +285,6 @@ INSTANTIATE_TEST_SUITE_P(
        return n;
     });
 
-TEST_F(Agent, ClientsAskingDuringTheStartUpSyncAreAnsweredSyncing) {
-   // Enough groups that programming them outlasts a client's first question.
-   std::vector<std::string> lines;
-   for (int n = 1; n <= 256; ++n)
-      lines.push_back("nexthop add id " + std::to_string(n) + " encap ip src 192.0.2.1 dst 10.9." +
-                      std::to_string(n / 256) + "." + std::to_string(n % 256) +
-                      " via 172.16.0.2 dev veth0");
-   for (int g = 0; g < 2048; ++g) {
-      std::string members;
-      for (int v = 0; v < 16; ++v)
-         members += (v ? "/" : "") + std::to_string(1 + (g + v * (17 + 2 * (g / 256))) % 256);
-      lines.push_back("nexthop add id " + std::to_string(1000 + g) + " group " + members);
-   }
-   ipBatch(dir_, lines);
-   const fs::path chip = dir_ / "chip.json";
-   std::ofstream(chip) << R"({"chip": {"tableSizes": {"L3EcmpMember0Table": 65536}}})";
-   launch({"--chip", chip.string()});
-   std::vector<std::string> phases;
-   for (int i = 0; i < 2000 && (phases.empty() || phases.back() != "following"); ++i) {
-      const test::Outcome r = l3tunnel({"show", "--state-dir", state_, "--json", "usage"});
-      if (r.code == 0) phases.push_back(Json::parse(r.out)["agent"]["phase"]);
-   }
-   ASSERT_GE(phases.size(), 2u);
-   EXPECT_EQ(phases.front(), "syncing");
-   EXPECT_EQ(phases.back(), "following");
-   EXPECT_TRUE(programmed(show("groups"), "nhid:3047", 16));
-}
-
 TEST_F(Agent, AGroupFollowsItsNeighbourBeingResolvedAndLost) {
    start();
    ipBatch(dir_, {"nexthop add id 5 encap ip src 192.0.2.1 dst 198.51.100.5 via 172.16.0.3 dev "
@@ -365,26 +337,6 @@ TEST_F(Agent, RefusalsAtStartSayWhyInOneLine) {
       EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
    }
    EXPECT_EQ(show()["agent"]["phase"], "following");
-}
-
-TEST_F(Agent, ARestartWithNoChangeWritesNothingAndKeepsEveryIndex) {
-   ipBatch(dir_, exampleSetUp);
-   ipBatch(dir_, {"nexthop add id 5 encap ip src 192.0.2.1 dst 198.51.100.5 via 172.16.0.3 dev "
-                  "veth0",
-                  "neigh add 172.16.0.3 lladdr 02:00:00:00:00:03 dev veth0 nud permanent",
-                  "nexthop add id 105 group 5/1", "nexthop add id 101 group 3"});
-   start();
-   const Json before = waitFor(
-       [](const Json& s) { return programmed(s, "nhid:105", 2) && programmed(s, "nhid:101", 1); },
-       "the groups");
-   ASSERT_EQ(stop(), 0);
-   start();
-   const Json after = show();
-   EXPECT_EQ(after["agent"]["hardwareWrites"], 0);
-   EXPECT_EQ(after["agent"]["hardwareDeletes"], 0);
-   EXPECT_GT(after["run"]["recoveredRows"], 0);
-   EXPECT_EQ(after["groups"], before["groups"]) << "every group as it was, at its indices";
-   EXPECT_EQ(after["hardware"], before["hardware"]);
 }
 
 TEST_F(Agent, ChangesMadeWhileStoppedAreProgrammedAndPurgedAtStart) {
