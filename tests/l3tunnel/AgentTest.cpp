@@ -207,12 +207,6 @@ bool memberReasons(const Json& s, const std::string& group, const std::string& t
 INSTANTIATE_TEST_SUITE_P(
     Kernel, AgentChange,
     ::testing::Values(
-        Change{"blackhole group",
-               {"nexthop add id 101 group 3"},
-               [](const Json& s) {
-                  return programmed(s, "nhid:101", 1) &&
-                         s["groups"]["nhid:101"]["members"][0]["drop"] == true;
-               }},
         Change{"group replaced",
                {"nexthop replace id 100 group 2/1"},
                [](const Json& s) {
@@ -221,12 +215,6 @@ INSTANTIATE_TEST_SUITE_P(
         Change{"member deleted",
                {"nexthop del id 2"},
                [](const Json& s) { return programmed(s, "nhid:100", 2); }},
-        Change{"group deleted",
-               {"route del 10.1.0.0/16", "nexthop del id 100"},
-               [](const Json& s) {
-                  return !has(s, "nhid:100") && programmed(s, "route:10.2.0.0/16", 4) &&
-                         s["agent"]["groups"] == 0;
-               }},
         Change{"neighbour lost",
                {"neigh del 172.16.0.2 dev veth0"},
                [](const Json& s) {
