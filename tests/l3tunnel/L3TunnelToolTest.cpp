@@ -418,9 +418,6 @@ TEST_F(L3TunnelTool, UnusableStateIsRefusedAndKept) {
       std::string message;  // after "TABLE row N: "
    };
    const Naming naming[] = {
-       {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 1000000000,",
-        "'l3Oif1' names 1000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
-        "(4096 rows)"},
        {"L3TunnelIngL3NextHopTable", "'l3Oif1': 1,", "'l3Oif1': 4000000000,",
         "'l3Oif1' names 4000000000, outside IngL3Iif (4096 rows) and L3TunnelEgrL3Oif1Table "
         "(4096 rows)"},
