@@ -1,7 +1,6 @@
 // What an entry's field description derives beyond what the value suite
 // checks of every table's value: the parser reads the fields in their printed
-// order only, a row is read field by field, and a
-// dependent index is cast to its field's width.
+// order only, and a row is read field by field.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -50,17 +49,6 @@ public:
    Empty() = default;
    explicit Empty(Orb::CharRange& r) { fieldsRead(r); }
    static constexpr std::tuple<> fields{};
-};
-
-template <class W>
-class Wide : public Asic::DescribedEntry<Wide<W>> {
-public:
-   static constexpr std::string_view typeName = "test::Wide";
-   HandlePtr target_;
-   W index_ = 0;
-   static constexpr auto fields =
-       std::tuple{Asic::handleField("target", &Wide::target_),
-                  Asic::dependentField("index", &Wide::index_, &Wide::target_, "test::Named")};
 };
 
 std::string errorOf(const std::string& text) {
@@ -143,36 +131,6 @@ TEST(FieldDescription, RowReaderFindsTheDependentFieldByItsPlace) {
    EXPECT_EQ(Asic::fieldIndex("4000000000"), 4000000000u);
    for (std::string_view bad : {"", "99999999999", "-1", "1 ", "0x1"})
       EXPECT_FALSE(Asic::fieldIndex(bad)) << bad;
-}
-
-template <class W>
-void expectWidth(Asic::Index fits, Asic::Index refused, const std::string& error) {
-   Wide<W> e;
-   const auto& d = Wide<W>::Fields::dependent();
-   Asic::dependentIndexIs(e, d, fits);
-   EXPECT_EQ(Asic::Index(e.index_), fits);
-   if (!error.empty()) {
-      try {
-         Asic::dependentIndexIs(e, d, refused);
-         ADD_FAILURE() << refused << " fits";
-      } catch (const std::range_error& x) {
-         EXPECT_EQ(x.what(), error);
-      }
-      EXPECT_EQ(Asic::Index(e.index_), fits) << "a refused index leaves the field alone";
-   }
-   // A placeholder's invalid index keeps its low bits, refused nowhere.
-   Asic::dependentIndexIs(e, d, Asic::invalidIndex, true);
-   EXPECT_EQ(e.index_, W(Asic::invalidIndex));
-}
-
-TEST(FieldDescription, DependentIndexIsCastToTheFieldsWidth) {
-   expectWidth<uint8_t>(255, 256,
-                        "Casting values: cast from unsigned int{ 256 } to unsigned char "
-                        "(max = 255) failed.");
-   expectWidth<uint16_t>(65535, 65536,
-                         "Casting values: cast from unsigned int{ 65536 } to short unsigned "
-                         "int (max = 65535) failed.");
-   expectWidth<uint32_t>(4000000000u, 0, "");
 }
 
 }  // namespace

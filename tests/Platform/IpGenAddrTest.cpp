@@ -43,10 +43,6 @@ TEST(IpGenAddr, parsesAndPrintsCanonically) {
       EXPECT_EQ(strep, std::string("'").append(c.canonical).append("'"));
       EXPECT_EQ(Orb::strepToValue<IpGenAddr>(strep), a);
    }
-   EXPECT_EQ(IpGenAddr("10.1.2.3"), IpGenAddr::ipv4(0x0a010203));
-   EXPECT_EQ(IpGenAddr("::1"), IpGenAddr::ipv6({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
-   EXPECT_EQ(IpGenAddr("0.0.0.0"), IpGenAddr::ipGenAddrZero(AddressFamily::ipv4));
-   EXPECT_EQ(IpGenAddr(), IpGenAddr::ipGenAddrZero(AddressFamily::unspecified));
 }
 
 TEST(IpGenAddr, rejectsMalformedText) {

@@ -1,17 +1,16 @@
-// The shared L3 value types: the adjacency key and the next-hop kind.
+// The shared L3 value types: the adjacency key's text, and a next-hop kind
+// read only as a whole name.
 #include <gtest/gtest.h>
 
 #include <sstream>
 
 #include "MeridL3Common/L3AdjIdKey.h"
-#include "Orb/Strep.h"
 #include "Plx/NextHopEntryType.h"
 
 namespace {
 
 using MeridL3Common::L3AdjIdKey;
 using MeridL3Common::L3AdjIdKeyType;
-using Plx::NextHopEntryType;
 
 TEST(L3AdjIdKey, PrintsWithoutClosingBrace) {
    const struct {
@@ -31,20 +30,6 @@ TEST(L3AdjIdKey, PrintsWithoutClosingBrace) {
       os << c.key;
       EXPECT_EQ(os.str(), c.text);
    }
-}
-
-TEST(NextHopEntryType, EveryKindRoundTripsByName) {
-   EXPECT_EQ(uint8_t(Plx::nextHopArpResolved()), 2);
-   EXPECT_EQ(uint8_t(Plx::nextHopDrop()), 3);
-   static_assert(sizeof(NextHopEntryType) == 1);
-   for (NextHopEntryType t :
-        {Plx::nextHopUnknown(), Plx::nextHopArpPending(), Plx::nextHopArpResolved(),
-         Plx::nextHopDrop(), Plx::nextHopReceive(), Plx::nextHopGlean()}) {
-      const std::string text = Plx::valueToStrep(t);
-      EXPECT_EQ(Orb::strepToValue<NextHopEntryType>(text), t) << text;
-   }
-   EXPECT_EQ(Plx::valueToStrep(Plx::nextHopDrop), "nextHopDrop");
-   EXPECT_TRUE(Plx::nextHopArpResolved < Plx::nextHopDrop());
 }
 
 TEST(NextHopEntryType, ReadsOneWholeName) {
