@@ -97,28 +97,20 @@ std::vector<HwTable> hwTablesInUse(bool commonInterface,
    return in;
 }
 
-namespace {
-
-std::string viaText(const Via& v) {
-   std::ostringstream os;
-   if (v.drop)
-      os << "drop w" << v.weight;
-   else
-      os << keyName(v.key) << " ttl" << v.ttl << " w" << v.weight << " adj" << v.adj;
-   return os.str();
-}
-
-}  // namespace
-
 std::string describe(const Op& op) {
    std::ostringstream os;
    switch (op.kind) {
-      case OpKind::program: {
+      case OpKind::program:
          os << "program g" << op.group << " [";
-         for (size_t i = 0; i < op.vias.size(); ++i) os << (i ? ", " : "") << viaText(op.vias[i]);
+         for (const Via& v : op.vias) {
+            os << (&v == op.vias.data() ? "" : ", ");
+            if (v.drop)
+               os << "drop w" << v.weight;
+            else
+               os << keyName(v.key) << " ttl" << v.ttl << " w" << v.weight << " adj" << v.adj;
+         }
          os << "]";
          break;
-      }
       case OpKind::release:
          os << "release g" << op.group;
          break;
@@ -145,12 +137,9 @@ std::string describe(const Op& op) {
          break;
       case OpKind::restart: {
          os << "restart " << (op.flag ? "across processes" : "in process") << ", forget {";
-         bool first = true;
-         for (uint32_t g = 0; g < groupCount; ++g) {
-            if (!(op.mask >> g & 1)) continue;
-            os << (first ? "" : " ") << "g" << g;
-            first = false;
-         }
+         const char* gap = "";
+         for (uint32_t g = 0; g < groupCount; ++g)
+            if (op.mask >> g & 1) os << std::exchange(gap, " ") << "g" << g;
          os << "}, replay rotated by " << op.value;
          break;
       }
@@ -234,17 +223,11 @@ public:
    std::vector<Op> run(uint32_t count) {
       std::vector<Op> ops;
       while (ops.size() < count) {
-         for (auto it = stopAt_.begin(); it != stopAt_.end();) {
-            if (it->second > ops.size()) {
-               ++it;
-               continue;
-            }
-            Op op;
-            op.kind = OpKind::stopFailing;
-            op.table = it->first;
-            ops.push_back(op);
-            it = stopAt_.erase(it);
-         }
+         std::erase_if(stopAt_, [&](const auto& stop) {
+            if (stop.second > ops.size()) return false;
+            ops.push_back({.kind = OpKind::stopFailing, .table = stop.first});
+            return true;
+         });
          if (ops.size() < count) ops.push_back(next(uint32_t(ops.size())));
       }
       return ops;
@@ -252,14 +235,8 @@ public:
 
 private:
    Via randomVia() {
+      if (rng_.chance(8)) return {.drop = true, .ttl = 0, .weight = rng_.between(1, 2), .adj = 0};
       Via v;
-      if (rng_.chance(8)) {
-         v.drop = true;
-         v.weight = rng_.between(1, 2);
-         v.ttl = 0;
-         v.adj = 0;
-         return v;
-      }
       v.key = uint8_t(rng_.chance(3) ? rng_.between(6, keyCount - 1) : rng_.below(6));
       static constexpr uint32_t ttls[] = {64, 64, 32, 255, 300, 1};
       v.ttl = ttls[rng_.below(6)];
@@ -288,64 +265,51 @@ private:
 
    Op next(uint32_t at) {
       for (;;) {
-         Op op;
          const uint32_t r = rng_.below(87);
          if (r < 38) {
-            op.kind = OpKind::program;
-            op.group = rng_.below(groupCount);
+            Op op{.kind = OpKind::program, .group = rng_.below(groupCount)};
             op.vias = randomList(op.group);
             lists_[op.group] = op.vias;
             return op;
          }
          if (r < 50) {
-            op.kind = OpKind::release;
-            op.group = rng_.below(groupCount);
+            Op op{.kind = OpKind::release, .group = rng_.below(groupCount)};
             lists_.erase(op.group);
             return op;
          }
          if (r < 54) {
-            op.kind = OpKind::underlayAdd;
-            op.adj = rng_.between(1, adjCount);
-            op.flag = rng_.chance(3);
+            Op op{.kind = OpKind::underlayAdd,
+                  .adj = rng_.between(1, adjCount),
+                  .flag = rng_.chance(3)};
             underlay_.insert(op.adj);
             return op;
          }
-         if (r < 56) {
-            op.kind = OpKind::underlayReady;
-            op.adj = rng_.between(1, adjCount);
-            return op;
-         }
+         if (r < 56) return {.kind = OpKind::underlayReady, .adj = rng_.between(1, adjCount)};
          if (r < 59) {
             if (underlay_.empty()) continue;
-            op.kind = OpKind::underlayDel;
             auto it = underlay_.begin();
             std::advance(it, rng_.below(uint32_t(underlay_.size())));
-            op.adj = *it;
+            const Op op{.kind = OpKind::underlayDel, .adj = *it};
             underlay_.erase(it);
             return op;
          }
          if (r < 64) {
-            op.kind = OpKind::hold;
-            op.flag = holding_ = !holding_;
-            return op;
+            holding_ = !holding_;
+            return {.kind = OpKind::hold, .flag = holding_};
          }
          if (r < 69) {
             if (!holding_) continue;
-            op.kind = OpKind::deliverOne;
-            op.value = rng_.below(16);
-            return op;
+            return {.kind = OpKind::deliverOne, .value = rng_.below(16)};
          }
          if (r < 73) {
             const auto tables = hwTablesInUse(config_.commonInterface);
-            op.kind = OpKind::failWrites;
-            op.table = tables[rng_.below(uint32_t(tables.size()))];
-            op.value = rng_.between(1, 3);
-            stopAt_[op.table] = at + rng_.between(1, 5);
+            const HwTable table = tables[rng_.below(uint32_t(tables.size()))];
+            const Op op{.kind = OpKind::failWrites, .value = rng_.between(1, 3), .table = table};
+            stopAt_[table] = at + rng_.between(1, 5);
             return op;
          }
          if (r < 76) {
-            op.kind = OpKind::restart;
-            op.flag = rng_.chance(4);
+            Op op{.kind = OpKind::restart, .flag = rng_.chance(4)};
             for (uint32_t g = 0; g < groupCount; ++g)
                if (rng_.chance(4)) op.mask |= 1u << g;
             op.value = rng_.below(groupCount);
@@ -360,20 +324,17 @@ private:
          }
          if (r < 81) {
             if (!restarted_ && !rng_.chance(8)) continue;
-            op.kind = OpKind::reconcile;
             restarted_ = false;
-            return op;
+            return {.kind = OpKind::reconcile};
          }
          if (r < 85) {
             if (!config_.commonInterface) continue;
-            op.kind = OpKind::uncommit;
-            op.value = rng_.chance(3) ? keyCount : rng_.below(keyCount);
-            return op;
+            return {.kind = OpKind::uncommit,
+                    .value = rng_.chance(3) ? keyCount : rng_.below(keyCount)};
          }
-         op.kind = OpKind::settle;
          holding_ = false;
          stopAt_.clear();
-         return op;
+         return {.kind = OpKind::settle};
       }
    }
 
@@ -390,6 +351,12 @@ private:
 
 std::vector<Op> generateOps(const RunConfig& config, uint32_t count) {
    return Generator(config).run(count);
+}
+
+std::vector<Op> opsAt(const std::vector<Op>& ops, const std::vector<uint32_t>& indices) {
+   std::vector<Op> out;
+   for (uint32_t i : indices) out.push_back(ops.at(i));
+   return out;
 }
 
 }  // namespace model

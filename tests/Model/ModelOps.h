@@ -34,17 +34,15 @@ std::string keyName(uint32_t key);
 // two members when it is on, the tunnel interface table when it is off.
 using CatalogueHw = MeridL3Tunnel::CatalogueHwTables;
 
-namespace detail {
-template <class Hw, class... T>
-constexpr uint8_t hwPosition(MeridL3Tunnel::TypeList<T...>) {
-   uint8_t at = 0, found = 0xff;
-   ((std::is_same_v<Hw, T> ? found = at : 0, ++at), ...);
-   return found;
-}
-}  // namespace detail
-
 template <class Hw>
-inline constexpr uint8_t hwTableOf = detail::hwPosition<Hw>(CatalogueHw{});
+inline constexpr uint8_t hwTableOf = [] {
+   uint8_t at = 0, found = 0xff;
+   CatalogueHw::forEach([&]<class T>() {
+      if (std::is_same_v<Hw, T>) found = at;
+      ++at;
+   });
+   return found;
+}();
 
 enum class HwTable : uint8_t {
    member = hwTableOf<MeridL3Tunnel::L3EcmpMember0Table>,
@@ -94,7 +92,7 @@ enum class OpKind : uint8_t {
 struct Op {
    OpKind kind = OpKind::program;
    uint32_t group = 0;
-   std::vector<Via> vias;
+   std::vector<Via> vias{};
    uint32_t adj = 0;
    uint32_t value = 0;
    uint32_t mask = 0;
@@ -119,5 +117,7 @@ inline constexpr uint32_t adjCount = 6;  // adjacency ids 1..adjCount
 
 RunConfig runConfig(uint64_t seed, bool commonInterface);
 std::vector<Op> generateOps(const RunConfig& config, uint32_t count);
+// The ops at `indices`, in their order: a part of a run to replay.
+std::vector<Op> opsAt(const std::vector<Op>& ops, const std::vector<uint32_t>& indices);
 
 }  // namespace model

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -133,19 +134,10 @@ HandlePtr System::handOver(const std::vector<Via>& vias) const {
    return agent_.programmer->populateOverlayEcmpBlock(list);
 }
 
-void System::groupIs(uint32_t g, HandlePtr block) {
-   HandlePtr old = std::move(groups_[g]);
-   groups_[g] = std::move(block);
-   old = nullptr;
-}
+// The old handle goes at the end of the statement, after the map changed.
+void System::groupIs(uint32_t g, HandlePtr block) { std::exchange(groups_[g], std::move(block)); }
 
-void System::groupDel(uint32_t g) {
-   auto it = groups_.find(g);
-   if (it == groups_.end()) return;
-   HandlePtr old = std::move(it->second);
-   groups_.erase(it);
-   old = nullptr;
-}
+void System::groupDel(uint32_t g) { groups_.extract(g); }
 
 void System::restart(bool acrossProcesses) {
    std::string path;
@@ -202,11 +194,6 @@ constexpr MeridL3Tunnel::ChainLink linkOf(Table t) {
    return links[uint32_t(t)];
 }
 
-// The chip tables holding a model table's rows.
-std::vector<HwTable> hwTables(Table t, bool commonInterface) {
-   return hwTablesInUse(commonInterface, linkOf(t));
-}
-
 // Every chip table keyed by tunnel key, of either setting, with the model
 // table whose entries it holds.
 const std::vector<std::pair<HwTable, Table>>& keyedTables() {
@@ -220,9 +207,18 @@ const std::vector<std::pair<HwTable, Table>>& keyedTables() {
    return tables;
 }
 
+// Calls f(hw, index, row) for every used row of the chip table.
+template <class F>
+void forEachRow(const System& sys, HwTable t, F&& f) {
+   auto hw = sys.hw(t);
+   for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+      if (const std::string* row = hw->row(i)) f(*hw, i, *row);
+}
+
 // Indices a key can hold: the tunnel space never hands out index 0.
 uint32_t capacity(const RunConfig& config, Table t) {
-   return config.rowsOf(hwTables(t, config.commonInterface).front()) - (t == Table::tunnel);
+   return config.rowsOf(hwTablesInUse(config.commonInterface, linkOf(t)).front()) -
+          (t == Table::tunnel);
 }
 
 // One full check at a quiet point: the chip against the model.
@@ -254,11 +250,6 @@ public:
       for (uint32_t adj = 1; adj <= adjCount; ++adj)
          if (auto h = sys_.underlay().entryWeakRef(test::adj(adj)))
             underlayIndices.insert(std::to_string(h->hwIndex()));
-      auto rows = [&](HwTable t, auto&& f) {
-         auto hw = sys_.hw(t);
-         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
-            if (const std::string* row = hw->row(i)) f(i, *row);
-      };
       // Each link of a chain into a table in use: a dropping next hop names none.
       const std::tuple<HwTable, const char*, HwTable> links[] = {
           {HwTable::nextHop, "l3Oif1", HwTable::tunnelOif},
@@ -269,15 +260,15 @@ public:
           {HwTable::member, "nextHopIdx", HwTable::nextHop}};
       const std::vector<HwTable> inUse = hwTablesInUse(m_.commonInterface());
       for (auto [from, name, to] : links) {
-         if (std::find(inUse.begin(), inUse.end(), to) == inUse.end()) continue;
-         rows(from, [&](Asic::Index i, const std::string& row) {
+         if (!std::ranges::count(inUse, to)) continue;
+         forEachRow(sys_, from, [&](auto&, Asic::Index i, const std::string& row) {
             if (field(row, "drop") != "True" && !used(to, test::rowIndexField(row, name)))
                fail("dangling: ", hwTableShortName(from), " row ", i, " names ",
                     hwTableShortName(to), " row ", field(row, name), ", which is clear");
          });
       }
       // A member row names its underlay group by index.
-      rows(HwTable::member, [&](Asic::Index i, const std::string& row) {
+      forEachRow(sys_, HwTable::member, [&](auto&, Asic::Index i, const std::string& row) {
          const std::string u = field(row, "underlayIdx");
          if (field(row, "resolved") != "True" || u == std::to_string(Asic::invalidIndex)) return;
          // A found row pins its group: the group may go, its index stays taken.
@@ -333,7 +324,10 @@ private:
       });
    }
 
-   std::vector<HwTable> hwTables(Table t) const { return model::hwTables(t, m_.commonInterface()); }
+   // The chip tables holding a model table's rows.
+   std::vector<HwTable> hwTables(Table t) const {
+      return hwTablesInUse(m_.commonInterface(), linkOf(t));
+   }
 
    uint32_t capacity(Table t) const { return model::capacity(sys_.config(), t); }
 
@@ -343,9 +337,8 @@ private:
    }
 
    bool failures(Table t, uint32_t since) const {
-      for (HwTable h : hwTables(t))
-         if (m_.failureWindow(h, since)) return true;
-      return false;
+      return std::ranges::any_of(hwTables(t),
+                                 [&](HwTable h) { return m_.failureWindow(h, since); });
    }
 
    const Status& status(Table t, uint32_t key) {
@@ -605,24 +598,22 @@ private:
    void extras() {
       for (auto [ht, t] : keyedTables()) {
          const auto inUse = hwTables(t);  // rows of the others are never wanted
-         const bool used = std::find(inUse.begin(), inUse.end(), ht) != inUse.end();
-         auto hw = sys_.hw(ht);
-         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
-            if (!hw->row(i) || stale(ht, i)) continue;
-            const L3TunnelKey* k = hw->rowKey(i).as<L3TunnelKey>();
+         const bool used = std::ranges::count(inUse, ht);
+         forEachRow(sys_, ht, [&](auto& hw, Asic::Index i, auto&) {
+            if (stale(ht, i)) return;
+            const L3TunnelKey* k = hw.rowKey(i).template as<L3TunnelKey>();
             const uint32_t key = k ? keyIndex(*k) : keyCount + 1;
             const bool wanted =
                 used && key <= dropKey && (m_.keys(t) >> key & 1) && heldIndex(t, key) == i;
             if (!wanted)
-               fail("orphan: ", hwTableShortName(ht), " row ", i, " of '", hw->rowKey(i).text(),
+               fail("orphan: ", hwTableShortName(ht), " row ", i, " of '", hw.rowKey(i).text(),
                     "' is used, but no live group or commitment needs it there");
-         }
+         });
       }
       const auto inUse = hwTablesInUse(m_.commonInterface());
       for (uint32_t t = 0; t < hwTableCount; ++t) {
          const HwTable ht = HwTable(t);
-         if (std::find(inUse.begin(), inUse.end(), ht) == inUse.end() && sys_.hw(ht) &&
-             sys_.hw(ht)->usedRows())
+         if (!std::ranges::count(inUse, ht) && sys_.hw(ht) && sys_.hw(ht)->usedRows())
             fail("orphan: ", hwTableShortName(ht), " has rows though the toggle leaves it unused");
       }
       std::vector<std::pair<Asic::Index, Asic::Index>> ranges;
@@ -632,14 +623,12 @@ private:
          const Block& b = static_cast<const Block&>(*h);
          if (Asic::isValidIndex(b.baseIndex())) ranges.emplace_back(b.baseIndex(), b.size());
       }
-      auto hw = sys_.hw(HwTable::member);
-      for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
-         if (!hw->row(i) || stale(HwTable::member, i)) continue;
-         const bool inBlock = std::any_of(ranges.begin(), ranges.end(), [&](const auto& r) {
-            return i >= r.first && i - r.first < r.second;
-         });
-         if (!inBlock) fail("orphan: member row ", i, " is used outside every live block");
-      }
+      forEachRow(sys_, HwTable::member, [&](auto&, Asic::Index i, auto&) {
+         const bool inBlock = std::ranges::any_of(
+             ranges, [&](const auto& r) { return i >= r.first && i - r.first < r.second; });
+         if (!inBlock && !stale(HwTable::member, i))
+            fail("orphan: member row ", i, " is used outside every live block");
+      });
    }
 
    bool stale(HwTable t, Asic::Index i) const {
@@ -831,27 +820,24 @@ private:
       const uint32_t changesBefore = op.flag ? 0 : changes();
       std::map<std::pair<HwTable, Asic::Index>, std::string> rowsBefore;
       for (uint32_t t = 0; t < hwTableCount; ++t)
-         if (auto hw = sys_.hw(HwTable(t)))
-            for (Asic::Index i = 0; i < hw->numEntries(); ++i)
-               if (hw->row(i)) rowsBefore[{HwTable(t), i}] = *hw->row(i);
+         forEachRow(sys_, HwTable(t), [&](auto&, Asic::Index i, const std::string& row) {
+            rowsBefore[{HwTable(t), i}] = row;
+         });
 
       sys_.restart(op.flag);
       if (op.flag) model_.stopFailingAll();
       // Rows the recovery found stay until the reconcile.
       for (auto [ht, t] : keyedTables()) {
-         auto hw = sys_.hw(ht);
          KeyMask keys = 0;
-         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
-            if (!hw->row(i)) continue;
+         forEachRow(sys_, ht, [&](auto& hw, Asic::Index i, auto&) {
             stale_[ht].insert(i);
-            if (auto* k = hw->rowKey(i).as<L3TunnelKey>(); k && keyIndex(*k) <= dropKey)
+            if (auto* k = hw.rowKey(i).template as<L3TunnelKey>(); k && keyIndex(*k) <= dropKey)
                keys |= 1u << keyIndex(*k);
-         }
+         });
          model_.staleIs(t, keys);
       }
-      if (auto hw = sys_.hw(HwTable::member))
-         for (Asic::Index i = 0; i < hw->numEntries(); ++i)
-            if (hw->row(i)) stale_[HwTable::member].insert(i);
+      forEachRow(sys_, HwTable::member,
+                 [&](auto&, Asic::Index i, auto&) { stale_[HwTable::member].insert(i); });
 
       bool sameWrites = true;
       for (uint32_t g : model_.restart(op.mask, op.value)) {
@@ -981,13 +967,11 @@ private:
    // What the chip holds, for the developer reading a failure.
    void dumpChip(std::ostream& os) const {
       os << "chip rows (" << sys_.chip().heldResponses() << " responses held):\n";
-      for (uint32_t t = 0; t < hwTableCount; ++t) {
-         auto hw = sys_.hw(HwTable(t));
-         for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
-            if (const std::string* row = hw->row(i))
-               os << "  " << hwTableShortName(HwTable(t)) << "[" << i << "] "
-                  << hw->rowKey(i).text() << ": " << *row << "\n";
-      }
+      for (uint32_t t = 0; t < hwTableCount; ++t)
+         forEachRow(sys_, HwTable(t), [&](auto& hw, Asic::Index i, const std::string& row) {
+            os << "  " << hwTableShortName(HwTable(t)) << "[" << i << "] " << hw.rowKey(i).text()
+               << ": " << row << "\n";
+         });
    }
 
    void empty(std::vector<std::string>& v) const {
@@ -997,13 +981,11 @@ private:
       };
       auto emptyTable = [&](const auto& t, uint32_t keep, const char* name) {
          if (!t) return;
-         expect(t->entryHandles() == keep,
-                std::string(name) + " keeps " + std::to_string(t->entryHandles()) + " handles");
-         expect(t->resolvedEntrys() == keep,
-                std::string(name) + " keeps " + std::to_string(t->resolvedEntrys()) + " values");
-         expect(t->indexAllocator()->used() == keep,
-                std::string(name) + " keeps " + std::to_string(t->indexAllocator()->used()) +
-                    " indices");
+         const std::pair<uint32_t, const char*> kept[] = {{t->entryHandles(), "handles"},
+                                                          {t->resolvedEntrys(), "values"},
+                                                          {t->indexAllocator()->used(), "indices"}};
+         for (auto [n, what] : kept)
+            expect(n == keep, std::string(name) + " keeps " + std::to_string(n) + " " + what);
       };
       emptyTable(p.l3EgrL3Ipv4TunnelTable(), 0, "the IPv4 tunnel table");
       emptyTable(p.l3EgrL3Ipv6TunnelTable(), 0, "the IPv6 tunnel table");
@@ -1098,14 +1080,12 @@ Shrunk shrink(const std::vector<Op>& ops, const RunResult& failed, const Runner&
    Shrunk s;
    s.original = failed;
    auto runSubset = [&](const std::vector<uint32_t>& indices) {
-      std::vector<Op> sub;
-      for (uint32_t i : indices) sub.push_back(ops[i]);
       ++s.runs;
-      return run(sub);
+      return run(opsAt(ops, indices));
    };
    auto upTo = [](uint32_t n) {
       std::vector<uint32_t> v(n);
-      for (uint32_t i = 0; i < n; ++i) v[i] = i;
+      std::iota(v.begin(), v.end(), 0u);
       return v;
    };
    s.last = failed;

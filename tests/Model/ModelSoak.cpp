@@ -155,9 +155,8 @@ int main(int argc, char** argv) {
    if (given.count("--seed")) {
       std::vector<uint32_t> subset;
       if (given.count("--only")) subset = indices(given["--only"], opCount);
-      return runSeed(num("--seed", 0), opCount, given.count("--only") ? &subset : nullptr, true, r)
-                 ? 0
-                 : 1;
+      return !runSeed(num("--seed", 0), opCount, given.count("--only") ? &subset : nullptr, true,
+                      r);
    }
    if (given.count("--only")) usage("--only goes with --seed");
 

@@ -58,11 +58,9 @@ void ReferenceModel::underlayReady(uint32_t adj) {
 std::vector<uint32_t> ReferenceModel::underlayDel(uint32_t adj) {
    underlay_.erase(adj);
    std::vector<uint32_t> named;
-   for (auto& [g, vias] : groups_) {
-      if (std::any_of(vias.begin(), vias.end(),
-                      [&](const Via& v) { return !v.drop && v.adj == adj; }))
+   for (auto& [g, vias] : groups_)
+      if (std::ranges::any_of(vias, [&](const Via& v) { return !v.drop && v.adj == adj; }))
          named.push_back(g);
-   }
    return named;
 }
 
@@ -89,14 +87,8 @@ KeyMask ReferenceModel::keys(Table t) const {
    for (auto& [g, vias] : groups_)
       for (const Via& v : vias)
          if (!v.drop && v.weight) nextHops |= 1u << v.key;
-   switch (t) {
-      case Table::nextHop:
-         return nextHops | 1u << dropKey;
-      case Table::interface:
-      case Table::tunnel:
-         return nextHops | committed_;
-   }
-   return 0;
+   // Interfaces and tunnels: a next hop's, or a commitment's.
+   return t == Table::nextHop ? nextHops | 1u << dropKey : nextHops | committed_;
 }
 
 uint8_t ReferenceModel::ttl(uint32_t key) const {
