@@ -147,10 +147,7 @@ std::string describe(const Op& op) {
          os << "reconcile (purge stale entries)";
          break;
       case OpKind::uncommit:
-         if (op.value >= keyCount)
-            os << "uncommit every interface";
-         else
-            os << "uncommit " << keyName(op.value);
+         os << "uncommit " << (op.value >= keyCount ? "every interface" : keyName(op.value));
          break;
       case OpKind::settle:
          os << "settle (deliver all, stop faults, re-hand every group twice)";

@@ -24,6 +24,7 @@
 
 namespace model {
 
+using MeridL3Tunnel::ChainLink;
 using MeridL3Tunnel::L3EcmpMember0Table;
 using MeridL3Tunnel::L3TunnelKey;
 using Programmer = System::Programmer;
@@ -32,6 +33,14 @@ using State = Asic::SwTableBase::EntryState;
 using Block = L3EcmpMember0Table::EntryHandle;
 
 namespace {
+
+// Adds the pieces, as one line, to `out`.
+template <class... A>
+void add(std::vector<std::string>& out, const A&... pieces) {
+   std::ostringstream os;
+   (os << ... << pieces);
+   out.push_back(os.str());
+}
 
 constexpr Asic::UnitId unit = Programmer::tableUnit;
 
@@ -140,13 +149,10 @@ void System::groupIs(uint32_t g, HandlePtr block) { std::exchange(groups_[g], st
 void System::groupDel(uint32_t g) { groups_.extract(g); }
 
 void System::restart(bool acrossProcesses) {
-   std::string path;
-   if (acrossProcesses) {
-      path = (std::filesystem::temp_directory_path() /
-              ("model-run-" + std::to_string(::getpid()) + ".state"))
-                 .string();
-      chip_->stateSave(path);
-   }
+   const std::string path = (std::filesystem::temp_directory_path() /
+                             ("model-run-" + std::to_string(::getpid()) + ".state"))
+                                .string();
+   if (acrossProcesses) chip_->stateSave(path);
    agent_.programmer = nullptr;
    groups_.clear();
    Brio::EventLoop::instance().runUntilIdle();
@@ -187,10 +193,8 @@ void System::calm() {
 namespace {
 
 // The chain link of a model table.
-constexpr MeridL3Tunnel::ChainLink linkOf(Table t) {
-   constexpr MeridL3Tunnel::ChainLink links[] = {MeridL3Tunnel::ChainLink::tunnel,
-                                                 MeridL3Tunnel::ChainLink::interface,
-                                                 MeridL3Tunnel::ChainLink::nextHop};
+constexpr ChainLink linkOf(Table t) {
+   constexpr ChainLink links[] = {ChainLink::tunnel, ChainLink::interface, ChainLink::nextHop};
    return links[uint32_t(t)];
 }
 
@@ -298,9 +302,7 @@ private:
 
    template <class... A>
    void fail(const A&... pieces) {
-      std::ostringstream os;
-      (os << ... << pieces);
-      out_.push_back(os.str());
+      add(out_, pieces...);
    }
 
    // Calls `f` with the library table that stands for the model's table `t`.
@@ -347,10 +349,7 @@ private:
       if (!fresh) return s;
       auto h = handleOf(t, key);
       s.held = heldIndex(t, key);
-      if (!h) {
-         s.why = "no entry";
-         return s;
-      }
+      if (!h) return s;
       s.exists = true;
       s.state = h->entryState();
       s.index = h->hwIndex();
@@ -406,16 +405,15 @@ private:
               hw ? hw->rowKey(i).text() : "", "', not to ", what);
    }
 
-   // The row holds each field as the model expects; null when the row is clear.
+   // The row holds each field as the model expects.
    using Fields = std::vector<std::pair<const char*, std::string>>;
-   const std::string* expectFields(HwTable t, Asic::Index i, const std::string& what,
-                                   const Fields& f) {
+   void expectFields(HwTable t, Asic::Index i, const std::string& what, const Fields& f) {
       auto hw = sys_.hw(t);
       const std::string* row = hw ? hw->row(i) : nullptr;
       if (!row) {
          fail("row: ", what, " is programmed at ", hwTableShortName(t), " row ", indexText(i),
               ", which is clear");
-         return nullptr;
+         return;
       }
       for (auto& [name, value] : f) {
          const std::string got = field(*row, name);
@@ -423,7 +421,6 @@ private:
             fail("row: ", what, " at ", hwTableShortName(t), " row ", i, " has ", name, " ", got,
                  ", the model says ", value);
       }
-      return row;
    }
 
    void entries(Table t) {
@@ -439,19 +436,17 @@ private:
                const Status& i = status(Table::interface, key);
                return i.state == State::noHwIndex && !Asic::isValidIndex(i.held) && i.excused;
             }();
-            if (unheld) {
+            if (unheld)
                ++excused;
-               continue;
-            }
-            fail("entry: ", what, " has no entry in the library");
+            else
+               fail("entry: ", what, " has no entry in the library");
             continue;
          }
          if (!s.programmed) {
-            if (s.excused) {
+            if (s.excused)
                ++excused;
-               continue;
-            }
-            fail("entry: ", what, " is ", stateName(s.state), " (", s.why, ")");
+            else
+               fail("entry: ", what, " is ", stateName(s.state), " (", s.why, ")");
             continue;
          }
          if (s.index != s.held)
@@ -483,14 +478,10 @@ private:
    }
 
    const Asic::SwTableBase::EntryHandle* expectedUnderlay(const UnderlayRef& u) const {
-      switch (u.kind) {
-         case UnderlayRef::Kind::none:
-            return nullptr;
-         case UnderlayRef::Kind::dropPlaceholder:
-            return SwTableWorkaround::dontCareHandle(0).ptr();
-         case UnderlayRef::Kind::group:
-            return sys_.underlay().entryWeakRef(test::adj(u.adj)).ptr();
-      }
+      if (u.kind == UnderlayRef::Kind::dropPlaceholder)
+         return SwTableWorkaround::dontCareHandle(0).ptr();
+      if (u.kind == UnderlayRef::Kind::group)
+         return sys_.underlay().entryWeakRef(test::adj(u.adj)).ptr();
       return nullptr;
    }
 
@@ -508,8 +499,7 @@ private:
          auto [byIdIt, newId] = byId.emplace(id, b);
          if (!newId && byIdIt->second != b)
             fail("sharing: g", g,
-                 " and another group hand over equal member lists but hold "
-                 "different blocks");
+                 " and another group hand over equal member lists but hold different blocks");
          auto [byHandleIt, newHandle] = byHandle.emplace(b, g);
          if (!newHandle && m_.blockOf(byHandleIt->second) != id)
             fail("sharing: g", g, " and g", byHandleIt->second,
@@ -527,8 +517,7 @@ private:
       for (uint32_t s = 0; s < b.size(); ++s) {
          const auto& e = b.entryBlock().entry(L3EcmpMember0Table::Index(s));
          const Member& mm = id[s];
-         auto nextHop = handleOf(Table::nextHop, mm.key);
-         if (e.nextHopHandle().ptr() != nextHop.ptr())
+         if (e.nextHopHandle().ptr() != handleOf(Table::nextHop, mm.key).ptr())
             fail("block: member ", s, " of ", what, " names another next hop than ",
                  nameOf(mm.key));
          if (e.underlayHandle().ptr() != expectedUnderlay(mm.underlay))
@@ -559,11 +548,10 @@ private:
       } else {
          why = "stuck";
       }
-      if (ok) {
+      if (ok)
          ++excused;
-         return;
-      }
-      fail("block: ", what, " is ", stateName(state), " (", why, ")");
+      else
+         fail("block: ", what, " is ", stateName(state), " (", why, ")");
    }
 
    void blockRows(const std::string& what, const BlockId& id, const Block& b) {
@@ -597,8 +585,7 @@ private:
    // until the reconcile.
    void extras() {
       for (auto [ht, t] : keyedTables()) {
-         const auto inUse = hwTables(t);  // rows of the others are never wanted
-         const bool used = std::ranges::count(inUse, ht);
+         const bool used = std::ranges::count(hwTables(t), ht);  // others' rows are never wanted
          forEachRow(sys_, ht, [&](auto& hw, Asic::Index i, auto&) {
             if (stale(ht, i)) return;
             const L3TunnelKey* k = hw.rowKey(i).template as<L3TunnelKey>();
@@ -676,12 +663,6 @@ private:
    State last_;
    std::vector<std::string>& out_;
 };
-
-std::vector<std::string> invariants(const System& sys) {
-   auto v = test::InvariantChecker(sys.chip()).programmer(sys.programmer()).violations();
-   for (auto& line : v) line = "invariant: " + line;
-   return v;
-}
 
 // One run: the system and the model side by side.
 class Run {
@@ -777,13 +758,6 @@ public:
    }
 
 private:
-   template <class... A>
-   void note(const A&... pieces) {
-      std::ostringstream os;
-      (os << ... << pieces);
-      pending_.push_back(os.str());
-   }
-
    // The group takes the block of its list, checking that a block handed
    // over while a free range of its size exists gets one.
    void programGroup(uint32_t g, std::vector<Via> vias) {
@@ -801,10 +775,10 @@ private:
          if (!named || largestFree < b.size())
             noRoom_.insert(model_.blockOf(g));
          else
-            note("placement: the block of g", g, " (", b.size(),
-                 " members) was handed over with everything it names programmed and a free "
-                 "range of ",
-                 largestFree, " rows, but got no range");
+            add(pending_, "placement: the block of g", g, " (", b.size(),
+                " members) was handed over with everything it names programmed and a free "
+                "range of ",
+                largestFree, " rows, but got no range");
       }
       sys_.groupIs(g, std::move(h));
    }
@@ -857,8 +831,8 @@ private:
             if (!sys_.hw(at.first) || sys_.hw(at.first)->rowText(at.second) != text)
                which += std::string(" ") + hwTableShortName(at.first) + "[" +
                         std::to_string(at.second) + "]";
-         note("flap: a restart whose replay writes what the chip holds changed ", n,
-              " rows; differing now:", which.empty() ? " none" : which);
+         add(pending_, "flap: a restart whose replay writes what the chip holds changed ", n,
+             " rows; differing now:", which.empty() ? " none" : which);
       }
    }
 
@@ -903,17 +877,15 @@ private:
    }
 
    bool check(uint32_t i) {
-      std::vector<std::string> v = std::move(pending_);
-      pending_.clear();
-      for (auto& line : transitions_) v.push_back(std::move(line));
-      transitions_.clear();
-      for (auto& line : invariants(sys_)) v.push_back(std::move(line));
+      std::vector<std::string> v = std::exchange(pending_, {});
+      for (auto& line : std::exchange(transitions_, {})) v.push_back(std::move(line));
+      for (auto& line :
+           test::InvariantChecker(sys_.chip()).programmer(sys_.programmer()).violations())
+         v.push_back("invariant: " + line);
       bool full = sys_.chip().heldResponses() == 0;
-      uint32_t excusedNow = 0;
       Checker c(sys_, model_, stale_, strict_, noRoom_, v);
       if (full) {
          c.run();
-         excusedNow = c.excused;
          result_.excused += c.excused;
          ++result_.fullChecks;
          if (strict_) ++result_.strictChecks;
@@ -921,7 +893,7 @@ private:
          c.references();
       }
       watch();
-      lastClean_ = full && v.empty() && excusedNow == 0;
+      lastClean_ = full && v.empty() && c.excused == 0;
       if (options_.extraCheck)
          for (auto& line : options_.extraCheck(sys_, i)) v.push_back(std::move(line));
       if (full && v.empty()) model_.quiet();
@@ -932,27 +904,27 @@ private:
    // Watches the state of every handle a client holds or can look up.
    void watch() {
       const Programmer& p = sys_.programmer();
-      auto add = [&](const Asic::SwTableBase::EntryHandle& h, const std::string& what) {
+      auto follow = [&](const Asic::SwTableBase::EntryHandle& h, const std::string& what) {
          auto& w = watchers_[&h];
          if (!w || !w->notifier()) w = std::make_unique<StateWatcher>(h, what, transitions_);
       };
       auto addAll = [&](const auto& table, const std::string& what) {
          if (table)
-            for (auto& [k, h] : table->entryHandleIteratorConst()) add(*h, what + h->keyText());
+            for (auto& [k, h] : table->entryHandleIteratorConst()) follow(*h, what + h->keyText());
       };
       addAll(p.l3EgrL3Ipv4TunnelTable(), "tunnel ");
       addAll(p.l3TunnelIngL3NextHopTable(), "next hop ");
       addAll(p.l3TunnelEgrL3Oif1Table(), "interface ");
       if (auto& t = p.l3InterfaceTable()) {
          t->forEachEntryHandle(
-             [&](const auto&, const auto& h) { add(*h, "merged interface " + h->keyText()); });
+             [&](const auto&, const auto& h) { follow(*h, "merged interface " + h->keyText()); });
          addAll(t->ingL3Iif(), "IngL3Iif ");
          addAll(t->egrL3Oif1Table(), "EgrL3Oif1Table ");
       }
       for (uint32_t g = 0; g < groupCount; ++g)
          if (HandlePtr h = sys_.group(g))
-            add(*h, static_cast<const Block&>(*h).size() ? "block of g" + std::to_string(g)
-                                                         : std::string("empty block"));
+            follow(*h, static_cast<const Block&>(*h).size() ? "block of g" + std::to_string(g)
+                                                            : std::string("empty block"));
    }
 
    bool verdict(uint32_t i, std::vector<std::string> v) {

@@ -105,13 +105,10 @@ bool runSeed(uint64_t seed, uint32_t opCount, const std::vector<uint32_t>* only,
    const auto config =
        model::runConfig(seed, MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer::commonIifOifIndex());
    const auto all = model::generateOps(config, opCount);
-   std::vector<model::Op> ops;
-   std::vector<uint32_t> original;
-   for (uint32_t i = 0; i < all.size(); ++i) {
-      if (only && std::find(only->begin(), only->end(), i) == only->end()) continue;
-      ops.push_back(all[i]);
-      original.push_back(i);
-   }
+   std::vector<uint32_t> original;  // the seed's op number of each op run
+   for (uint32_t i = 0; i < all.size(); ++i)
+      if (!only || std::ranges::count(*only, i)) original.push_back(i);
+   const auto ops = model::opsAt(all, original);
    if (verbose) {
       std::cout << config.describe() << "\n";
       model::RunOptions options;

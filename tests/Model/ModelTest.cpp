@@ -50,8 +50,7 @@ bool hasCategory(const RunResult& r, const std::string& kind) {
 }
 
 TEST(ModelRuns, SeedsAgreeWithTheModel) {
-   const char* expected = std::getenv("EXPECT_COMMON_IIF_OIF_INDEX");
-   if (expected) {
+   if (const char* expected = std::getenv("EXPECT_COMMON_IIF_OIF_INDEX")) {
       ASSERT_EQ(toggle(), std::string(expected) != "0");
    }
    const uint32_t runs = fromEnv("MODEL_RUNS", MODEL_DEFAULT_RUNS);
@@ -305,9 +304,8 @@ TEST(ModelRegressions, LateAnswerLeavesAKeyTakenUpAgainAlone) {
    ASSERT_TRUE(row);
    EXPECT_NE(row->find("'l3Oif1': " + std::to_string(b->hwIndex()) + ","), std::string::npos)
        << *row;
-   test::InvariantChecker checker(sys.chip());
-   checker.table(*tunnels).table(*nextHops);
-   EXPECT_EQ(checker.violations(), std::vector<std::string>{});
+   EXPECT_EQ(test::InvariantChecker(sys.chip()).table(*tunnels).table(*nextHops).violations(),
+             std::vector<std::string>{});
 }
 
 }  // namespace

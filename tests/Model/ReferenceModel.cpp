@@ -178,9 +178,8 @@ uint32_t ReferenceModel::presentCount(Table t, uint32_t since) const {
 
 bool ReferenceModel::failureWindow(HwTable t, uint32_t since) const {
    auto it = failures_.find(t);
-   if (it == failures_.end()) return false;
-   return std::any_of(it->second.begin(), it->second.end(),
-                      [&](const auto& w) { return w.second >= since; });
+   return it != failures_.end() &&
+          std::ranges::any_of(it->second, [&](const auto& w) { return w.second >= since; });
 }
 
 uint32_t ReferenceModel::blockSince(const BlockId& b) const {
