@@ -117,16 +117,14 @@ protected:
    // returns what the terminal showed.
    std::string runOnTerminal(const std::vector<std::string>& args,
                              const std::vector<std::pair<std::string, std::string>>& env) {
-      std::vector<std::string> argv{binary};
-      argv.insert(argv.end(), args.begin(), args.end());
       int terminal = -1;
       const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
       if (pid == 0) {
          unsetenv("TERM");
          unsetenv("NO_COLOR");
          for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
-         std::vector<char*> cargs;
-         for (const auto& a : argv) cargs.push_back(const_cast<char*>(a.c_str()));
+         std::vector<char*> cargs{const_cast<char*>(binary)};
+         for (const auto& a : args) cargs.push_back(const_cast<char*>(a.c_str()));
          cargs.push_back(nullptr);
          execv(cargs[0], cargs.data());
          _exit(127);
@@ -295,6 +293,18 @@ INSTANTIATE_TEST_SUITE_P(Scenario, BadInputTest, ::testing::ValuesIn(badInputs),
                          [](const auto& info) { return info.param.name; });
 
 TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
+   const std::string file = write("s.json", "{}");
+   for (const std::vector<std::string>& args :
+        {std::vector<std::string>{"--help"}, std::vector<std::string>{"run", file, "--help"}}) {
+      const Outcome r = run(args);
+      EXPECT_EQ(r.code, 0) << r.err;
+      EXPECT_TRUE(r.out.starts_with("usage: l3tunnel run")) << r.out;
+      EXPECT_NE(r.out.find("A scenario is at most 64 MiB.\n"), std::string::npos);
+   }
+   const Outcome version = run({"--version"});
+   EXPECT_EQ(version.code, 0);
+   EXPECT_EQ(version.out, std::string("l3tunnel ") + L3TUNNEL_VERSION + "\n");
+
    // A scenario is at most 64 MiB: a larger file is refused from its size, a
    // device after one byte past the bound, neither read whole.
    const std::string atBound = (dir_ / "at.json").string(),
@@ -305,46 +315,28 @@ TEST_F(L3TunnelTool, UsageErrorsExitTwoAndHelpAndVersionZero) {
       fs::resize_file(path, size);  // zero bytes, and sparse
    }
    const std::string tooLarge = ": larger than 64 MiB, the largest scenario accepted\n";
-   struct Case {
-      std::vector<std::string> args;
-      int code;
-      std::string out;  // what stdout starts with
-      std::string err;  // what stderr starts with
+   const std::string none = (dir_ / "none.json").string();
+   // What standard error starts with.
+   const std::vector<std::pair<std::vector<std::string>, std::string>> refused{
+       {{}, "l3tunnel: missing command\nusage:"},
+       {{"run"}, "l3tunnel: run: missing scenario file\nusage:"},
+       {{"play", file}, "l3tunnel: unknown command 'play'\nusage:"},
+       {{"run", file, "--colour"}, "l3tunnel: unknown option '--colour'\nusage:"},
+       {{"run", file, "--state-dir"}, "l3tunnel: --state-dir needs a value\nusage:"},
+       {{"run", file, file}, "l3tunnel: run: unexpected argument"},
+       {{"run", file, "--tunnel", "10.0.0.1"}, "l3tunnel: --tunnel: '10.0.0.1' is not SRC,DST"},
+       {{"run", none}, "l3tunnel: " + none},
+       {{"run", beyond}, "l3tunnel: " + beyond + tooLarge},
+       {{"run", "/dev/zero"}, "l3tunnel: /dev/zero" + tooLarge},
+       {{"run", atBound}, "l3tunnel: " + atBound + ": malformed JSON: "},
    };
-   const std::string file = write("s.json", "{}");
-   const std::vector<Case> cases{
-       {{"--help"}, 0, "usage: l3tunnel run", ""},
-       {{"run", file, "--help"}, 0, "usage: l3tunnel run", ""},
-       {{"--version"}, 0, std::string("l3tunnel ") + L3TUNNEL_VERSION + "\n", ""},
-       {{}, 2, "", "l3tunnel: missing command\nusage:"},
-       {{"run"}, 2, "", "l3tunnel: run: missing scenario file\nusage:"},
-       {{"play", file}, 2, "", "l3tunnel: unknown command 'play'\nusage:"},
-       {{"run", file, "--colour"}, 2, "", "l3tunnel: unknown option '--colour'\nusage:"},
-       {{"run", file, "--state-dir"}, 2, "", "l3tunnel: --state-dir needs a value\nusage:"},
-       {{"run", file, file}, 2, "", "l3tunnel: run: unexpected argument"},
-       {{"run", file, "--tunnel", "10.0.0.1"},
-        2,
-        "",
-        "l3tunnel: --tunnel: '10.0.0.1' is not SRC,DST"},
-       {{"run", (dir_ / "none.json").string()},
-        2,
-        "",
-        "l3tunnel: " + (dir_ / "none.json").string()},
-       {{"run", beyond}, 2, "", "l3tunnel: " + beyond + tooLarge},
-       {{"run", "/dev/zero"}, 2, "", "l3tunnel: /dev/zero" + tooLarge},
-       {{"run", atBound}, 2, "", "l3tunnel: " + atBound + ": malformed JSON: "},
-   };
-   for (const auto& c : cases) {
-      const Outcome r = run(c.args);
-      const std::string what = ::testing::PrintToString(c.args);
-      EXPECT_EQ(r.code, c.code) << what;
-      EXPECT_TRUE(r.out.starts_with(c.out)) << what << r.out;
-      EXPECT_TRUE(r.err.starts_with(c.err)) << what << r.err;
-      if (c.code == 2) {
-         EXPECT_TRUE(r.out.empty()) << what;
-      }
+   for (const auto& [args, err] : refused) {
+      const Outcome r = run(args);
+      const std::string what = ::testing::PrintToString(args);
+      EXPECT_EQ(r.code, 2) << what;
+      EXPECT_TRUE(r.out.empty()) << what << r.out;
+      EXPECT_TRUE(r.err.starts_with(err)) << what << r.err;
    }
-   EXPECT_NE(run({"--help"}).out.find("A scenario is at most 64 MiB.\n"), std::string::npos);
 }
 
 // ---- the state directory -------------------------------------------------------
