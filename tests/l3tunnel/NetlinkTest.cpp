@@ -106,29 +106,18 @@ TEST_F(KernelNetlink, DumpGivesTheTablesInOrder) {
    // Links, neighbours, tunnels, groups and the routes through them are
    // what the agent's tests follow through the reader; these routes only
    // the reader's own tests meet.
-   const struct {
-      const char* dst;
-      uint8_t prefixLen;
-      uint32_t table, priority;
-      std::vector<std::string> paths;
-   } want[] = {
-       {"10.3.0.0", 16, 1000, 0, {"1 via 172.16.0.2 ip 192.0.2.1>198.51.100.3 ttl 0"}},
-       {"10.4.0.0", 16, RT_TABLE_MAIN, 0, {"1 via 2001:db8::3"}},
-       {"2001:db8:5::", 48, RT_TABLE_MAIN, 7, {"1 via 2001:db8::3"}},
-   };
-   for (const auto& w : want) {
-      const KernelRoute& r = routes[w.dst];
-      EXPECT_EQ(r.prefixLen, w.prefixLen) << w.dst;
-      EXPECT_EQ(r.table, w.table) << w.dst;
-      EXPECT_EQ(r.nhid, 0u) << w.dst;
-      EXPECT_EQ(r.priority, w.priority) << w.dst;
-      EXPECT_EQ(r.type, RTN_UNICAST) << w.dst;
-      std::vector<std::string> paths;
-      for (const auto& p : r.paths) {
-         paths.push_back(describe(p));
-         EXPECT_EQ(p.ifindex, veth0_) << w.dst;
-      }
-      EXPECT_EQ(paths, w.paths) << w.dst;
+   for (const std::string want :
+        {"10.3.0.0/16 table 1000 metric 0 nhid 0 type 1: 1 via 172.16.0.2 ip "
+         "192.0.2.1>198.51.100.3 ttl 0 dev veth0",
+         "10.4.0.0/16 table 254 metric 0 nhid 0 type 1: 1 via 2001:db8::3 dev veth0",
+         "2001:db8:5::/48 table 254 metric 7 nhid 0 type 1: 1 via 2001:db8::3 dev veth0"}) {
+      const KernelRoute& r = routes[want.substr(0, want.find('/'))];
+      std::string got = r.dst.text() + "/" + std::to_string(r.prefixLen) + " table " +
+                        std::to_string(r.table) + " metric " + std::to_string(r.priority) +
+                        " nhid " + std::to_string(r.nhid) + " type " + std::to_string(r.type) + ":";
+      for (const auto& p : r.paths)
+         got += " " + describe(p) + (p.ifindex == veth0_ ? " dev veth0" : " dev other");
+      EXPECT_EQ(got, want);
    }
 }
 
