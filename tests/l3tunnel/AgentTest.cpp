@@ -135,7 +135,7 @@ protected:
    pid_t pid_ = -1;
 };
 
-TEST_F(Agent, TheExampleGivesWeightedGroupsRoutesAndCounts) {
+TEST_F(Agent, TheExampleAndChangesMadeWhileStoppedAreProgrammedAndPurgedAtStart) {
    ipBatch(dir_, exampleSetUp);
    start();
    const Json s = waitFor(
@@ -164,8 +164,21 @@ TEST_F(Agent, TheExampleGivesWeightedGroupsRoutesAndCounts) {
    struct stat st {};
    ASSERT_EQ(stat(socket_.c_str(), &st), 0);
    EXPECT_EQ(st.st_mode & 0777, 0600u);
-   EXPECT_EQ(stop(), 0);
+   ASSERT_EQ(stop(), 0);
    EXPECT_TRUE(fs::exists(fs::path(state_) / "chip.state"));
+
+   // Changes made while it is stopped are programmed, and what they took
+   // away purged, when it starts again.
+   ipBatch(dir_, {"route del 10.2.0.0/16", "nexthop replace id 100 group 2",
+                  "nexthop add id 101 group 3"});
+   start();
+   const Json again = show();
+   EXPECT_TRUE(programmed(again, "nhid:100", 1));
+   EXPECT_TRUE(programmed(again, "nhid:101", 1));
+   EXPECT_FALSE(has(again, "route:10.2.0.0/16"));
+   // Only the remaining groups' rows are left: 1 + 1 members.
+   EXPECT_EQ(again["tables"]["L3EcmpMember0Table"]["used"], 2);
+   EXPECT_EQ(again["tables"]["L3EgrL3Ipv4TunnelTable"]["used"], 1) << "198.51.100.2 only";
 }
 
 // Each change, made while the agent runs, and what the groups show after it.
@@ -293,7 +306,7 @@ TEST_F(Agent, AGroupFollowsItsNeighbourBeingResolvedAndLost) {
            "a failed neighbour");
 }
 
-TEST_F(Agent, RefusalsAtStartSayWhyInOneLine) {
+TEST_F(Agent, RefusalsAtStartAndBadRequestsSayWhyAndTheAgentGoesOn) {
    const std::string steps = (dir_ / "steps.json").string(), bad = (dir_ / "bad.json").string();
    std::ofstream(steps) << R"({"steps": [{"op": "reconcile"}]})";
    std::ofstream(bad) << R"({"chip": {"tableSizes": {"Nope": 4}}})";
@@ -319,24 +332,34 @@ TEST_F(Agent, RefusalsAtStartSayWhyInOneLine) {
       EXPECT_TRUE(r.err.starts_with("l3tunnel agent: ")) << r.err;
       EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
    }
+   // Bad requests to the running agent get an error answer.
+   for (const std::string& request : std::vector<std::string>{
+            "nonsense\n", "json frobnicate\n", "json tunnel 1.2.3.4\n", "json groups extra\n",
+            "text tunnel 1.2.3.4 ::1\n", std::string(5000, 'x'), ""}) {
+      const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+      sockaddr_un a{};
+      a.sun_family = AF_UNIX;
+      std::strcpy(a.sun_path, socket_.c_str());
+      ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+      if (!request.empty()) {
+         ASSERT_GT(write(fd, request.data(), request.size()), 0);
+      }
+      shutdown(fd, SHUT_WR);
+      std::string reply;
+      char buf[4096];
+      ssize_t n;
+      while ((n = read(fd, buf, sizeof buf)) > 0) reply.append(buf, size_t(n));
+      close(fd);
+      EXPECT_EQ(reply.substr(0, 6), "error\n") << request.substr(0, 40);
+   }
    EXPECT_EQ(show()["agent"]["phase"], "following");
-}
-
-TEST_F(Agent, ChangesMadeWhileStoppedAreProgrammedAndPurgedAtStart) {
-   ipBatch(dir_, exampleSetUp);
-   start();
-   waitFor([](const Json& s) { return programmed(s, "route:10.2.0.0/16", 4); }, "the example");
-   ASSERT_EQ(stop(), 0);
-   ipBatch(dir_, {"route del 10.2.0.0/16", "nexthop replace id 100 group 2",
-                  "nexthop add id 101 group 3"});
-   start();
-   const Json s = show();
-   EXPECT_TRUE(programmed(s, "nhid:100", 1));
-   EXPECT_TRUE(programmed(s, "nhid:101", 1));
-   EXPECT_FALSE(has(s, "route:10.2.0.0/16"));
-   // Only the remaining groups' rows are left: 1 + 1 members.
-   EXPECT_EQ(s["tables"]["L3EcmpMember0Table"]["used"], 2);
-   EXPECT_EQ(s["tables"]["L3EgrL3Ipv4TunnelTable"]["used"], 1) << "198.51.100.2 only";
+   // The program refuses a bad view before asking, with the usage.
+   const test::Outcome view = l3tunnel({"show", "--socket", socket_, "frobnicate"});
+   EXPECT_EQ(view.code, 2);
+   EXPECT_NE(view.err.find("unknown view 'frobnicate'"), std::string::npos) << view.err;
+   const test::Outcome text = l3tunnel({"show", "--socket", socket_, "groups"});
+   EXPECT_EQ(text.code, 0);
+   EXPECT_NE(text.out.find("agent following:"), std::string::npos) << text.out;
 }
 
 // The state of the groups without indices, which depend on the history.
@@ -408,37 +431,6 @@ TEST_F(Agent, LostNotificationsAreRecoveredByDumpingAgain) {
    for (const auto& [name, g] : s["groups"].items()) EXPECT_EQ(g["state"], "success") << name;
    EXPECT_NE(s["agent"]["lastProblem"].get<std::string>().find("dropped notifications"),
              std::string::npos);
-}
-
-TEST_F(Agent, BadRequestsGetAnErrorAnswerAndTheAgentGoesOn) {
-   start();
-   for (const std::string& request : std::vector<std::string>{
-            "nonsense\n", "json frobnicate\n", "json tunnel 1.2.3.4\n", "json groups extra\n",
-            "text tunnel 1.2.3.4 ::1\n", std::string(5000, 'x'), ""}) {
-      const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-      sockaddr_un a{};
-      a.sun_family = AF_UNIX;
-      std::strcpy(a.sun_path, socket_.c_str());
-      ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-      if (!request.empty()) {
-         ASSERT_GT(write(fd, request.data(), request.size()), 0);
-      }
-      shutdown(fd, SHUT_WR);
-      std::string reply;
-      char buf[4096];
-      ssize_t n;
-      while ((n = read(fd, buf, sizeof buf)) > 0) reply.append(buf, size_t(n));
-      close(fd);
-      EXPECT_EQ(reply.substr(0, 6), "error\n") << request.substr(0, 40);
-   }
-   EXPECT_EQ(show()["agent"]["phase"], "following");
-   // The program refuses a bad view before asking, with the usage.
-   const test::Outcome bad = l3tunnel({"show", "--socket", socket_, "frobnicate"});
-   EXPECT_EQ(bad.code, 2);
-   EXPECT_NE(bad.err.find("unknown view 'frobnicate'"), std::string::npos) << bad.err;
-   const test::Outcome text = l3tunnel({"show", "--socket", socket_, "groups"});
-   EXPECT_EQ(text.code, 0);
-   EXPECT_NE(text.out.find("agent following:"), std::string::npos) << text.out;
 }
 
 }  // namespace
