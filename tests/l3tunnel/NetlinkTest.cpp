@@ -33,10 +33,6 @@ using Members = std::vector<KernelNexthop::Member>;
 
 bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-bool any(const Events& events, const Match& match) {
-   return std::any_of(events.begin(), events.end(), match);
-}
-
 bool same(const Members& got, const Members& want) {
    return std::equal(got.begin(), got.end(), want.begin(), want.end(),
                      [](auto& a, auto& b) { return a.id == b.id && a.weight == b.weight; });
@@ -75,7 +71,7 @@ protected:
    static bool waitFor(Netlink& nl, Events& seen, const Match& match) {
       const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
       for (;;) {
-         if (any(seen, match)) return true;
+         if (std::any_of(seen.begin(), seen.end(), match)) return true;
          const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
              until - std::chrono::steady_clock::now());
          if (left.count() <= 0) return false;
