@@ -32,11 +32,4 @@ inline std::string kernelNamespaceIs() {
    return {};
 }
 
-// CI sets L3TUNNEL_REQUIRE_NETNS=1: there a test without its namespace fails
-// instead of being skipped.
-inline bool kernelNamespaceRequired() {
-   const char* required = std::getenv("L3TUNNEL_REQUIRE_NETNS");
-   return required && std::string(required) == "1";
-}
-
 }  // namespace support

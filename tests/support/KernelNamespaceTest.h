@@ -2,9 +2,11 @@
 // A kernel namespace for a GoogleTest test:
 //   if (!support::kernelNamespaceReady()) GTEST_SKIP();
 // Where none can be made the test is skipped (the reason said once per
-// process), or, where one is required (CI), failed.
+// process), or, where one is required (CI sets L3TUNNEL_REQUIRE_NETNS=1),
+// failed.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -15,7 +17,8 @@ namespace support {
 inline bool kernelNamespaceReady() {
    const std::string why = kernelNamespaceIs();
    if (why.empty()) return true;
-   if (kernelNamespaceRequired()) {
+   if (const char* required = std::getenv("L3TUNNEL_REQUIRE_NETNS");
+       required && std::string(required) == "1") {
       ADD_FAILURE() << why;
       return false;
    }
