@@ -11,8 +11,6 @@ using MeridL3Tunnel::rowReferences;
 
 class Recovery : public ProgrammerFixture {
 protected:
-   static constexpr Asic::UnitId tableUnit = L3TunnelOverlayEcmpProgrammer::tableUnit;
-
    // Chains 1..n written, as an agent with the other interface setting wrote
    // them, then that agent gone: its tables let go, the rows kept.
    void otherSettingRowsIs(uint32_t n) {
@@ -20,18 +18,14 @@ protected:
       auto nextHops = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
       Brio::Ptr<L3TunnelEgrL3Oif1Table> oifs;
       Brio::Ptr<L3InterfaceTable> merged;
-      for (Asic::SwTable* t : {static_cast<Asic::SwTable*>(tunnels.ptr()),
-                               static_cast<Asic::SwTable*>(nextHops.ptr())}) {
-         t->doInit(tableUnit, ledger, chipInfo);
-         t->doInitComplete();
-      }
+      init(*tunnels);
+      init(*nextHops);
       if (expectedToggle()) {
          oifs = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-         oifs->doInit(tableUnit, ledger, chipInfo);
-         oifs->doInitComplete();
+         init(*oifs);
       } else {
          merged = MeridL3Tunnel::l3InterfaceTableFactory();
-         merged->doInit(tableUnit, ledger, chipInfo);
+         merged->doInit(unit, ledger, chipInfo);
       }
       for (uint32_t k = 1; k <= n; ++k) {
          auto t = tunnels->entryCommit(tunnelKey(k), tunnelEntry<V4>(tunnelKey(k)));

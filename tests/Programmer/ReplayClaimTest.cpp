@@ -80,16 +80,14 @@ const ReplayCase cases[] = {
 
 class ReplayClaim : public ProgrammerFixture, public ::testing::WithParamInterface<ReplayCase> {
 protected:
-   std::vector<std::string_view> interfaceTables() const {
-      if (L3TunnelOverlayEcmpProgrammer::commonIifOifIndex())
-         return {IngL3Iif::typeName, EgrL3Oif1Table::typeName};
-      return {L3TunnelEgrL3Oif1Table::typeName};
-   }
    std::map<std::string_view, uint32_t> perTable(const Counts& c) const {
       std::map<std::string_view, uint32_t> m{{L3EcmpMember0Table::typeName, c.members},
                                              {L3TunnelIngL3NextHopTable::typeName, c.nextHops},
                                              {L3EgrL3Ipv4TunnelTable::typeName, c.tunnels}};
-      for (auto name : interfaceTables()) m[name] = c.interfaces;
+      if (L3TunnelOverlayEcmpProgrammer::commonIifOifIndex())
+         m[IngL3Iif::typeName] = m[EgrL3Oif1Table::typeName] = c.interfaces;
+      else
+         m[L3TunnelEgrL3Oif1Table::typeName] = c.interfaces;
       return m;
    }
    std::map<std::string_view, AsicSim::HwTable::Stats> allStats() const {
@@ -99,11 +97,7 @@ protected:
    }
    void programAll(const Groups& groups) {
       held.clear();
-      for (auto& vias : groups) {
-         auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
-         for (auto& v : vias) list->viaPush(v);
-         held.push_back(programmer->populateOverlayEcmpBlock(list));
-      }
+      for (auto& vias : groups) held.push_back(programmer->populateOverlayEcmpBlock(viaList(vias)));
       runLoop();
    }
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 
 #include "SweepSupport.h"
 
@@ -137,19 +136,13 @@ std::vector<std::vector<uint32_t>> faultSets(uint32_t writes) {
    const char* e = std::getenv("L3TUNNEL_SWEEP_FAULTS");
    const uint32_t per = std::clamp<uint32_t>(e ? uint32_t(std::atoi(e)) : 1, 1, writes);
    std::vector<std::vector<uint32_t>> sets;
-   std::vector<uint32_t> set;
-   std::function<void(uint32_t)> pick = [&](uint32_t from) {
-      if (set.size() == per) {
-         sets.push_back(set);
-         return;
-      }
-      for (uint32_t k = from; k <= writes; ++k) {
-         set.push_back(k);
-         pick(k + 1);
-         set.pop_back();
-      }
-   };
-   pick(1);
+   std::vector<bool> picked(writes, false);
+   std::fill_n(picked.begin(), per, true);
+   do {
+      sets.emplace_back();
+      for (uint32_t k = 0; k < writes; ++k)
+         if (picked[k]) sets.back().push_back(k + 1);
+   } while (std::prev_permutation(picked.begin(), picked.end()));
    return sets;
 }
 
@@ -160,9 +153,8 @@ TEST_P(FaultSweep, EveryWriteFailedInTurnIsReportedAndRepairedByApplyingAgain) {
    ASSERT_FALSE(HasFailure());
    for (const auto& faults : faultSets(base.writes)) {
       if (HasFailure()) break;
-      const std::string where = baseName(GetParam()) + ", write " +
-                                ::testing::PrintToString(faults) + " of " +
-                                std::to_string(base.writes) + " failed: ";
+      const std::string where = GetParam() + ", write " + ::testing::PrintToString(faults) +
+                                " of " + std::to_string(base.writes) + " failed: ";
       Agent agent(scenario);
       startFresh(agent);
       AsicSim::Chip& chip = agent.chip();

@@ -56,8 +56,7 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
       straight = rowsOf(agent.chip());
    }
    for (size_t k = 1; k < n && !HasFailure(); ++k) {
-      const std::string where =
-          baseName(GetParam()) + ", restart after step " + std::to_string(k) + ": ";
+      const std::string where = GetParam() + ", restart after step " + std::to_string(k) + ": ";
       const Reference ref = referenceRun(scenario, k);
       // Unless a group had no room, the reference is the plain run.
       EXPECT_TRUE(ref.refusedBefore || ref.replayChanges.empty())
@@ -107,8 +106,7 @@ Fresh freshRun(const Scenario& scenario, const std::vector<Step>& programs) {
 TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) {
    const Scenario scenario = scenarioFor(GetParam());
    const size_t n = scenario.steps.size();
-   Step reconcile;
-   reconcile.op = Step::Op::reconcile;
+   const Step reconcile{Step::Op::reconcile, {}, {}};
    uint32_t cases = 0;
    for (size_t k = 1; k <= n && !HasFailure(); ++k) {
       std::map<std::string, Agent::Vias> live;
@@ -118,8 +116,8 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
          live = agent.groupVias();
       }
       for (const auto& [left, vias] : live) {
-         const std::string where = baseName(GetParam()) + ", restart after step " +
-                                   std::to_string(k) + ", " + left + " not replayed: ";
+         const std::string where = GetParam() + ", restart after step " + std::to_string(k) + ", " +
+                                   left + " not replayed: ";
          ++cases;
          Agent agent(scenario);
          startFresh(agent, scenario.steps, k);

@@ -31,7 +31,6 @@ std::vector<std::string> scenarioFiles();
 Scenario scenarioFor(const std::string& file);
 // The same for a scenario given as text; `name` names it in messages.
 Scenario scenarioOf(const std::string& text, const std::string& name);
-std::string baseName(const std::string& file);
 // A test name for the scenario file, the `index`-th swept: its stem, made of
 // letters, digits and _.
 std::string testName(const std::string& file, size_t index);

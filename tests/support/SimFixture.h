@@ -146,7 +146,7 @@ public:
       chipInfo->tableSizeIs(IngL3Iif::typeName, rows);
       chipInfo->tableSizeIs(EgrL3Oif1Table::typeName, rows);
       intf = MeridL3Tunnel::l3InterfaceTableFactory();
-      intf->doInit(0, ledger, chipInfo);
+      intf->doInit(unit, ledger, chipInfo);
    }
 
    // The agent goes away and comes back: the tables it had are made again,
@@ -175,7 +175,7 @@ public:
    }
 
    void init(Asic::SwTable& t) {
-      t.doInit(0, ledger, chipInfo);
+      t.doInit(unit, ledger, chipInfo);
       t.doInitComplete();
    }
 
@@ -244,8 +244,7 @@ public:
       return n;
    }
    AsicSim::HwTable::Stats stats(std::string_view name) const {
-      auto t = chip->table(name, unit);
-      return t ? t->stats() : AsicSim::HwTable::Stats{};
+      return hw(name) ? hw(name)->stats() : AsicSim::HwTable::Stats{};
    }
 
    Brio::Ptr<AsicSim::Chip> chip;
