@@ -17,8 +17,26 @@ protected:
    static L3TunnelKey keyOf(const HandlePtr& nextHop) {
       return static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
    }
+   // A full table is traced and the chain is still written behind it. A table
+   // finds out that it is full when what its entry names is programmed, so the
+   // trace comes at the latest when the via is handed over again.
    void expectFullTableTraced(std::initializer_list<std::string_view> tables, uint32_t rowCount,
-                              const char* traceText);
+                              const char* traceText) {
+      for (auto t : tables) chipInfo->tableSizeIs(t, rowCount);
+      start();
+      HandlePtr first = program({via("10.0.0.1", "10.0.0.2", 2)});
+      trace.clear();
+      HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
+      EXPECT_EQ(h, first);
+      EXPECT_EQ(traced(traceText), 2u);
+      EXPECT_EQ(traced("Full"), 2u);  // only the full table says so
+      ASSERT_EQ(block(h).size(), 2u);
+      const HandlePtr& nextHop = member(h, 0).nextHopHandle();
+      EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
+      EXPECT_TRUE(nextHop->isFailed());
+      EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+      expectConsistent();
+   }
    Orb::TraceCapture trace{"MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5"};
 };
 using OverlayBlockDeathTest = OverlayBlock;
@@ -99,27 +117,6 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
        program({via("10.0.0.1", "10.0.0.2", 1, 1, 64, Plx::NextHopEntryType::nextHopGlean)}),
        "assertion \"\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopArpResolved\\(\\) \\) \\|\\| "
        "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
-}
-
-// A full table is traced and the chain is still written behind it. A table
-// finds out that it is full when what its entry names is programmed, so the
-// trace comes at the latest when the via is handed over again.
-void OverlayBlock::expectFullTableTraced(std::initializer_list<std::string_view> tables,
-                                         uint32_t rowCount, const char* traceText) {
-   for (auto t : tables) chipInfo->tableSizeIs(t, rowCount);
-   start();
-   HandlePtr first = program({via("10.0.0.1", "10.0.0.2", 2)});
-   trace.clear();
-   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
-   EXPECT_EQ(h, first);
-   EXPECT_EQ(traced(traceText), 2u);
-   EXPECT_EQ(traced("Full"), 2u);  // only the full table says so
-   ASSERT_EQ(block(h).size(), 2u);
-   const HandlePtr& nextHop = member(h, 0).nextHopHandle();
-   EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
-   EXPECT_TRUE(nextHop->isFailed());
-   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
-   expectConsistent();
 }
 
 TEST_F(OverlayBlock, FullTunnelTableIsTracedAndTheChainGoesOn) {

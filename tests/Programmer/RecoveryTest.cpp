@@ -14,30 +14,21 @@ protected:
    // Chains 1..n written, as an agent with the other interface setting wrote
    // them, then that agent gone: its tables let go, the rows kept.
    void otherSettingRowsIs(uint32_t n) {
-      auto tunnels = MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory();
-      auto nextHops = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
-      Brio::Ptr<L3TunnelEgrL3Oif1Table> oifs;
-      Brio::Ptr<L3InterfaceTable> merged;
-      init(*tunnels);
-      init(*nextHops);
       if (expectedToggle()) {
-         oifs = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-         init(*oifs);
+         makeChainTables(rows);
       } else {
-         merged = MeridL3Tunnel::l3InterfaceTableFactory();
-         merged->doInit(unit, ledger, chipInfo);
+         makeInterfaceTable(rows);
+         nh = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
+         init(*nh);
       }
       for (uint32_t k = 1; k <= n; ++k) {
-         auto t = tunnels->entryCommit(tunnelKey(k), tunnelEntry<V4>(tunnelKey(k)));
-         auto o = oifs ? oifs->entryCommit(tunnelKey(k), oifEntry(t))
-                       : merged->entryCommit(tunnelKey(k), interfaceEntry(t));
-         nextHops->entryCommit(tunnelKey(k), nextHopEntry(o));
+         auto t = v4->entryCommit(tunnelKey(k), tunnelEntry<V4>(tunnelKey(k)));
+         auto o = oif ? oif->entryCommit(tunnelKey(k), oifEntry(t))
+                      : intf->entryCommit(tunnelKey(k), interfaceEntry(t));
+         nh->entryCommit(tunnelKey(k), nextHopEntry(o));
       }
       runLoop();
-      merged.reset();
-      nextHops.reset();
-      oifs.reset();
-      tunnels.reset();
+      tablesDrop();
       Brio::EventLoop::instance().clear();
       ASSERT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), n);
    }

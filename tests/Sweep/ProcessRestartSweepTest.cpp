@@ -126,9 +126,8 @@ INSTANTIATE_TEST_SUITE_P(
        std::string name = fs::path(std::get<0>(info.param)).stem().string() + "_" +
                           std::to_string(info.index / 2) +
                           (std::get<1>(info.param) ? "_toggle_on" : "_toggle_off");
-       std::replace_if(
-           name.begin(), name.end(),
-           [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+       for (char& c : name)
+          if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
        return name;
     });
 

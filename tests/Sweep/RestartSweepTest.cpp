@@ -49,12 +49,7 @@ class RestartSweep : public ::testing::TestWithParam<std::string> {};
 TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsBefore) {
    const Scenario scenario = scenarioFor(GetParam());
    const size_t n = scenario.steps.size();
-   Rows straight;
-   {
-      Agent agent(scenario);
-      startFresh(agent, scenario.steps, n);
-      straight = rowsOf(agent.chip());
-   }
+   const Rows straight = afterSteps(scenario, n, [](Agent& a) { return rowsOf(a.chip()); });
    for (size_t k = 1; k < n && !HasFailure(); ++k) {
       const std::string where = GetParam() + ", restart after step " + std::to_string(k) + ": ";
       const Reference ref = referenceRun(scenario, k);
@@ -109,12 +104,7 @@ TEST_P(RestartSweep, ReconcileAfterAPartialReplayKeepsExactlyTheReplayedGroups) 
    const Step reconcile{Step::Op::reconcile, {}, {}};
    uint32_t cases = 0;
    for (size_t k = 1; k <= n && !HasFailure(); ++k) {
-      std::map<std::string, Agent::Vias> live;
-      {
-         Agent agent(scenario);
-         startFresh(agent, scenario.steps, k);
-         live = agent.groupVias();
-      }
+      const auto live = afterSteps(scenario, k, [](Agent& a) { return a.groupVias(); });
       for (const auto& [left, vias] : live) {
          const std::string where = GetParam() + ", restart after step " + std::to_string(k) + ", " +
                                    left + " not replayed: ";

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <iterator>
 #include <sstream>
-#include <system_error>
 
 #include "SharedL3/L3EcmpMember0Table.h"
 #include "support/Installed.h"
@@ -136,20 +135,14 @@ std::map<std::string, uint32_t> rowCounts(const Rows& rows) {
 }
 
 std::string rowsDiff(const Rows& want, const Rows& got) {
-   std::ostringstream os;
-   std::set<std::pair<std::string, uint32_t>> at;
-   for (const Rows* r : {&want, &got})
-      for (const auto& [t, rs] : *r)
-         for (const auto& [i, text] : rs) at.emplace(t, i);
-   auto rowAt = [](const Rows& r, const std::string& t, uint32_t i) {
-      const auto ti = r.find(t);
-      return ti != r.end() && ti->second.count(i) ? ti->second.at(i) : std::string("(clear)");
+   auto lines = [](const Rows& rows) {
+      Canonical out;
+      for (const auto& [t, rs] : rows)
+         for (const auto& [i, text] : rs) out[t].push_back(std::to_string(i) + ": " + text);
+      for (auto& [t, l] : out) std::sort(l.begin(), l.end());
+      return out;
    };
-   for (const auto& [t, i] : at) {
-      const std::string a = rowAt(want, t, i), b = rowAt(got, t, i);
-      if (a != b) os << "\n  " << t << "[" << i << "]: want " << a << "\n      got " << b;
-   }
-   return os.str();
+   return canonicalDiff(lines(want), lines(got));
 }
 
 std::map<std::string, std::string> groupStates(const Agent& agent) {
@@ -188,13 +181,11 @@ std::vector<Space> spacesOf(const Agent& agent) {
          spaces.push_back({std::string(t), heldOf(merged->indexAllocator()), rowIndices(chip, t)});
    }
    if (const auto& members = p->l3EcmpMember0Table()) {
-      Space s{std::string(L3EcmpMember0Table::typeName),
-              {},
-              rowIndices(chip, L3EcmpMember0Table::typeName)};
-      const auto& ranges = members->indexAllocator();
-      for (uint32_t i = 0; i < ranges.indexCount(); ++i)
-         if (!ranges.isFree(i)) s.held.insert(i);
-      spaces.push_back(std::move(s));
+      const std::string_view t = L3EcmpMember0Table::typeName;
+      auto& held =
+          spaces.emplace_back(std::string(t), std::set<uint32_t>(), rowIndices(chip, t)).held;
+      for (uint32_t i = 0; i < members->indexAllocator().indexCount(); ++i)
+         if (!members->indexAllocator().isFree(i)) held.insert(i);
    }
    return spaces;
 }

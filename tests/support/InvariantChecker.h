@@ -99,12 +99,11 @@ public:
                fail(t.name(), ": row ", first + s, " holds '", (row ? *row : "nothing"),
                     "', not member ", s, " of ", b.keyText());
             for (auto [named, field] : {std::pair{m.nextHopHandle().ptr(), m.nextHopIdx()},
-                                        std::pair{m.underlayHandle().ptr(), m.underlayIdx()}}) {
+                                        std::pair{m.underlayHandle().ptr(), m.underlayIdx()}})
                if (named && named->isComplete() &&
                    Asic::SwTableBase::getHwIndexForDependentField(*named) != field)
                   fail(t.name(), ": member ", s, " of ", b.keyText(), " carries index ", field,
                        ", its ", named->keyText(), " has ", named->hwIndex());
-            }
          }
       });
       if (t.indexAllocator().used() != placed + t.recoveredRows())
