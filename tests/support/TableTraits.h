@@ -60,9 +60,8 @@ struct TableTraits<Oif> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       f.makeTunnelTables();
-      rowsIs(f, Oif::typeName, rows);
-      f.oif = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-      f.init(*f.oif);
+      f.chip->tableSizeIs(Oif::typeName, rows);
+      f.make(f.oif, MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory, rows);
    }
    static Oif& of(SimFixture& f) { return *f.oif; }
    static L3TunnelKey key(uint32_t n) { return tunnelKey(n); }
@@ -74,9 +73,8 @@ struct TableTraits<Nh> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       TableTraits<Oif>::make(f, SimFixture::defaultRows);
-      rowsIs(f, Nh::typeName, rows);
-      f.nh = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
-      f.init(*f.nh);
+      f.chip->tableSizeIs(Nh::typeName, rows);
+      f.make(f.nh, MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory, rows);
    }
    static Nh& of(SimFixture& f) { return *f.nh; }
    static L3TunnelKey key(uint32_t n) { return tunnelKey(n); }
@@ -89,9 +87,8 @@ template <>
 struct TableTraits<IngL3Iif> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
-      rowsIs(f, IngL3Iif::typeName, rows);
-      f.ing = MeridL3Tunnel::ingL3IifFactory();
-      f.init(*f.ing);
+      f.chip->tableSizeIs(IngL3Iif::typeName, rows);
+      f.make(f.ing, MeridL3Tunnel::ingL3IifFactory, rows);
    }
    static IngL3Iif& of(SimFixture& f) { return *f.ing; }
    static IngL3Iif::Key key(uint32_t n) { return IngL3Iif::Index(n); }
@@ -103,9 +100,8 @@ struct TableTraits<EgrL3Oif1Table> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       f.makeTunnelTables();
-      rowsIs(f, EgrL3Oif1Table::typeName, rows);
-      f.egr = MeridL3Tunnel::egrL3Oif1TableFactory();
-      f.init(*f.egr);
+      f.chip->tableSizeIs(EgrL3Oif1Table::typeName, rows);
+      f.make(f.egr, MeridL3Tunnel::egrL3Oif1TableFactory, rows);
    }
    static EgrL3Oif1Table& of(SimFixture& f) { return *f.egr; }
    static EgrL3Oif1Table::Key key(uint32_t n) { return EgrL3Oif1Table::Index(n); }
