@@ -144,23 +144,20 @@ TEST_F(ChipState, UnreadableFilesSayWhy) {
    const std::string loop = (dir / "loop").string();
    std::filesystem::create_symlink("nowhere", dangling);
    std::filesystem::create_symlink("loop", loop);
-   struct Case {
-      std::string file;
-      const char* reason;
-   };
-   std::vector<Case> cases = {{missing, "No such file or directory"},
-                              {dangling, "No such file or directory"},
-                              {loop, "Too many levels of symbolic links"},
-                              {dir.string(), "Is a directory"}};
+   std::vector<std::pair<std::string, const char*>> cases = {
+       {missing, "No such file or directory"},
+       {dangling, "No such file or directory"},
+       {loop, "Too many levels of symbolic links"},
+       {dir.string(), "Is a directory"}};
    if (::geteuid() != 0) {
       chip->stateSave(path);
       std::filesystem::permissions(path, std::filesystem::perms::none);
       cases.push_back({path, "Permission denied"});
    }
-   for (const Case& c : cases) {
+   for (const auto& [file, reason] : cases) {
       const std::string what =
-          refusal<std::runtime_error>([&] { Brio::makePtr<AsicSim::Chip>()->stateLoad(c.file); });
-      EXPECT_EQ(what, c.file + ": cannot open the state file: " + c.reason);
+          refusal<std::runtime_error>([&] { Brio::makePtr<AsicSim::Chip>()->stateLoad(file); });
+      EXPECT_EQ(what, file + ": cannot open the state file: " + reason);
    }
 }
 

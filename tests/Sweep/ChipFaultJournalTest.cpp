@@ -22,8 +22,6 @@ Scenario twoGroups() {
                      "chip.json");
 }
 
-using Journal = std::vector<AsicSim::Chip::RowChange>;
-
 std::pair<std::string, uint32_t> where(const AsicSim::Chip::RowChange& c) {
    return {c.table, c.index};
 }
@@ -31,7 +29,7 @@ std::pair<std::string, uint32_t> where(const AsicSim::Chip::RowChange& c) {
 TEST(ChipWriteFailureAt, FailsTheNthWritesCountedOverAllTablesUntilCancelled) {
    const Scenario s = twoGroups();
    // A fresh program writes only new rows, so its journal lists its writes.
-   Journal writes;
+   std::vector<AsicSim::Chip::RowChange> writes;
    {
       Agent agent(s);
       startFresh(agent);
@@ -61,7 +59,7 @@ TEST(ChipWriteFailureAt, FailsTheNthWritesCountedOverAllTablesUntilCancelled) {
       EXPECT_EQ(f.ordinal, before + k);
       EXPECT_EQ(std::pair(f.table, f.index), where(writes[k - 1]));
       // Up to the refused write the run is the same; the refused row stays as it was.
-      const Journal& got = chip.journal();
+      const auto& got = chip.journal();
       ASSERT_GE(got.size(), k - 1);
       for (uint32_t i = 0; i + 1 < k; ++i) EXPECT_EQ(where(got[i]), where(writes[i]));
       EXPECT_EQ(chip.table(f.table, f.unit)->row(f.index), nullptr);
