@@ -66,6 +66,7 @@ TEST_P(ChipClaim, TheFirstWriteOfWhatAKeptRowHoldsIsNoWrite) {
    EXPECT_EQ(chip->writes() - writes, c.claimed ? 1u : 2u);
    EXPECT_EQ(chip->failedWrites().size(), c.failureArmed ? 1u : 0u);
    EXPECT_EQ(t->stats().claims - before.claims, c.claimed ? 1u : 0u);
+   settle();
 }
 
 INSTANTIATE_TEST_SUITE_P(Restart, ChipClaim, ::testing::ValuesIn(claimCases),

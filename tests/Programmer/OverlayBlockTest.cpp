@@ -35,6 +35,7 @@ protected:
       EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
       EXPECT_TRUE(nextHop->isFailed());
       EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+      expectConsistent();
    }
    Orb::TraceCapture trace{"MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5"};
 };
@@ -74,6 +75,7 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
       sharesKey(intf->entryHandle(key));
    else
       sharesKey(oif->entryHandle(key));
+   expectConsistent();
 }
 
 // A via only looks the reserved drop entry up: one the chip refused is traced
@@ -94,6 +96,7 @@ TEST_F(OverlayBlock, RefusedDropEntryIsTracedAtTheViaAndRecommittedByTheBlock) {
    EXPECT_EQ(member(h, 3).nextHopHandle(), drop);
    EXPECT_EQ(member(h, 3).nextHopIdx(), drop->hwIndex());
    EXPECT_EQ(traced("fillOverlayNextHopInfo L3TunnelNextHopTable is Full "), 1u);
+   expectConsistent();
 }
 
 TEST_F(OverlayBlock, MissingUnderlayIsTracedOncePerSlotAndTheMemberStillBuilt) {

@@ -61,6 +61,7 @@ TEST_F(ProgrammerSetUp, ReservedDropNextHopIsInstalledUnderTheZeroKey) {
    EXPECT_EQ(drop->entryType(), Type::committed);
    EXPECT_EQ(nh->entry(key), L3TunnelIngL3NextHopTable::Entry(SwTableWorkaround::dontCareHandle(0),
                                                               0, true, U5(17), U2()));
+   expectConsistent();
 }
 
 TEST_F(ProgrammerSetUp, MissingUnderlayGroupTableLeavesItNullAndEveryUnderlayUnresolved) {

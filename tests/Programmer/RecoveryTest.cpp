@@ -99,6 +99,7 @@ TEST_F(Recovery, RowsOfTheOtherInterfaceSettingPinUntilTheReconcileDeletesThem) 
    EXPECT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), 3u);
    EXPECT_FALSE(rowWithKey(L3EgrL3Ipv4TunnelTable::typeName, tunnelKey(4)));
    EXPECT_TRUE(rowWithKey(L3EgrL3Ipv4TunnelTable::typeName, tunnelKey(2)));
+   expectConsistent();
 }
 
 // Rows naming indices beyond their tables (a corrupt chip) pin nothing and
@@ -138,6 +139,7 @@ TEST_F(Recovery, RowsNamingBeyondTheirTablesPinNothing) {
    runLoop();
    expectNothingNamesAGoneRow("reconciled");
    EXPECT_EQ(hw(L3EcmpMember0Table::typeName)->usedRows(), 2u);
+   expectConsistent();
 }
 
 }  // namespace

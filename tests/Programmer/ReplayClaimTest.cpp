@@ -190,6 +190,7 @@ TEST_P(ReplayClaim, OnlyWhatChangedIsWritten) {
       EXPECT_EQ(chipRows(), rowsBefore);
       for (size_t g = 0; g < held.size(); ++g) EXPECT_EQ(block(held[g]).baseIndex(), bases[g]);
    }
+   expectConsistent();
 }
 
 INSTANTIATE_TEST_SUITE_P(Restart, ReplayClaim, ::testing::ValuesIn(cases),

@@ -128,12 +128,6 @@ Rows rowsOf(const AsicSim::Chip& chip) {
    return rows;
 }
 
-std::map<std::string, uint32_t> rowCounts(const Rows& rows) {
-   std::map<std::string, uint32_t> n;
-   for (const auto& [t, r] : rows) n[t] = uint32_t(r.size());
-   return n;
-}
-
 std::string rowsDiff(const Rows& want, const Rows& got) {
    auto lines = [](const Rows& rows) {
       Canonical out;

@@ -55,7 +55,6 @@ std::vector<Step> replaySteps(const std::map<std::string, Agent::Vias>& groups,
 // Row text by table (unqualified name) and index.
 using Rows = std::map<std::string, std::map<uint32_t, std::string>>;
 Rows rowsOf(const AsicSim::Chip& chip);
-std::map<std::string, uint32_t> rowCounts(const Rows& rows);
 // The rows, with their indices, that only one side has, for messages.
 std::string rowsDiff(const Rows& want, const Rows& got);
 // Each group's block state by name.

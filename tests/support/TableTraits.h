@@ -11,12 +11,6 @@ namespace test {
 template <class T>
 struct TableTraits;
 
-// Sizes `name` on the chip and in the chip information alike.
-inline void rowsIs(SimFixture& f, std::string_view name, uint32_t rows) {
-   f.chipInfo->tableSizeIs(name, rows);
-   f.chip->tableSizeIs(name, rows);
-}
-
 // The programmed tunnel of key `n`, and the programmed tunnel interface
 // naming it, in the fixture's tables.
 inline HandlePtr namedTunnel(SimFixture& f, uint32_t n) {
@@ -36,8 +30,8 @@ template <class T, bool V6>
 struct TunnelTraits {
    static constexpr Asic::Index firstIndex = 1;
    static void make(SimFixture& f, uint32_t rows) {
-      rowsIs(f, V4::typeName, rows);
-      rowsIs(f, V6::typeName, rows);
+      f.chip->tableSizeIs(V4::typeName, rows);
+      f.chip->tableSizeIs(V6::typeName, rows);
       f.makeTunnelTables(rows);
    }
    static T& of(SimFixture& f) {
