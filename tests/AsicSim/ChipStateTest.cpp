@@ -10,6 +10,7 @@
 #include "AsicSim/Chip.h"
 #include "MeridL3Tunnel/L3TunnelKey.h"
 #include "SharedL3/L3EcmpMember0Table.h"
+#include "support/Installed.h"
 #include "support/Refusal.h"
 
 namespace test {
@@ -30,10 +31,7 @@ std::string sealed(const std::string& body) {
 class ChipState : public ::testing::Test {
 protected:
    void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("chip-state-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::create_directories(dir);
+      ASSERT_FALSE(dir.empty());
       path = (dir / "chip.state").string();
       chip = Brio::makePtr<AsicSim::Chip>();
       auto tunnels = chip->tableIs("MeridL3Tunnel::L3EgrL3Ipv4TunnelTable", 511, 8);
@@ -46,7 +44,6 @@ protected:
                         Orb::GenericValue::of(MeridL3Tunnel::L3EcmpMember0Table::RowKey(3, 2, 2)));
       members->rowTextIs(0, "a row without a key");
    }
-   void TearDown() override { std::filesystem::remove_all(dir); }
 
    static std::string dump(const AsicSim::Chip& c) {
       std::ostringstream os;
@@ -60,15 +57,10 @@ protected:
       }
       return os.str();
    }
-   std::string fileText() const {
-      std::ifstream in(path, std::ios::binary);
-      std::ostringstream os;
-      os << in.rdbuf();
-      return os.str();
-   }
    void fileIs(const std::string& text) const { std::ofstream(path, std::ios::binary) << text; }
 
-   std::filesystem::path dir;
+   ScratchDir scratch{"chip-state"};
+   const std::filesystem::path& dir = scratch.path;
    std::string path;
    Brio::Ptr<AsicSim::Chip> chip;
 };
@@ -152,23 +144,20 @@ TEST_F(ChipState, UnreadableFilesSayWhy) {
    const std::string loop = (dir / "loop").string();
    std::filesystem::create_symlink("nowhere", dangling);
    std::filesystem::create_symlink("loop", loop);
-   struct Case {
-      std::string file;
-      const char* reason;
-   };
-   std::vector<Case> cases = {{missing, "No such file or directory"},
-                              {dangling, "No such file or directory"},
-                              {loop, "Too many levels of symbolic links"},
-                              {dir.string(), "Is a directory"}};
+   std::vector<std::pair<std::string, const char*>> cases = {
+       {missing, "No such file or directory"},
+       {dangling, "No such file or directory"},
+       {loop, "Too many levels of symbolic links"},
+       {dir.string(), "Is a directory"}};
    if (::geteuid() != 0) {
       chip->stateSave(path);
       std::filesystem::permissions(path, std::filesystem::perms::none);
       cases.push_back({path, "Permission denied"});
    }
-   for (const Case& c : cases) {
+   for (const auto& [file, reason] : cases) {
       const std::string what =
-          refusal<std::runtime_error>([&] { Brio::makePtr<AsicSim::Chip>()->stateLoad(c.file); });
-      EXPECT_EQ(what, c.file + ": cannot open the state file: " + c.reason);
+          refusal<std::runtime_error>([&] { Brio::makePtr<AsicSim::Chip>()->stateLoad(file); });
+      EXPECT_EQ(what, file + ": cannot open the state file: " + reason);
    }
 }
 

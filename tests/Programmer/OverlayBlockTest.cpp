@@ -10,24 +10,34 @@ namespace {
 
 class OverlayBlock : public ProgrammerFixture {
 protected:
-   void SetUp() override {
-      ProgrammerFixture::SetUp();
-      trace = std::make_unique<Orb::TraceCapture>("MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5");
-   }
-   void TearDown() override {
-      trace.reset();
-      ProgrammerFixture::TearDown();
-   }
-   size_t traced(std::string_view text) const { return size_t(linesWith(trace->lines(), text)); }
+   size_t traced(std::string_view text) const { return size_t(linesWith(trace.lines(), text)); }
    static const L3EcmpMember0Table::Entry& member(const HandlePtr& h, uint32_t slot) {
       return block(h).entryBlock().entry(L3EcmpMember0Table::Index(slot));
    }
    static L3TunnelKey keyOf(const HandlePtr& nextHop) {
       return static_cast<const L3TunnelIngL3NextHopTable::EntryHandle&>(*nextHop).key();
    }
+   // A full table is traced and the chain is still written behind it. A table
+   // finds out that it is full when what its entry names is programmed, so the
+   // trace comes at the latest when the via is handed over again.
    void expectFullTableTraced(std::initializer_list<std::string_view> tables, uint32_t rowCount,
-                              const char* traceText);
-   std::unique_ptr<Orb::TraceCapture> trace;
+                              const char* traceText) {
+      for (auto t : tables) chipInfo->tableSizeIs(t, rowCount);
+      start();
+      HandlePtr first = program({via("10.0.0.1", "10.0.0.2", 2)});
+      trace.clear();
+      HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
+      EXPECT_EQ(h, first);
+      EXPECT_EQ(traced(traceText), 2u);
+      EXPECT_EQ(traced("Full"), 2u);  // only the full table says so
+      ASSERT_EQ(block(h).size(), 2u);
+      const HandlePtr& nextHop = member(h, 0).nextHopHandle();
+      EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
+      EXPECT_TRUE(nextHop->isFailed());
+      EXPECT_EQ(h->entryState(), State::failedNeededEntry);
+      expectConsistent();
+   }
+   Orb::TraceCapture trace{"MeridL3Tunnel::L3TunnelOverlayEcmpProgrammer/5"};
 };
 using OverlayBlockDeathTest = OverlayBlock;
 
@@ -55,18 +65,16 @@ TEST_F(OverlayBlock, WeightsGiveConsecutiveSlotsInListOrder) {
    // of its key.
    const L3TunnelKey key{addr("10.0.0.1"), addr("10.0.0.2")};
    auto tunnel = v4->entryHandle(key);
-   auto next = nh->entryHandle(key);
-   ASSERT_TRUE(tunnel && next);
-   EXPECT_EQ(&tunnel->key(), &next->key());
-   if (expectedToggle()) {
-      auto merged = intf->entryHandle(key);
-      ASSERT_TRUE(merged);
-      EXPECT_EQ(&merged->key(), &tunnel->key());
-   } else {
-      auto interface = oif->entryHandle(key);
-      ASSERT_TRUE(interface);
-      EXPECT_EQ(&interface->key(), &tunnel->key());
-   }
+   ASSERT_TRUE(tunnel);
+   auto sharesKey = [&](const auto& h) {
+      ASSERT_TRUE(h);
+      EXPECT_EQ(&h->key(), &tunnel->key());
+   };
+   sharesKey(nh->entryHandle(key));
+   if (expectedToggle())
+      sharesKey(intf->entryHandle(key));
+   else
+      sharesKey(oif->entryHandle(key));
    expectConsistent();
 }
 
@@ -109,27 +117,6 @@ TEST_F(OverlayBlockDeathTest, ViaOfAnotherKindStopsTheProcess) {
        program({via("10.0.0.1", "10.0.0.2", 1, 1, 64, Plx::NextHopEntryType::nextHopGlean)}),
        "assertion \"\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopArpResolved\\(\\) \\) \\|\\| "
        "\\( viaEntry.nhEntryType\\(\\) == Plx::nextHopDrop\\(\\) \\)\" failed");
-}
-
-// A full table is traced and the chain is still written behind it. A table
-// finds out that it is full when what its entry names is programmed, so the
-// trace comes at the latest when the via is handed over again.
-void OverlayBlock::expectFullTableTraced(std::initializer_list<std::string_view> tables,
-                                         uint32_t rowCount, const char* traceText) {
-   for (auto t : tables) chipInfo->tableSizeIs(t, rowCount);
-   start();
-   HandlePtr first = program({via("10.0.0.1", "10.0.0.2", 2)});
-   trace->clear();
-   HandlePtr h = program({via("10.0.0.1", "10.0.0.2", 2)});
-   EXPECT_EQ(h, first);
-   EXPECT_EQ(traced(traceText), 2u);
-   EXPECT_EQ(traced("Full"), 2u);  // only the full table says so
-   ASSERT_EQ(block(h).size(), 2u);
-   const HandlePtr& nextHop = member(h, 0).nextHopHandle();
-   EXPECT_TRUE(nh->entryHandle(keyOf(nextHop)));
-   EXPECT_TRUE(nextHop->isFailed());
-   EXPECT_EQ(h->entryState(), State::failedNeededEntry);
-   expectConsistent();
 }
 
 TEST_F(OverlayBlock, FullTunnelTableIsTracedAndTheChainGoesOn) {

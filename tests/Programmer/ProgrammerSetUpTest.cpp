@@ -59,11 +59,8 @@ TEST_F(ProgrammerSetUp, ReservedDropNextHopIsInstalledUnderTheZeroKey) {
    ASSERT_TRUE(drop);
    EXPECT_EQ(drop->entryState(), State::success);
    EXPECT_EQ(drop->entryType(), Type::committed);
-   const auto e = nh->entry(key);
-   EXPECT_TRUE(e.drop());
-   EXPECT_EQ(e.strengthProfileIdx(), U5(17));
-   EXPECT_EQ(e.l3Oif1(), 0);
-   EXPECT_EQ(e.l3Oif1Handle(), SwTableWorkaround::dontCareHandle(0));
+   EXPECT_EQ(nh->entry(key), L3TunnelIngL3NextHopTable::Entry(SwTableWorkaround::dontCareHandle(0),
+                                                              0, true, U5(17), U2()));
    expectConsistent();
 }
 

@@ -11,46 +11,25 @@ using MeridL3Tunnel::rowReferences;
 
 class Recovery : public ProgrammerFixture {
 protected:
-   static constexpr Asic::UnitId tableUnit = L3TunnelOverlayEcmpProgrammer::tableUnit;
-
    // Chains 1..n written, as an agent with the other interface setting wrote
    // them, then that agent gone: its tables let go, the rows kept.
    void otherSettingRowsIs(uint32_t n) {
-      auto tunnels = MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory();
-      auto nextHops = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
-      Brio::Ptr<L3TunnelEgrL3Oif1Table> oifs;
-      Brio::Ptr<L3InterfaceTable> merged;
-      for (Asic::SwTable* t : {static_cast<Asic::SwTable*>(tunnels.ptr()),
-                               static_cast<Asic::SwTable*>(nextHops.ptr())}) {
-         t->doInit(tableUnit, ledger, chipInfo);
-         t->doInitComplete();
-      }
       if (expectedToggle()) {
-         oifs = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-         oifs->doInit(tableUnit, ledger, chipInfo);
-         oifs->doInitComplete();
+         makeChainTables(rows);
       } else {
-         merged = MeridL3Tunnel::l3InterfaceTableFactory();
-         merged->doInit(tableUnit, ledger, chipInfo);
+         makeInterfaceTable(rows);
+         make(nh, MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory, rows);
       }
       for (uint32_t k = 1; k <= n; ++k) {
-         auto t = tunnels->entryCommit(tunnelKey(k), tunnelEntry<V4>(tunnelKey(k)));
-         auto o = oifs ? oifs->entryCommit(tunnelKey(k), oifEntry(t))
-                       : merged->entryCommit(tunnelKey(k), interfaceEntry(t));
-         nextHops->entryCommit(tunnelKey(k), nextHopEntry(o));
+         auto t = v4->entryCommit(tunnelKey(k), tunnelEntry<V4>(tunnelKey(k)));
+         auto o = oif ? oif->entryCommit(tunnelKey(k), oifEntry(t))
+                      : intf->entryCommit(tunnelKey(k), interfaceEntry(t));
+         nh->entryCommit(tunnelKey(k), nextHopEntry(o));
       }
       runLoop();
-      merged.reset();
-      nextHops.reset();
-      oifs.reset();
-      tunnels.reset();
+      tablesDrop();
       Brio::EventLoop::instance().clear();
       ASSERT_EQ(hw(L3TunnelIngL3NextHopTable::typeName)->usedRows(), n);
-   }
-
-   void recover() {
-      tablesIs(true);
-      runLoop();
    }
 
    // Rows of the interface tables of the setting this process does not run.
@@ -99,7 +78,8 @@ protected:
 TEST_F(Recovery, RowsOfTheOtherInterfaceSettingPinUntilTheReconcileDeletesThem) {
    otherSettingRowsIs(4);
    ASSERT_NE(otherSettingRows(), 0u);
-   recover();
+   tablesIs(true);
+   runLoop();
    expectNothingNamesAGoneRow("recovered");
 
    // Chains 1 and 2 replayed; chain 3 taken up and let go again, its tunnel
@@ -150,7 +130,8 @@ TEST_F(Recovery, RowsNamingBeyondTheirTablesPinNothing) {
    for (const auto& ref : rowReferences) corrupt(ref.table, ref.field);
    ASSERT_NE(hw(L3TunnelIngL3NextHopTable::typeName)->rowText(1), before);
 
-   recover();
+   tablesIs(true);
+   runLoop();
    EXPECT_EQ(nh->recoveredRowPins(), 0u);
    EXPECT_EQ(members->recoveredRowPins(), 0u);
    kept = program({via("10.0.0.1", "11.0.0.1"), via("10.0.0.1", "11.0.0.2")});

@@ -22,16 +22,14 @@ Scenario twoGroups() {
                      "chip.json");
 }
 
-using Journal = std::vector<AsicSim::Chip::RowChange>;
-
 std::pair<std::string, uint32_t> where(const AsicSim::Chip::RowChange& c) {
    return {c.table, c.index};
 }
 
-TEST(ChipWriteFailureAt, FailsTheNthWriteCountedOverAllTables) {
+TEST(ChipWriteFailureAt, FailsTheNthWritesCountedOverAllTablesUntilCancelled) {
    const Scenario s = twoGroups();
    // A fresh program writes only new rows, so its journal lists its writes.
-   Journal writes;
+   std::vector<AsicSim::Chip::RowChange> writes;
    {
       Agent agent(s);
       startFresh(agent);
@@ -61,22 +59,20 @@ TEST(ChipWriteFailureAt, FailsTheNthWriteCountedOverAllTables) {
       EXPECT_EQ(f.ordinal, before + k);
       EXPECT_EQ(std::pair(f.table, f.index), where(writes[k - 1]));
       // Up to the refused write the run is the same; the refused row stays as it was.
-      const Journal& got = chip.journal();
+      const auto& got = chip.journal();
       ASSERT_GE(got.size(), k - 1);
       for (uint32_t i = 0; i + 1 < k; ++i) EXPECT_EQ(where(got[i]), where(writes[i]));
       EXPECT_EQ(chip.table(f.table, f.unit)->row(f.index), nullptr);
    }
-}
 
-TEST(ChipWriteFailureAt, SeveralFailuresAndCancelling) {
-   const Scenario s = twoGroups();
+   // Several at once, nothing at 0 or past the step's writes, and cancelling.
    Agent agent(s);
    startFresh(agent);
    AsicSim::Chip& chip = agent.chip();
    const uint32_t before = chip.writes();
    chip.writeFailureAtIs(2);
    chip.writeFailureAtIs(3);
-   chip.writeFailureAtIs(0);  // nothing
+   chip.writeFailureAtIs(0);
    chip.writeFailureAtIs(40);
    EXPECT_EQ(chip.writeFailuresPending(), 3u);
    runSteps(agent, s.steps, 0, 1);

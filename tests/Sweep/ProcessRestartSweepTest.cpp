@@ -101,18 +101,11 @@ TEST_P(ProcessRestartSweep, SecondProcessEndsAsOneProcessWouldAndItsReplayChange
       EXPECT_EQ(before.back().at("hardware"), one.at(k - 1).at("hardware"))
           << where << "the first process ends elsewhere than the single one at step " << k;
       // A new process counts from zero: each of its steps' changes is the
-      // single process's change for the same step.
+      // single process's change for the same step. So a replay changes rows
+      // only for a group the chip had no room for, as in the single process.
       for (size_t j = 0; j < after.size(); ++j)
          EXPECT_EQ(changesOfStep(after, j), changesOfStep(one, k + j))
              << where << (j < r ? "replay step " : "step ") << j + 1 << " of the second process";
-      // Replaying a placed group writes the row it has; only a group the chip
-      // had no room for may change rows, and then in the single process too.
-      uint32_t replayed = 0, replayedInOne = 0;
-      for (size_t j = 0; j < r; ++j) {
-         for (const auto& [table, c] : changesOfStep(after, j)) replayed += c;
-         for (const auto& [table, c] : changesOfStep(one, k + j)) replayedInOne += c;
-      }
-      EXPECT_TRUE(replayed == 0 || replayedInOne != 0) << where << "the replay changed rows";
       EXPECT_EQ(after.back().at("hardware"), one.back().at("hardware")) << where;
       EXPECT_EQ(after.back().at("groups"), one.back().at("groups")) << where;
    }
@@ -126,9 +119,8 @@ INSTANTIATE_TEST_SUITE_P(
        std::string name = fs::path(std::get<0>(info.param)).stem().string() + "_" +
                           std::to_string(info.index / 2) +
                           (std::get<1>(info.param) ? "_toggle_on" : "_toggle_off");
-       std::replace_if(
-           name.begin(), name.end(),
-           [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+       for (char& c : name)
+          if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
        return name;
     });
 

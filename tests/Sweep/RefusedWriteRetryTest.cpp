@@ -64,12 +64,8 @@ const Refusal refusals[] = {
 
 TEST(RefusedWriteRetry, HandingTheSameGroupOverAgainRetriesTheRefusedWrites) {
    const Scenario scenario = groupScenario();
-   Canonical clean;
-   {
-      Agent agent(scenario);
-      startFresh(agent, scenario.steps, 1);
-      clean = canonicalRows(agent.chip());
-   }
+   const Canonical clean =
+       afterSteps(scenario, 1, [](Agent& a) { return canonicalRows(a.chip()); });
    for (const auto& r : refusals) {
       if (r.toggle >= 0 && bool(r.toggle) != processToggle()) continue;
       SCOPED_TRACE(r.name);

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <iterator>
 #include <sstream>
-#include <system_error>
 
 #include "SharedL3/L3EcmpMember0Table.h"
 #include "support/Installed.h"
@@ -41,11 +40,14 @@ std::set<uint32_t> rowIndices(const AsicSim::Chip& chip, std::string_view table)
    return rows;
 }
 
-template <class Table>
-const Handle* handleAt(const Table& t, const Asic::GenericIndexAllocator& alloc, uint32_t index) {
-   const auto key = alloc.keyForIndex(index);
-   const auto* k = key ? key->template as<typename Table::Key>() : nullptr;
-   return k ? t.entryHandle(*k).ptr() : nullptr;
+// The handle of the key that holds `index` in the table's allocator.
+template <class TablePtr>
+const Handle* handleAt(const TablePtr& t, uint32_t index) {
+   using Key = typename std::remove_cvref_t<decltype(*t)>::Key;
+   const auto key =
+       t && t->indexAllocator() ? t->indexAllocator()->keyForIndex(index) : std::nullopt;
+   const auto* k = key ? key->template as<Key>() : nullptr;
+   return k ? t->entryHandle(*k).ptr() : nullptr;
 }
 
 // The value standing for a key of a table whose entries name another: the
@@ -78,10 +80,6 @@ Scenario scenarioOf(const std::string& text, const std::string& name) {
    return s;
 }
 
-std::string baseName(const std::string& file) {
-   return std::filesystem::path(file).filename().string();
-}
-
 std::string testName(const std::string& file, size_t index) {
    std::string name = std::filesystem::path(file).stem().string();
    for (char& c : name)
@@ -108,22 +106,14 @@ void runSteps(Agent& agent, const std::vector<Step>& steps, size_t first, size_t
 std::vector<Step> replaySteps(const std::map<std::string, Agent::Vias>& groups,
                               const std::optional<std::string>& skipped) {
    std::vector<Step> steps;
-   for (const auto& [name, vias] : groups) {
-      if (skipped && name == *skipped) continue;
-      Step s;
-      s.op = Step::Op::program;
-      s.group = name;
-      s.vias = vias;
-      steps.push_back(std::move(s));
-   }
+   for (const auto& [name, vias] : groups)
+      if (!skipped || name != *skipped) steps.push_back({Step::Op::program, name, vias});
    return steps;
 }
 
 void restartAndReplay(Agent& agent, const std::optional<std::string>& skipped) {
    const auto replay = replaySteps(agent.groupVias(), skipped);
-   Step restart;
-   restart.op = Step::Op::restart;
-   agent.stepRun(restart);
+   agent.stepRun({Step::Op::restart, {}, {}});
    agent.settle();
    runSteps(agent, replay, 0, replay.size());
 }
@@ -138,29 +128,15 @@ Rows rowsOf(const AsicSim::Chip& chip) {
    return rows;
 }
 
-std::map<std::string, uint32_t> rowCounts(const Rows& rows) {
-   std::map<std::string, uint32_t> n;
-   for (const auto& [t, r] : rows) n[t] = uint32_t(r.size());
-   return n;
-}
-
 std::string rowsDiff(const Rows& want, const Rows& got) {
-   std::ostringstream os;
-   std::set<std::pair<std::string, uint32_t>> at;
-   for (const Rows* r : {&want, &got})
-      for (const auto& [t, rs] : *r)
-         for (const auto& [i, text] : rs) at.emplace(t, i);
-   auto rowAt = [](const Rows& r, const std::string& t, uint32_t i) -> std::string {
-      auto ti = r.find(t);
-      if (ti == r.end()) return "(clear)";
-      auto ri = ti->second.find(i);
-      return ri == ti->second.end() ? "(clear)" : ri->second;
+   auto lines = [](const Rows& rows) {
+      Canonical out;
+      for (const auto& [t, rs] : rows)
+         for (const auto& [i, text] : rs) out[t].push_back(std::to_string(i) + ": " + text);
+      for (auto& [t, l] : out) std::sort(l.begin(), l.end());
+      return out;
    };
-   for (const auto& [t, i] : at) {
-      const std::string a = rowAt(want, t, i), b = rowAt(got, t, i);
-      if (a != b) os << "\n  " << t << "[" << i << "]: want " << a << "\n      got " << b;
-   }
-   return os.str();
+   return canonicalDiff(lines(want), lines(got));
 }
 
 std::map<std::string, std::string> groupStates(const Agent& agent) {
@@ -199,13 +175,11 @@ std::vector<Space> spacesOf(const Agent& agent) {
          spaces.push_back({std::string(t), heldOf(merged->indexAllocator()), rowIndices(chip, t)});
    }
    if (const auto& members = p->l3EcmpMember0Table()) {
-      Space s{std::string(L3EcmpMember0Table::typeName),
-              {},
-              rowIndices(chip, L3EcmpMember0Table::typeName)};
-      const auto& ranges = members->indexAllocator();
-      for (uint32_t i = 0; i < ranges.indexCount(); ++i)
-         if (!ranges.isFree(i)) s.held.insert(i);
-      spaces.push_back(std::move(s));
+      const std::string_view t = L3EcmpMember0Table::typeName;
+      auto& held =
+          spaces.emplace_back(std::string(t), std::set<uint32_t>(), rowIndices(chip, t)).held;
+      for (uint32_t i = 0; i < members->indexAllocator().indexCount(); ++i)
+         if (!members->indexAllocator().isFree(i)) held.insert(i);
    }
    return spaces;
 }
@@ -232,19 +206,15 @@ std::vector<const Handle*> ownersOf(const Agent& agent, const std::string& table
    auto add = [&](const Handle* h) {
       if (h) owners.push_back(h);
    };
-   const auto& v4 = p->l3EgrL3Ipv4TunnelTable();
-   const auto& v6 = p->l3EgrL3Ipv6TunnelTable();
-   const auto& nh = p->l3TunnelIngL3NextHopTable();
-   const auto& oif = p->l3TunnelEgrL3Oif1Table();
    const auto& merged = p->l3InterfaceTable();
-   if ((table == L3EgrL3Ipv4TunnelTable::typeName || table == L3EgrL3Ipv6TunnelTable::typeName) &&
-       v4 && v4->indexAllocator()) {
-      add(handleAt(*v4, *v4->indexAllocator(), index));
-      if (v6) add(handleAt(*v6, *v4->indexAllocator(), index));
-   } else if (table == L3TunnelIngL3NextHopTable::typeName && nh && nh->indexAllocator()) {
-      add(handleAt(*nh, *nh->indexAllocator(), index));
-   } else if (table == L3TunnelEgrL3Oif1Table::typeName && oif && oif->indexAllocator()) {
-      add(handleAt(*oif, *oif->indexAllocator(), index));
+   // The tunnel tables share one allocator.
+   if (table == L3EgrL3Ipv4TunnelTable::typeName || table == L3EgrL3Ipv6TunnelTable::typeName) {
+      add(handleAt(p->l3EgrL3Ipv4TunnelTable(), index));
+      add(handleAt(p->l3EgrL3Ipv6TunnelTable(), index));
+   } else if (table == L3TunnelIngL3NextHopTable::typeName) {
+      add(handleAt(p->l3TunnelIngL3NextHopTable(), index));
+   } else if (table == L3TunnelEgrL3Oif1Table::typeName) {
+      add(handleAt(p->l3TunnelEgrL3Oif1Table(), index));
    } else if ((table == IngL3Iif::typeName || table == EgrL3Oif1Table::typeName) && merged) {
       if (table == IngL3Iif::typeName)
          add(merged->ingL3Iif()->entryHandle(IngL3Iif::Index(index)).ptr());

@@ -31,7 +31,6 @@ std::vector<std::string> scenarioFiles();
 Scenario scenarioFor(const std::string& file);
 // The same for a scenario given as text; `name` names it in messages.
 Scenario scenarioOf(const std::string& text, const std::string& name);
-std::string baseName(const std::string& file);
 // A test name for the scenario file, the `index`-th swept: its stem, made of
 // letters, digits and _.
 std::string testName(const std::string& file, size_t index);
@@ -40,6 +39,13 @@ std::string testName(const std::string& file, size_t index);
 // runs the first `count` of `steps`.
 void startFresh(Agent& agent, const std::vector<Step>& steps = {}, size_t count = 0);
 void runSteps(Agent& agent, const std::vector<Step>& steps, size_t first, size_t end);
+// What `view` returns of an agent started afresh after the scenario's first `count` steps.
+template <class View>
+auto afterSteps(const Scenario& scenario, size_t count, View view) {
+   Agent agent(scenario);
+   startFresh(agent, scenario.steps, count);
+   return view(agent);
+}
 // Restart, then program every group that held a block before it, with its
 // vias, leaving out `skipped`.
 void restartAndReplay(Agent& agent, const std::optional<std::string>& skipped = std::nullopt);
@@ -49,8 +55,7 @@ std::vector<Step> replaySteps(const std::map<std::string, Agent::Vias>& groups,
 // Row text by table (unqualified name) and index.
 using Rows = std::map<std::string, std::map<uint32_t, std::string>>;
 Rows rowsOf(const AsicSim::Chip& chip);
-std::map<std::string, uint32_t> rowCounts(const Rows& rows);
-// One line per row that differs, for messages.
+// The rows, with their indices, that only one side has, for messages.
 std::string rowsDiff(const Rows& want, const Rows& got);
 // Each group's block state by name.
 std::map<std::string, std::string> groupStates(const Agent& agent);

@@ -65,11 +65,10 @@ public:
              rowUsed(ingHw, i) || rowUsed(egrHw, i);
          if (used) keys.insert(key.text());
       });
-      for (auto& hw : {ingHw, egrHw}) {
+      for (auto& hw : {ingHw, egrHw})
          for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
             if (hw->row(i) && !alloc->keyForIndex(i))
                fail(hw->name(), ": row ", i, " is used but its merged index is free");
-      }
       return *this;
    }
 
@@ -100,21 +99,19 @@ public:
                fail(t.name(), ": row ", first + s, " holds '", (row ? *row : "nothing"),
                     "', not member ", s, " of ", b.keyText());
             for (auto [named, field] : {std::pair{m.nextHopHandle().ptr(), m.nextHopIdx()},
-                                        std::pair{m.underlayHandle().ptr(), m.underlayIdx()}}) {
+                                        std::pair{m.underlayHandle().ptr(), m.underlayIdx()}})
                if (named && named->isComplete() &&
                    Asic::SwTableBase::getHwIndexForDependentField(*named) != field)
                   fail(t.name(), ": member ", s, " of ", b.keyText(), " carries index ", field,
                        ", its ", named->keyText(), " has ", named->hwIndex());
-            }
          }
       });
       if (t.indexAllocator().used() != placed + t.recoveredRows())
          fail(t.name(), ": ", t.indexAllocator().used(), " indices allocated, blocks hold ", placed,
               " and ", t.recoveredRows(), " were found at a restart");
-      for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i) {
-         if (!hw->row(i) || !t.indexAllocator().isFree(i)) continue;
-         fail(t.name(), ": row ", i, " is used but its index is free");
-      }
+      for (Asic::Index i = 0; hw && i < hw->numEntries(); ++i)
+         if (hw->row(i) && t.indexAllocator().isFree(i))
+            fail(t.name(), ": row ", i, " is used but its index is free");
       return *this;
    }
 
@@ -172,31 +169,25 @@ private:
       const auto* alloc = allocatorOf(t);
       auto& owners = owners_[alloc];
       for (auto& [key, h] : t.entryHandleIteratorConst()) {
-         if (h->swTable() != &t) {
+         if (h->swTable() != &t)
             fail(t.name(), ": handle of ", key, " does not point at its table");
-         }
          if (h->entryState() != Asic::SwTableBase::success() || h->outstandingRequest()) continue;
          auto value = t.resolvedEntry(key);
          if (!value) continue;
          const Asic::Index i = h->hwIndex();
-         if (alloc && alloc->indexForKey(key) != i) {
+         if (alloc && alloc->indexForKey(key) != i)
             fail(t.name(), ": ", key, " is programmed at ", i, " but its allocator says ",
                  alloc->indexForKey(key));
-         }
          bool reserved = false;
          if constexpr (requires { alloc->reserved(i); }) reserved = alloc && alloc->reserved(i);
-         if (reserved) {
-            fail(t.name(), ": ", key, " is programmed at reserved index ", i);
-         }
+         if (reserved) fail(t.name(), ": ", key, " is programmed at reserved index ", i);
          auto [it, fresh] = owners.emplace(i, text(key));
-         if (!fresh && it->second != text(key)) {
+         if (!fresh && it->second != text(key))
             fail("index ", i, " is held by ", it->second, " and ", key);
-         }
          const std::string* row = hw ? hw->row(i) : nullptr;
-         if (hw && (!row || *row != value->rowText())) {
+         if (hw && (!row || *row != value->rowText()))
             fail(t.name(), ": row ", i, " of ", key, " holds '",
                  (row ? *row : std::string("nothing")), "', not its resolved entry");
-         }
       }
    }
 
@@ -236,9 +227,8 @@ private:
       for (Asic::Index i = 0; i < hw->numEntries(); ++i) {
          if (!hw->row(i)) continue;
          if (hw->rowKey(i)) keys.insert(hw->rowKey(i).text());
-         if (!alloc->keyForIndex(i)) {
+         if (!alloc->keyForIndex(i))
             fail(t.name(), ": row ", i, " is used but no key holds its index");
-         }
       }
    }
 

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "MeridL3Tunnel/L3TunnelOverlayEcmpProgrammer.h"
 #include "Plx/NextHopEntryType.h"
@@ -42,7 +42,7 @@ inline L3TunnelOverlayViaEntry dropVia(uint32_t weight) {
 }
 
 inline Brio::Ptr<const L3TunnelOverlayVia> viaList(
-    std::initializer_list<L3TunnelOverlayViaEntry> vias) {
+    const std::vector<L3TunnelOverlayViaEntry>& vias) {
    auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
    for (auto& v : vias) list->viaPush(v);
    return list;
@@ -95,7 +95,7 @@ protected:
       members = programmer->l3EcmpMember0Table();
    }
 
-   HandlePtr program(std::initializer_list<L3TunnelOverlayViaEntry> vias) {
+   HandlePtr program(const std::vector<L3TunnelOverlayViaEntry>& vias) {
       HandlePtr h = programmer->populateOverlayEcmpBlock(viaList(vias));
       runLoop();
       return h;

@@ -118,25 +118,25 @@ public:
       members.reset();
    }
 
+   // Makes `table` from `factory` with `rows` rows, initialised.
+   template <class Table, class Factory>
+   void make(Brio::Ptr<Table>& table, Factory factory, uint32_t rows) {
+      chipInfo->tableSizeIs(Table::typeName, rows);
+      table = factory();
+      init(*table);
+   }
+
    // Creates both egress tunnel tables with `rows` rows each.
    void makeTunnelTables(uint32_t rows = defaultRows) {
-      chipInfo->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, rows);
-      chipInfo->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, rows);
-      v4 = MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory();
-      v6 = MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory();
-      init(*v4);
-      init(*v6);
+      make(v4, MeridL3Tunnel::l3EgrL3Ipv4TunnelTableFactory, rows);
+      make(v6, MeridL3Tunnel::l3EgrL3Ipv6TunnelTableFactory, rows);
    }
 
    // The tunnel tables, then the interface and next-hop tables that depend on them.
    void makeChainTables(uint32_t rows = defaultRows) {
       makeTunnelTables(rows);
-      chipInfo->tableSizeIs(L3TunnelEgrL3Oif1Table::typeName, rows);
-      chipInfo->tableSizeIs(L3TunnelIngL3NextHopTable::typeName, rows);
-      oif = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-      nh = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
-      init(*oif);
-      init(*nh);
+      make(oif, MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory, rows);
+      make(nh, MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory, rows);
    }
 
    // The merged interface table (with its two member tables) on top of the
@@ -146,7 +146,7 @@ public:
       chipInfo->tableSizeIs(IngL3Iif::typeName, rows);
       chipInfo->tableSizeIs(EgrL3Oif1Table::typeName, rows);
       intf = MeridL3Tunnel::l3InterfaceTableFactory();
-      intf->doInit(0, ledger, chipInfo);
+      intf->doInit(unit, ledger, chipInfo);
    }
 
    // The agent goes away and comes back: the tables it had are made again,
@@ -175,7 +175,7 @@ public:
    }
 
    void init(Asic::SwTable& t) {
-      t.doInit(0, ledger, chipInfo);
+      t.doInit(unit, ledger, chipInfo);
       t.doInitComplete();
    }
 
@@ -244,8 +244,7 @@ public:
       return n;
    }
    AsicSim::HwTable::Stats stats(std::string_view name) const {
-      auto t = chip->table(name, unit);
-      return t ? t->stats() : AsicSim::HwTable::Stats{};
+      return hw(name) ? hw(name)->stats() : AsicSim::HwTable::Stats{};
    }
 
    Brio::Ptr<AsicSim::Chip> chip;

@@ -11,12 +11,6 @@ namespace test {
 template <class T>
 struct TableTraits;
 
-// Sizes `name` on the chip and in the chip information alike.
-inline void rowsIs(SimFixture& f, std::string_view name, uint32_t rows) {
-   f.chipInfo->tableSizeIs(name, rows);
-   f.chip->tableSizeIs(name, rows);
-}
-
 // The programmed tunnel of key `n`, and the programmed tunnel interface
 // naming it, in the fixture's tables.
 inline HandlePtr namedTunnel(SimFixture& f, uint32_t n) {
@@ -36,8 +30,8 @@ template <class T, bool V6>
 struct TunnelTraits {
    static constexpr Asic::Index firstIndex = 1;
    static void make(SimFixture& f, uint32_t rows) {
-      rowsIs(f, V4::typeName, rows);
-      rowsIs(f, V6::typeName, rows);
+      f.chip->tableSizeIs(V4::typeName, rows);
+      f.chip->tableSizeIs(V6::typeName, rows);
       f.makeTunnelTables(rows);
    }
    static T& of(SimFixture& f) {
@@ -60,9 +54,8 @@ struct TableTraits<Oif> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       f.makeTunnelTables();
-      rowsIs(f, Oif::typeName, rows);
-      f.oif = MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory();
-      f.init(*f.oif);
+      f.chip->tableSizeIs(Oif::typeName, rows);
+      f.make(f.oif, MeridL3Tunnel::l3TunnelEgrL3Oif1TableFactory, rows);
    }
    static Oif& of(SimFixture& f) { return *f.oif; }
    static L3TunnelKey key(uint32_t n) { return tunnelKey(n); }
@@ -74,9 +67,8 @@ struct TableTraits<Nh> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       TableTraits<Oif>::make(f, SimFixture::defaultRows);
-      rowsIs(f, Nh::typeName, rows);
-      f.nh = MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory();
-      f.init(*f.nh);
+      f.chip->tableSizeIs(Nh::typeName, rows);
+      f.make(f.nh, MeridL3Tunnel::l3TunnelIngL3NextHopTableFactory, rows);
    }
    static Nh& of(SimFixture& f) { return *f.nh; }
    static L3TunnelKey key(uint32_t n) { return tunnelKey(n); }
@@ -89,9 +81,8 @@ template <>
 struct TableTraits<IngL3Iif> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
-      rowsIs(f, IngL3Iif::typeName, rows);
-      f.ing = MeridL3Tunnel::ingL3IifFactory();
-      f.init(*f.ing);
+      f.chip->tableSizeIs(IngL3Iif::typeName, rows);
+      f.make(f.ing, MeridL3Tunnel::ingL3IifFactory, rows);
    }
    static IngL3Iif& of(SimFixture& f) { return *f.ing; }
    static IngL3Iif::Key key(uint32_t n) { return IngL3Iif::Index(n); }
@@ -103,9 +94,8 @@ struct TableTraits<EgrL3Oif1Table> {
    static constexpr Asic::Index firstIndex = 0;
    static void make(SimFixture& f, uint32_t rows) {
       f.makeTunnelTables();
-      rowsIs(f, EgrL3Oif1Table::typeName, rows);
-      f.egr = MeridL3Tunnel::egrL3Oif1TableFactory();
-      f.init(*f.egr);
+      f.chip->tableSizeIs(EgrL3Oif1Table::typeName, rows);
+      f.make(f.egr, MeridL3Tunnel::egrL3Oif1TableFactory, rows);
    }
    static EgrL3Oif1Table& of(SimFixture& f) { return *f.egr; }
    static EgrL3Oif1Table::Key key(uint32_t n) { return EgrL3Oif1Table::Index(n); }
