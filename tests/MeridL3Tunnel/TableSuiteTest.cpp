@@ -102,12 +102,6 @@ TYPED_TEST(TableSuite, WriteIsProgrammedAndCompletesOnTheResponse) {
                                 this->text(this->key(1)) + ", entry : " + other.stringValue();
       EXPECT_EQ(this->traced(trace, found), 1) << found;
    }
-   // A key given an index of its own gets that one.
-   if constexpr (!TypeParam::knownIndex) {
-      auto at = t.entryWriteAtIndex(7, this->key(2), this->entry(2));
-      this->runLoop();
-      EXPECT_EQ(at->hwIndex(), 7u);
-   }
 }
 
 // An entry naming one whose write is in flight waits for it with one

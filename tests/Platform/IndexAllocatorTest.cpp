@@ -39,8 +39,7 @@ Brio::Ptr<Asic::FirstFreeIndexAllocator> allocator(uint32_t n) {
 }
 
 // A table sharing the allocator that holds no key.
-class FakeHolder : public Asic::IndexKeyHolder {
-public:
+struct FakeHolder : Asic::IndexKeyHolder {
    bool allocatorKeyHeld(uint32_t, Orb::GenericValueRef) const override { return false; }
    std::string_view allocatorHolderName() const override { return "FakeHolder"; }
 };
