@@ -15,9 +15,6 @@ protected:
       SimFixture::SetUp();
       makeChainTables();
    }
-   HandlePtr tunnel(uint32_t n) {
-      return v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
-   }
 };
 
 // The callable is the resolved value's: a next hop whose interface failed has
@@ -40,7 +37,7 @@ TEST_F(DependentResolution, NextHopCallbackFiresAfterResolutionWithTheChipsAnswe
       ++n;
       if (!c.refusingTable.empty()) chip->writeFailuresIs(c.refusingTable, 1);
       chip->holdResponsesIs(true);
-      auto t = tunnel(n);
+      auto t = v4->entryRef(tunnelKey(n), tunnelEntry<V4>(tunnelKey(n)));
       auto o = oif->entryRef(tunnelKey(n), oifEntry(t));
       std::vector<State> heard;
       auto e = nextHopEntry(o);
@@ -88,7 +85,7 @@ using DependentResolutionDeathTest = DependentResolution;
 
 TEST_F(DependentResolutionDeathTest, ResolvingWithAWatcherOutstandingAborts) {
    chip->holdResponsesIs(true);
-   auto t = tunnel(1);
+   auto t = v4->entryRef(tunnelKey(1), tunnelEntry<V4>(tunnelKey(1)));
    auto o = oif->entryRef(tunnelKey(1), oifEntry(t));
    auto ue = oif->unresolvedEntry(tunnelKey(1));
    ASSERT_TRUE(ue);

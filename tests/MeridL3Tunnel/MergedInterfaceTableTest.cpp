@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "Orb/Trace.h"
-#include "support/InvariantChecker.h"
 #include "support/SimFixture.h"
 
 namespace test {

@@ -18,8 +18,7 @@ using OrdinarySpace = MeridL3Common::L3NextHopSharedAllocator;
 enum class Feature { none, apart, together, impostor, noProfile };
 
 // Claims the next-hop feature's type without being that feature.
-class Impostor final : public Asic::Feature {
-public:
+struct Impostor final : Asic::Feature {
    Orb::TypeId fwkType() const override {
       return Orb::typeId<MeridL3Unicast::L3NextHopAttributes>();
    }
@@ -27,8 +26,7 @@ public:
 
 // Stands for the ordinary L3 next-hop table, which shares its index space
 // with the tunnel next hops on some chips.
-class OrdinaryNextHops final : public Asic::IndexKeyHolder {
-public:
+struct OrdinaryNextHops final : Asic::IndexKeyHolder {
    static constexpr std::string_view typeName = "MeridL3Unicast::L3NextHopTable";
    explicit OrdinaryNextHops(uint32_t rows) {
       alloc = Stub::createSharedAllocator<OrdinarySpace>(Orb::typeId<OrdinaryNextHops>(), this);

@@ -7,7 +7,6 @@
 #include <cstdlib>
 
 #include "Orb/Env.h"
-#include "support/InvariantChecker.h"
 #include "support/SimFixture.h"
 
 namespace test {
@@ -30,7 +29,7 @@ TEST_F(ProgrammedStateSwitch, WriteCompletesAtTheWriteOnlyWhenSwitchedOn) {
    EXPECT_EQ(Asic::publishEntryHandleProgrammedState(), expectProgrammed());
    auto k = tunnelKey(1);
    std::vector<State> heard;
-   auto e = tunnelEntry<L3EgrL3Ipv4TunnelTable>(k);
+   auto e = tunnelEntry<V4>(k);
    e.writeResponseFnIs([&](State s) { heard.push_back(s); });
    auto h = v4->entryRef(k, e);
    if (expectProgrammed()) {
@@ -49,11 +48,11 @@ TEST_F(ProgrammedStateSwitch, WriteCompletesAtTheWriteOnlyWhenSwitchedOn) {
 }
 
 TEST_F(ProgrammedStateSwitch, FullTableAndTheDeleteDance) {
-   chip->tableSizeIs(L3EgrL3Ipv4TunnelTable::typeName, 2);
-   chip->tableSizeIs(L3EgrL3Ipv6TunnelTable::typeName, 2);
+   chip->tableSizeIs(V4::typeName, 2);
+   chip->tableSizeIs(V6::typeName, 2);
    makeTunnelTables(2);
-   auto a = v4->entryRef(tunnelKey(1), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(1)));
-   auto b = v4->entryRef(tunnelKey(2), tunnelEntry<L3EgrL3Ipv4TunnelTable>(tunnelKey(2)));
+   auto a = v4->entryRef(tunnelKey(1), tunnelEntry<V4>(tunnelKey(1)));
+   auto b = v4->entryRef(tunnelKey(2), tunnelEntry<V4>(tunnelKey(2)));
    EXPECT_EQ(b->entryState(), State::noHwIndex);
    a.reset();
    // Switched on, the dance ends within the call; otherwise it waits for the

@@ -47,15 +47,22 @@ void callable(E& e) {
    e.writeResponseFnIs([](State) {});
 }
 
+// A table's value: read back, ordered, hashed as the tables hash it, and
+// raised field by field from the default value.
+template <class E>
+struct TableValue {
+   static constexpr bool readsBack = true, ordered = true;
+   static E base() { return E(); }
+   static uint32_t hash(const E& e) { return e.genericIfHash(); }
+};
+
 // The egress tunnel values of both tunnel tables.
 template <class E>
-struct TunnelValue {
-   static constexpr bool readsBack = true, ordered = true;
+struct TunnelValue : TableValue<E> {
    static E sample() {
       return E(true, false, Wire::IpGenAddr("10.0.0.1"), 64, Wire::IpGenAddr("2001:db8::2"),
                U5(17));
    }
-   static E base() { return E(); }
    static std::string text() {
       return "Value('" + std::string(E::typeName) +
              "', ** {'isIpInIpV4Tunnel': True, 'isIpInIpV6Tunnel': False, 'srcIpAddr': "
@@ -82,16 +89,13 @@ struct TunnelValue {
               {"'strengthProfileIndex1': 17", "'strengthProfileIndex1': 32",
                "strengthProfileIndex1: "}};
    }
-   static uint32_t hash(const E& e) { return e.genericIfHash(); }
 };
 
 // The interface values of the tunnel interface table and of the merged
 // table's egress member.
 template <class E>
-struct InterfaceValue {
-   static constexpr bool readsBack = true, ordered = true;
+struct InterfaceValue : TableValue<E> {
    static E sample() { return E(lo(), 7, 10, U5(3)); }
-   static E base() { return E(); }
    static std::string text() {
       return "Value('" + std::string(E::typeName) + "', ** {'tunnelIdxHandle': " + handle() +
              ", 'tunnelIdx': 7, 'ttlThreshold': 10, 'strengthPrflIndex': 3})";
@@ -111,14 +115,11 @@ struct InterfaceValue {
               {handle(), "0xg", "tunnelIdxHandle: "},
               {handle(), "(nil)", "tunnelIdxHandle: "}};
    }
-   static uint32_t hash(const E& e) { return e.genericIfHash(); }
 };
 
-struct NextHopValue {
+struct NextHopValue : TableValue<Nh::Entry> {
    using E = Nh::Entry;
-   static constexpr bool readsBack = true, ordered = true;
    static E sample() { return E(lo(), 7, false, U5(3), U2(1)); }
-   static E base() { return E(); }
    static std::string text() {
       return "Value('MeridL3Tunnel::L3TunnelIngL3NextHopTable::Entry', ** {'l3Oif1Handle': " +
              handle() + ", 'l3Oif1': 7, 'drop': False, 'strengthProfileIdx': 3, 'viewType': 1})";
@@ -139,16 +140,14 @@ struct NextHopValue {
               {"'viewType': 1", "'viewType': 4", "viewType: "},
               {handle(), "0xg", "l3Oif1Handle: "}};
    }
-   static uint32_t hash(const E& e) { return e.genericIfHash(); }
 };
 
-struct MergedValue {
+struct MergedValue : TableValue<L3InterfaceTable::Entry> {
    using E = L3InterfaceTable::Entry;
    // Not ordered by its fields: nothing sorts merged values.
-   static constexpr bool readsBack = true, ordered = false;
+   static constexpr bool ordered = false;
    static EgrL3Oif1Table::Entry egress(uint8_t ttl) { return {lo(), 3, ttl, U5(18)}; }
    static E sample() { return E(IngL3Iif::Entry(), egress(9)); }
-   static E base() { return E(); }
    static std::string text() {
       return "Value('MeridL3Tunnel::L3InterfaceTable::Entry', ** {'ingL3IifEntry': , "
              "'egrL3Oif1TableEntry': Value('MeridL3Tunnel::EgrL3Oif1Table::Entry', ** "
@@ -173,7 +172,6 @@ struct MergedValue {
               {handle(), "0x", "egrL3Oif1TableEntry: tunnelIdxHandle: "},
               {"'ingL3IifEntry': ,", "'ingL3IifEntry': x,", ""}};
    }
-   static uint32_t hash(const E& e) { return e.genericIfHash(); }
 };
 
 // Its text reads back only without an adjacency (OverlayViaTest).

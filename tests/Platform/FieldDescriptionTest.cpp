@@ -19,8 +19,7 @@ using SwTableWorkaround::dontCareHandle;
 
 // Every kind of field, a value field before the handle so that a row is read
 // past a typed field.
-class Probe : public Asic::DescribedEntry<Probe> {
-public:
+struct Probe : Asic::DescribedEntry<Probe> {
    static constexpr std::string_view typeName = "test::Probe";
    Probe() = default;
    Probe(bool on, HandlePtr target, uint16_t targetIdx, U5 level, const char* addr)
@@ -42,15 +41,6 @@ public:
 
 Probe sample() { return Probe(true, dontCareHandle(1), 7, U5(3), "10.0.0.1"); }
 
-// No fields: every value equal, and no text at all.
-class Empty : public Asic::DescribedEntry<Empty> {
-public:
-   static constexpr std::string_view typeName = "test::Empty";
-   Empty() = default;
-   explicit Empty(Orb::CharRange& r) { fieldsRead(r); }
-   static constexpr std::tuple<> fields{};
-};
-
 std::string errorOf(const std::string& text) {
    return test::refusal<std::range_error>([&] { Orb::strepToValue<Probe>(text); });
 }
@@ -61,18 +51,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
    return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
-// What the value suite over the tables' values does not reach: an entry with
-// no fields, and the row text of a value naming a handle.
-TEST(FieldDescription, AnEntryWithoutFieldsHasNoTextAndARowNoHandle) {
-   const Probe p = sample();
-   const std::string handle = Asic::SwTableBase::EntryHandle::handleText(p.target_.ptr());
-   EXPECT_EQ(p.rowText(), replaced(p.stringValue(), handle, "0x0"));
-   EXPECT_EQ(Empty().stringValue(), "");
-   EXPECT_TRUE(Empty::isEq(Orb::strepToValue<Empty>(""), Empty()));
-   EXPECT_FALSE(bool(Empty()));
-}
-
-// Fields only in their printed order.
 TEST(FieldDescription, ParserReadsTheFieldsInOrderOnly) {
    const std::string good = sample().rowText();
    struct Case {

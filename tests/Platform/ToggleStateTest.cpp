@@ -61,8 +61,7 @@ TEST_F(ToggleState, MalformedFileIsRefusedNamingIt) {
                          Case{"{\"CommonIifOifIndex\": true", "expected \"}\" at position 26"},
                          Case{"{\"a\": 1} x", "expected nothing after the object at position 9"},
                          Case{"{\"CommonIifOifIndex\": 99999999999}", "out of range"}}) {
-      const char* text = c.text;
-      fileIs(text);
+      fileIs(c.text);
       const std::string what = test::refusal<std::invalid_argument>([&] { state(true); });
       EXPECT_NE(what.find((dir / "MeridL3.json").string() + ": "), std::string::npos) << what;
       EXPECT_NE(what.find(c.reason), std::string::npos) << what;

@@ -38,8 +38,7 @@ protected:
    }
 
 private:
-   std::string textConfig_;
-   std::string flitConfig_;
+   std::string textConfig_, flitConfig_;
 };
 
 Orb::TraceHandle nsA{"Ns::A"};
