@@ -246,6 +246,14 @@ inline FloorOps blockRemove(uint32_t n) {
    return f;
 }
 
+// A block waits for a next hop not yet acknowledged: a watcher on it.
+inline FloorOps blockWait() {
+   FloorOps f;
+   f.objectNews = 1;
+   f.objectDeletes = 1;
+   return f;
+}
+
 // One via chain programmed through to its next hop's acknowledgement: the
 // tunnel, then the interface while the tunnel's response is still out, then
 // the next hop while the interface's are.
@@ -257,6 +265,11 @@ inline FloorOps chainWrite(bool merged) {
    else
       f = f + keyedWrite(rows.tunnelInterface) + waitKeyed();
    return f + keyedWrite(rows.nextHop) + waitKeyed();
+}
+
+// The via handed over again with its chain programmed: each entry found.
+inline FloorOps chainRewrite(bool merged) {
+   return keyedRewrite() + (merged ? mergedRewrite() : keyedRewrite()) + keyedRewrite();
 }
 
 // The chain let go: the next hop, the interface (removed, with the toggle on,

@@ -111,15 +111,17 @@ inline const char* toggleLabel() {
    return L3TunnelOverlayEcmpProgrammer::commonIifOifIndex() ? "toggle=on" : "toggle=off";
 }
 
-// A chip with every table class sized `rows`, and the agent's context.
+// A chip with every table class sized `rows` (the member table
+// `memberRows` when given), and the agent's context.
 class Rig {
 public:
-   explicit Rig(uint32_t rows) {
+   explicit Rig(uint32_t rows, uint32_t memberRows = 0) {
       Brio::EventLoop::instance().clear();
       chip = Brio::makePtr<AsicSim::Chip>();
       chip->install();
       chipInfo = Brio::makePtr<MeridCentral::ChipInfo>();
       for (auto name : tableNames) chipInfo->tableSizeIs(name, rows);
+      if (memberRows) chipInfo->tableSizeIs(L3EcmpMember0Table::typeName, memberRows);
       ledger = Brio::makePtr<Ledger::EntityManager>();
    }
    Rig(const Rig&) = delete;
@@ -204,7 +206,7 @@ public:
 // underlay groups.
 class ProgrammerRig : public Rig, public L3TunnelTool::AgentSetup {
 public:
-   explicit ProgrammerRig(uint32_t rows) : Rig(rows) {
+   explicit ProgrammerRig(uint32_t rows, uint32_t memberRows = 0) : Rig(rows, memberRows) {
       begin(4);
       programmerIs(chipInfo, ledger, false);
       runLoop();

@@ -72,6 +72,29 @@ void BM_ChainProgram(benchmark::State& state, uint32_t fill) {
    state.SetLabel(toggleLabel());
 }
 
+// The via's chain already programmed with equal entries, the common case of
+// a bulk run: the via is handed over again and must find all three.
+void BM_ChainRewrite(benchmark::State& state) {
+   ProgrammerRig rig(maxRows);
+   std::vector<HandlePtr> heads;
+   if (!check(state, chainsProgram(rig, 0, batch, heads), "a chain was not acknowledged")) return;
+   const uint32_t writes = rig.chip->writes();
+   Span span;
+   for (auto _ : state) {
+      bool same = true;
+      span.start();
+      for (uint32_t i = 0; i < batch; ++i)
+         same &= rig.programmer->fillOverlayNextHopInfo(via(i)) == heads[i];
+      span.stop(state);
+      if (!check(state, same, "a rewrite found another next hop") ||
+          !check(state, runLoop() == 0 && rig.chip->writes() == writes, "a rewrite wrote"))
+         return;
+   }
+   heads.clear();
+   perOp(state, batch);
+   state.SetLabel(toggleLabel());
+}
+
 void BM_ChainRemove(benchmark::State& state) {
    ProgrammerRig rig(maxRows);
    const uint32_t rows = chainRows(rig);
@@ -132,14 +155,6 @@ FloorOps underlayLookup() {
    return f;
 }
 
-// The block waits for its next hops' acknowledgements: a watcher on each.
-FloorOps blockWait() {
-   FloorOps f;
-   f.objectNews = 1;
-   f.objectDeletes = 1;
-   return f;
-}
-
 // One program-and-release cycle of a group of n vias. With the toggle on the
 // tunnels and committed interfaces stay from the first cycle, so each via
 // finds them (rewrites) and only its next hop comes and goes.
@@ -150,7 +165,7 @@ FloorOps blockCycle(uint32_t n, bool merged) {
                floor::keyedWrite(rowLengths().nextHop) + floor::keyedRemove();
    else
       perVia = floor::chainWrite(false) + floor::chainRemove(false);
-   perVia = perVia + underlayLookup() + blockWait();
+   perVia = perVia + underlayLookup() + floor::blockWait();
    return n * perVia + floor::blockWrite(n) + floor::blockRemove(n);
 }
 
@@ -160,12 +175,15 @@ constexpr uint32_t fills[] = {1024, 8192, fullChains};
 const bool registered = [] {
    benchmark::RegisterBenchmark("chain/program", BM_ChainProgram, 0)->UseManualTime();
    benchmark::RegisterBenchmark("chain/remove", BM_ChainRemove)->UseManualTime();
+   benchmark::RegisterBenchmark("chain/rewrite", BM_ChainRewrite)->UseManualTime();
    for (bool merged : {true, false}) {
       const std::string toggle = merged ? "/toggle=on" : "/toggle=off";
       floorIs(
           "chain/program" + toggle, [merged] { return floor::chainWrite(merged); }, batch);
       floorIs(
           "chain/remove" + toggle, [merged] { return floor::chainRemove(merged); }, batch);
+      floorIs(
+          "chain/rewrite" + toggle, [merged] { return floor::chainRewrite(merged); }, batch);
       for (uint32_t n : blockSizes) {
          const uint32_t cycles = std::max<uint32_t>(1, batch / n);
          floorIs(

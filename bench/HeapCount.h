@@ -10,5 +10,7 @@ int64_t heapLive();
 // The most bytes live at once since the last heapPeakReset().
 int64_t heapPeak();
 void heapPeakReset();
+// Allocations made since the process started.
+int64_t heapAllocations();
 
 }  // namespace bench

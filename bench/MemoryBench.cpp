@@ -16,6 +16,7 @@ namespace {
 int64_t liveBytes = 0;
 int64_t liveBlocks = 0;
 int64_t peakBytes = 0;  // the most liveBytes reached since heapPeakReset()
+int64_t allocations = 0;
 // Live blocks by requested size (the last slot: larger ones), for
 // L3TUNNEL_BENCH_SIZES=1, which prints what a chain's blocks are
 // (L3TUNNEL_BENCH_SIZES=exit: and ends the process there).
@@ -34,6 +35,7 @@ void* allocate(std::size_t n) {
    liveBytes += int64_t(n);
    if (liveBytes > peakBytes) peakBytes = liveBytes;
    ++liveBlocks;
+   ++allocations;
    ++liveBySize[sizeSlot(n)];
    return static_cast<char*>(p) + header;
 }
@@ -59,6 +61,7 @@ void* allocateAligned(std::size_t n, std::align_val_t a) {
    liveBytes += int64_t(n);
    if (liveBytes > peakBytes) peakBytes = liveBytes;
    ++liveBlocks;
+   ++allocations;
    ++liveBySize[sizeSlot(n)];
    return user;
 }
@@ -121,6 +124,7 @@ namespace bench {
 int64_t heapLive() { return liveBytes; }
 int64_t heapPeak() { return peakBytes; }
 void heapPeakReset() { peakBytes = liveBytes; }
+int64_t heapAllocations() { return allocations; }
 
 namespace {
 

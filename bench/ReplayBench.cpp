@@ -1,36 +1,20 @@
-// Warm restart with nothing changed: the chip holds what an agent programmed
-// (N groups of 16 vias over 1024 tunnels, N = 4096 filling the member table),
-// and each timed iteration is the library's side of a restart: the software
-// torn down, the tables recovered, every group replayed, the stale rows
-// purged and the event loop settled. The replay finds every row as it would
-// write it, so it must write and delete nothing.
+// Warm restart with nothing changed, at the workload's sizes (Workload.h):
+// the chip holds what an agent programmed, and each timed iteration is the
+// library's side of a restart: the tables recovered, every group replayed,
+// the stale rows purged and the event loop settled. The replay finds every
+// row as it would write it, so it must write and delete nothing. Tearing the
+// software down beforehand is not timed.
 //
-// Counters: hw_writes and hw_deletes per restart (both must be 0), claims
-// (rows found holding what the replay writes), rows on the chip, op (seconds
-// per restart).
-#include <vector>
+// Counters: recover, replay and reconcile (seconds per restart, each stage),
+// restart_per_recover (the whole against recovery alone), hw_writes and
+// hw_deletes per restart (both must be 0), claims (rows found holding what
+// the replay writes), rows on the chip.
+#include <chrono>
 
-#include "BenchRig.h"
-#include "MeridL3Tunnel/L3TunnelOverlayVia.h"
+#include "Workload.h"
 
 namespace bench {
 namespace {
-
-constexpr uint32_t viasPerGroup = 16;
-constexpr uint32_t tunnels = 1024;
-
-// Via `v` of group `g`: tunnel (g + 64v) mod 1024 over underlay group
-// 1 + (g / 1024 + v) mod 4. The first via's tunnel and underlay tell the
-// 4096 groups apart, so no two share a block.
-Brio::Ptr<const MeridL3Tunnel::L3TunnelOverlayVia> groupVias(uint32_t g) {
-   auto list = MeridL3Tunnel::l3TunnelOverlayViaFactory();
-   for (uint32_t v = 0; v < viasPerGroup; ++v) {
-      const L3TunnelKey k = tunnelKey((g + 64 * v) % tunnels);
-      list->viaPush({Plx::nextHopArpResolved(), k.srcIpAddr(), k.dstIpAddr(), 64, 1,
-                     adj(1 + (g / tunnels + v) % 4)});
-   }
-   return list;
-}
 
 struct Totals {
    uint64_t writes = 0, deletes = 0, claims = 0, rows = 0;
@@ -49,35 +33,47 @@ Totals totals(const ProgrammerRig& rig) {
    return t;
 }
 
+double since(std::chrono::steady_clock::time_point& t) {
+   const auto now = std::chrono::steady_clock::now();
+   const double s = std::chrono::duration<double>(now - t).count();
+   t = now;
+   return s;
+}
+
 void BM_Replay(benchmark::State& state) {
-   const auto groups = uint32_t(state.range(0));
-   ProgrammerRig rig(maxRows);
-   std::vector<Brio::Ptr<const MeridL3Tunnel::L3TunnelOverlayVia>> vias;
-   for (uint32_t g = 0; g < groups; ++g) vias.push_back(groupVias(g));
+   const Workload w(uint32_t(state.range(0)));
+   ProgrammerRig rig(maxRows, w.memberRows());
    std::vector<HandlePtr> blocks;
    auto replay = [&] {
       blocks.clear();
-      for (auto& list : vias) blocks.push_back(rig.programmer->populateOverlayEcmpBlock(list));
+      for (uint32_t g = 0; g < w.groups(); ++g)
+         blocks.push_back(rig.programmer->populateOverlayEcmpBlock(w.vias(g)));
       runLoop();
    };
    replay();
    const uint32_t members = rig.usedRows(L3EcmpMember0Table::typeName);
-   if (!check(state, members == groups * viasPerGroup, "member rows not filled")) return;
+   if (!check(state, members == w.groups() * w.viasPerGroup, "member rows not filled")) return;
    Span span;
    Totals before, after;
+   double recover = 0, replayed = 0, reconcile = 0;
    for (auto _ : state) {
-      before = totals(rig);
-      span.start();
       // The programmer goes first, so that the groups delete no row.
       rig.programmer = nullptr;
       blocks.clear();
       runLoop();
       rig.end();
       rig.begin(4);
+      before = totals(rig);
+      span.start();
+      auto t = std::chrono::steady_clock::now();
       rig.programmerIs(rig.chipInfo, rig.ledger, true);
+      runLoop();
+      recover += since(t);
       replay();
+      replayed += since(t);
       rig.programmer->purgeStaleEntries();
       runLoop();
+      reconcile += since(t);
       span.stop(state);
       after = totals(rig);
       if (!check(state, after.writes == before.writes, "the replay wrote rows") ||
@@ -85,6 +81,13 @@ void BM_Replay(benchmark::State& state) {
           !check(state, rig.usedRows(L3EcmpMember0Table::typeName) == members, "members lost"))
          return;
    }
+   rig.programmer = nullptr;
+   blocks.clear();
+   const double n = double(state.iterations());
+   state.counters["recover"] = recover / n;
+   state.counters["replay"] = replayed / n;
+   state.counters["reconcile"] = reconcile / n;
+   state.counters["restart_per_recover"] = (recover + replayed + reconcile) / recover;
    state.counters["hw_writes"] = double(after.writes - before.writes);
    state.counters["hw_deletes"] = double(after.deletes - before.deletes);
    state.counters["claims"] = double(after.claims - before.claims);
@@ -94,11 +97,9 @@ void BM_Replay(benchmark::State& state) {
 }
 
 const bool registered = [] {
-   benchmark::RegisterBenchmark("restart/replay", BM_Replay)
-       ->Arg(512)
-       ->Arg(4096)
-       ->Iterations(iterations(3))
-       ->UseManualTime();
+   auto* b = benchmark::RegisterBenchmark("restart/replay", BM_Replay);
+   for (uint32_t n : workloadSizes) b->Arg(n);
+   b->Iterations(iterations(3))->UseManualTime();
    return true;
 }();
 

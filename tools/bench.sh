@@ -119,9 +119,11 @@ for key, text in tables:
 
 for toggle, runs in (("on", on), ("off", off)):
     speed(f"via chain, toggle {toggle}: programmed, acknowledged", runs, "chain/program",
-          f"chain/program/toggle={toggle}", limit=2e-6, limitRatio=5)
+          f"chain/program/toggle={toggle}", limitRatio=2)
     speed(f"via chain, toggle {toggle}: let go, rows deleted", runs, "chain/remove",
           f"chain/remove/toggle={toggle}")
+    speed(f"via chain, toggle {toggle}: identical rewrite, chain programmed", runs,
+          "chain/rewrite", f"chain/rewrite/toggle={toggle}", limit=0.1e-6)
 for toggle, runs in (("on", on), ("off", off)):
     for n in (1, 8, 64, 512):
         speed(f"populateOverlayEcmpBlock {n} vias, toggle {toggle}: cycle, per via", runs,
@@ -139,7 +141,48 @@ rows.append(("scaling: chain at 65000 / at 1024 chains", f"{scale:.3f}×" if sca
              ("yes" if scale <= 1.5 else "NO") if scale else "-"))
 
 speed("warm restart: recover and sync, 65000 rows per table", on, "restart/recover",
-      limit=20e-3)
+      limit=20e-3, limitRatio=2)
+
+# The agent's workload at a quarter of, one and four times 4096 groups of 16
+# vias (toggle on): growth factors between sizes, and the failure's
+# operation counts.
+def growth(label, figures):
+    (n0, a), (n1, b), (n2, c) = figures
+    if all(isinstance(x, float) for x in (a, b, c)):
+        rows.append((f"{label}: growth per x4 groups", f"{b / a:.2f}×, {c / b:.2f}×", "-", "-",
+                     "-", "-"))
+
+sizes = (1024, 4096, 16384)
+growth("bulk run, time per via",
+       [(n, speed(f"bulk run, {n} groups: per via", on, f"workload/bulk/{n}",
+                  f"workload/bulk/{n}/toggle=on")[0]) for n in sizes])
+failure = []
+for n in sizes:
+    failure.append((n, speed(f"endpoint failure, {n} groups: per affected group", on,
+                             f"workload/failure/{n}", f"workload/failure/{n}/toggle=on",
+                             limit=10e-6)[0]))
+    run = on.get(f"workload/failure/{n}") if on else None
+    if run and not run.get("error_occurred"):
+        rows.append((f"endpoint failure, {n} groups: per affected group",
+                     f"{run['allocs_per_group']:.1f} allocations, "
+                     f"{run['hw_writes_per_group']:.1f} row writes, "
+                     f"{run['hw_deletes_per_group']:.1f} row deletes", "-", "-", "-", "-"))
+growth("endpoint failure, time per group", failure)
+restart = []
+for n in sizes:
+    run = on.get(f"restart/replay/{n}") if on else None
+    if run is None or run.get("error_occurred"):
+        rows.append((f"warm restart, {n} groups x 16 vias", "ERROR" if run else "-", "-", "-",
+                     "≤ 2× recover", "NO" if run else "-"))
+        restart.append((n, None))
+        continue
+    ratio = run["restart_per_recover"]
+    restart.append((n, run["op"]))
+    rows.append((f"warm restart, {n} groups x 16 vias",
+                 f"{duration(run['op'])} (recover {duration(run['recover'])}, replay "
+                 f"{duration(run['replay'])}, reconcile {duration(run['reconcile'])})", "-",
+                 f"{ratio:.2f}× recover", "≤ 2× recover", "yes" if ratio <= 2 else "NO"))
+growth("warm restart, time", restart)
 
 def memory(label, runs, limit):
     run = runs.get("memory/chain") if runs else None
