@@ -246,6 +246,13 @@ inline FloorOps blockRemove(uint32_t n) {
    return f;
 }
 
+// A member finds the underlay group it names, by its adjacency.
+inline FloorOps underlayLookup() {
+   FloorOps f;
+   f.idLookups = 1;
+   return f;
+}
+
 // A block waits for a next hop not yet acknowledged: a watcher on it.
 inline FloorOps blockWait() {
    FloorOps f;

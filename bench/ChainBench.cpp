@@ -148,13 +148,6 @@ void BM_Block(benchmark::State& state, uint32_t n) {
    state.SetLabel(toggleLabel());
 }
 
-// The underlay group a member names, found by its adjacency.
-FloorOps underlayLookup() {
-   FloorOps f;
-   f.idLookups = 1;
-   return f;
-}
-
 // One program-and-release cycle of a group of n vias. With the toggle on the
 // tunnels and committed interfaces stay from the first cycle, so each via
 // finds them (rewrites) and only its next hop comes and goes.
@@ -165,7 +158,7 @@ FloorOps blockCycle(uint32_t n, bool merged) {
                floor::keyedWrite(rowLengths().nextHop) + floor::keyedRemove();
    else
       perVia = floor::chainWrite(false) + floor::chainRemove(false);
-   perVia = perVia + underlayLookup() + floor::blockWait();
+   perVia = perVia + floor::underlayLookup() + floor::blockWait();
    return n * perVia + floor::blockWrite(n) + floor::blockRemove(n);
 }
 

@@ -53,9 +53,14 @@ void BM_Bulk(benchmark::State& state) {
    Span span;
    int64_t allocations = 0;
    ChipOps ops;
-   for (auto _ : state) {
+   // The programmer goes first, so that the groups delete no row one by one.
+   auto teardown = [&] {
+      if (rig) rig->programmer = nullptr;
       blocks.clear();
       rig.reset();
+   };
+   for (auto _ : state) {
+      teardown();
       rig.emplace(maxRows, w.memberRows());
       const int64_t a0 = heapAllocations();
       span.start();
@@ -65,9 +70,7 @@ void BM_Bulk(benchmark::State& state) {
       ops = chipOps(*rig);
       if (!check(state, ok, "a group was not programmed")) return;
    }
-   // The programmer goes first, so that the groups delete nothing.
-   if (rig) rig->programmer = nullptr;
-   blocks.clear();
+   teardown();
    const double vias = double(w.groups()) * w.viasPerGroup;
    state.counters["allocs_per_via"] = double(allocations) / vias;
    state.counters["hw_writes_per_via"] = double(ops.writes) / vias;
@@ -138,12 +141,10 @@ void BM_Failure(benchmark::State& state) {
    state.SetLabel(toggleLabel());
 }
 
-// Floors, per the figure's unit. A member finds its underlay group (a
-// lookup by id); a new chain's next hop is waited for by its block.
+// Floors, per the figure's unit. A new chain's next hop is waited for by its
+// block.
 FloorOps memberVia(bool found, bool merged) {
-   FloorOps f;
-   f.idLookups = 1;
-   return f +
+   return floor::underlayLookup() +
           (found ? floor::chainRewrite(merged) : floor::chainWrite(merged) + floor::blockWait());
 }
 
